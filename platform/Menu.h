@@ -1,0 +1,87 @@
+// NSMenu, NSMenuItem, NSStatusBar and NSStatusItem. Main thread only.
+#pragma once
+
+#include <objc/objc.h>
+
+#include <functional>
+#include <string>
+
+#include "platform/Image.h"
+#include "platform/Object.h"
+
+namespace NS {
+
+class Menu;
+
+class MenuItem : public Object {
+ public:
+  MenuItem() noexcept = default;
+  // An item whose action goes up the responder chain (NSApplication answers `terminate:`); null: no action.
+  MenuItem(const std::string& title, SEL action, const std::string& keyEquivalent);
+  static MenuItem separatorItem();
+
+  void setTitle(const std::string& title) const;
+  void setEnabled(bool enabled) const;
+  // Makes the item its own target: choosing it calls `action`, which the item keeps.
+  void setTargetAction(std::function<void()> action) const;
+
+ private:
+  using Object::Object;
+};
+
+// The menu-delegate role of NSMenuDelegate.
+class MenuDelegate {
+ public:
+  virtual ~MenuDelegate() = default;
+  // Called each time the menu is about to open.
+  virtual void menuNeedsUpdate(const Menu& menu) = 0;
+};
+
+class Menu : public Object {
+ public:
+  static Menu make();
+
+  // The delegate is not retained: it must outlive the menu.
+  void setDelegate(MenuDelegate* delegate) const;
+  void setAutoenablesItems(bool autoenables) const;
+  void addItem(const MenuItem& item) const;
+
+  explicit Menu(CF::Ref<CFTypeRef> menu) noexcept : Object(std::move(menu)) {}
+};
+
+// NSSquareStatusItemLength: the item is as wide as the menu bar is thick.
+inline constexpr double SquareStatusItemLength = -2;
+
+class StatusBarButton : public Object {
+ public:
+  void setImage(const Image& image) const;
+
+ private:
+  friend class StatusItem;
+  using Object::Object;
+};
+
+class StatusItem : public Object {
+ public:
+  StatusItem() noexcept = default;
+
+  // Null when the item has none.
+  [[nodiscard]] StatusBarButton button() const;
+  void setMenu(const Menu& menu) const;
+
+ private:
+  friend class StatusBar;
+  using Object::Object;
+};
+
+class StatusBar : public Object {
+ public:
+  static StatusBar systemStatusBar();
+
+  [[nodiscard]] StatusItem statusItemWithLength(double length) const;
+
+ private:
+  using Object::Object;
+};
+
+}  // namespace NS
