@@ -20,6 +20,13 @@ class Object {
     return result;
   }
 
+  // Shares `object`, which the caller was lent.
+  static Object retain(CFTypeRef object) noexcept {
+    Object result;
+    result.object_ = CF::retain(object);
+    return result;
+  }
+
   // The Objective-C object, not retained.
   [[nodiscard]] CFTypeRef get() const noexcept { return object_.get(); }
   explicit operator bool() const noexcept { return static_cast<bool>(object_); }

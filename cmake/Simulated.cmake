@@ -1,0 +1,78 @@
+# Dalvane on the simulated Mac.
+find_package(nlohmann_json REQUIRED)
+find_package(Threads REQUIRED)
+find_library(BLOCKS_RUNTIME BlocksRuntime REQUIRED)
+
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})
+# The simulated system's files, laid out as they lie on a Mac.
+set(SIMULATED_SYSTEM ${CMAKE_BINARY_DIR}/system)
+
+add_library(simulated_settings INTERFACE)
+target_link_libraries(simulated_settings INTERFACE dalvane_settings nlohmann_json::nlohmann_json)
+target_include_directories(simulated_settings INTERFACE ${CMAKE_SOURCE_DIR}/simulator/include)
+
+# The machine. An object library, so that what only its loadable libraries use is there too.
+add_library(simulator OBJECT
+  simulator/desktop/Accessibility.cpp
+  simulator/desktop/Alerts.cpp
+  simulator/desktop/Application.cpp
+  simulator/desktop/EventStream.cpp
+  simulator/desktop/MenuBar.cpp
+  simulator/desktop/NotificationCenters.cpp
+  simulator/desktop/PopUps.cpp
+  simulator/displays/AVService.cpp
+  simulator/displays/Displays.cpp
+  simulator/displays/Monitor.cpp
+  simulator/displays/Registry.cpp
+  simulator/machine/Faults.cpp
+  simulator/machine/Machine.cpp
+  simulator/machine/Object.cpp
+  simulator/machine/Process.cpp
+  simulator/machine/SystemRoot.cpp
+  simulator/machine/Trace.cpp
+  simulator/scenarios/Commands.cpp
+  simulator/scenarios/Scenario.cpp
+  simulator/services/Bundle.cpp
+  simulator/services/CoreFoundation.cpp
+  simulator/services/DynamicLoader.cpp
+  simulator/services/ObjCRuntime.cpp
+  simulator/services/UnifiedLog.cpp
+  simulator/time/Dispatch.cpp
+  simulator/time/Fiber.cpp
+  simulator/time/RunLoop.cpp
+  simulator/time/Scheduler.cpp
+  simulator/time/Sleep.cpp
+  simulator/time/UnfairLock.cpp)
+target_link_libraries(simulator PUBLIC simulated_settings)
+target_compile_definitions(simulator PRIVATE SIMULATED_SYSTEM="${SIMULATED_SYSTEM}")
+target_link_libraries(simulator PUBLIC ${BLOCKS_RUNTIME} Threads::Threads ${CMAKE_DL_LIBS})
+# C library functions whose calls from the program are the machine's.
+foreach(function abort dlerror dlopen dlsym nanosleep)
+  target_link_options(simulator INTERFACE -Wl,--wrap=${function})
+endforeach()
+
+# A loadable library of the simulated system. Its symbols are looked up in the machine when it is loaded.
+function(add_system_library name directory)
+  add_library(system_${name} MODULE simulator/libraries/${name}.cpp)
+  target_link_libraries(system_${name} PRIVATE simulated_settings)
+  set_target_properties(system_${name} PROPERTIES
+    PREFIX "" SUFFIX "" OUTPUT_NAME ${name} LIBRARY_OUTPUT_DIRECTORY ${SIMULATED_SYSTEM}${directory})
+  add_dependencies(simulator system_${name})
+endfunction()
+add_system_library(IOKit /System/Library/Frameworks/IOKit.framework)
+add_system_library(OSD /System/Library/PrivateFrameworks/OSD.framework)
+
+# The program, with its entry point under a name of its own.
+add_library(dalvane OBJECT ${DALVANE_PROGRAM})
+target_link_libraries(dalvane PUBLIC simulated_settings)
+set_source_files_properties(app/main.cpp PROPERTIES COMPILE_DEFINITIONS main=dalvane_main)
+
+add_executable(dalvane-desk desk/main.cpp desk/Desk.cpp)
+target_compile_definitions(dalvane-desk PRIVATE DALVANE_VERSION="${PROJECT_VERSION}")
+target_link_libraries(dalvane-desk PRIVATE simulator dalvane)
+set_target_properties(dalvane-desk PROPERTIES ENABLE_EXPORTS ON)
+
+include(CTest)
+if(BUILD_TESTING)
+  add_subdirectory(tests)
+endif()

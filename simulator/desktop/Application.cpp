@@ -1,0 +1,75 @@
+#include "simulator/desktop/Application.h"
+
+#include "platform/Application.h"
+#include "simulator/desktop/MenuBar.h"
+#include "simulator/machine/Machine.h"
+#include "simulator/machine/Object.h"
+#include "simulator/time/RunLoop.h"
+
+namespace simulator {
+
+Application::Application(Machine& machine) : machine_(machine) {}
+
+void Application::quit() {
+  if (!machine_.process.running()) return;
+  machine_.menuBar->close();
+  machine_.runLoop->post(this, defaultMode, [this] { terminate(); });
+}
+
+void Application::run() {
+  machine_.runLoop->post(this, defaultMode, [this] {
+    if (delegate_) delegate_->applicationDidFinishLaunching();
+  });
+  for (;;) machine_.runLoop->runOnce(defaultMode);
+}
+
+void Application::terminate() {
+  if (delegate_) delegate_->applicationWillTerminate();
+  machine_.process.exit(0);
+}
+
+void Application::processEnded(Leaks&) { delegate_ = nullptr; }
+
+}  // namespace simulator
+
+// ---- The calls ----
+
+namespace NS {
+namespace {
+
+using simulator::Call;
+
+struct ApplicationObject : simulator::Object {
+  ApplicationObject() { makeImmortal(); }
+  std::string_view kind() const override { return "NSApplication"; }
+};
+
+}  // namespace
+
+Application Application::sharedApplication() {
+  const Call call("NSApplication.sharedApplication", Call::On::mainThread);
+  static auto* const application = new ApplicationObject;
+  return Application(CF::retain(static_cast<CFTypeRef>(application)));
+}
+
+void Application::setDelegate(ApplicationDelegate* delegate) const {
+  const Call call("NSApplication.setDelegate", Call::On::mainThread);
+  call.machine.application->setDelegate(delegate);
+}
+
+void Application::run() const {
+  simulator::Machine& machine = Call("NSApplication.run", Call::On::mainThread).machine;
+  machine.application->run();
+}
+
+void Application::terminate() const {
+  simulator::Machine& machine = Call("NSApplication.terminate", Call::On::mainThread).machine;
+  machine.application->terminate();
+}
+
+void Application::activate() const {
+  const Call call("NSApplication.activate", Call::On::mainThread);
+  call.machine.trace.call("NSApplication.activate");
+}
+
+}  // namespace NS

@@ -1,0 +1,67 @@
+// The session's event stream: keys and other events on their way to the applications, and the taps that see them first.
+#pragma once
+
+#include <CoreGraphics/CoreGraphics.h>
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+
+#include "simulator/machine/Object.h"
+#include "simulator/machine/Part.h"
+
+namespace simulator {
+
+struct InputEvent {
+  std::uint32_t type = 0;
+  // Of a system-defined event.
+  std::optional<std::int16_t> subtype = std::nullopt;
+  std::optional<std::int64_t> data1 = std::nullopt;
+  // Of a keyboard event.
+  std::optional<std::int64_t> keycode = std::nullopt;
+  bool autorepeat = false;
+};
+
+}  // namespace simulator
+
+struct __CGEvent : simulator::Object {
+  explicit __CGEvent(const simulator::InputEvent& sent) : input(sent) {}
+  std::string_view kind() const override { return "CGEvent"; }
+  const simulator::InputEvent input;
+};
+
+namespace simulator {
+
+class Machine;
+
+class EventStream : public Part {
+ public:
+  explicit EventStream(Machine& machine);
+
+  void send(const InputEvent& event);
+  // The system switches the taps off and tells them.
+  void disableTaps(std::uint32_t notice);
+
+  CFMachPortRef createTap(CGEventMask mask, CGEventTapCallBack callback, void* userInfo);
+  void enableTap(CFMachPortRef port, bool enable);
+
+  void addCommands(Commands& commands) override;
+  void processWillEnd(Leaks& leaks) override;
+  void processEnded(Leaks& leaks) override;
+
+ private:
+  struct Tap {
+    __CFMachPort* port;  // not retained: releasing the port releases the tap
+    CGEventMask mask;
+    CGEventTapCallBack callback;
+    void* userInfo;
+    bool enabled = true;
+  };
+
+  void offer(const InputEvent& event);
+
+  Machine& machine_;
+  std::unique_ptr<Tap> tap_;  // the program installs one
+};
+
+}  // namespace simulator

@@ -1,0 +1,289 @@
+#include "simulator/displays/Displays.h"
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+
+#include "platform/NotificationCenter.h"
+#include "platform/Screen.h"
+#include "simulator/desktop/NotificationCenters.h"
+#include "simulator/displays/Registry.h"
+#include "simulator/machine/Machine.h"
+#include "simulator/scenarios/Commands.h"
+#include "simulator/services/CoreFoundation.h"
+
+namespace simulator {
+namespace {
+
+struct ScreenObject : Object {
+  explicit ScreenObject(Display shown) : display(std::move(shown)) {}
+  std::string_view kind() const override { return "NSScreen"; }
+  const Display display;
+};
+
+// What the I/O Registry shows of a display: a framebuffer with its attributes, then its AV service.
+std::shared_ptr<const RegistryEntry> registryEntries(const Display& display) {
+  auto framebuffer = std::make_shared<RegistryEntry>();
+  framebuffer->name = display.builtin ? "AppleCLCD2" : "IOMobileFramebufferShim";
+  framebuffer->properties = {{"DisplayAttributes",
+                              {{"ProductAttributes",
+                                {{"LegacyManufacturerID", display.vendor},
+                                 {"ProductID", display.product},
+                                 {"SerialNumber", display.serial},
+                                 {"ProductName", display.name}}}}}};
+  auto root = std::make_shared<RegistryEntry>();
+  root->name = display.builtin ? "disp0" : "dispext" + std::to_string(display.id);
+  root->children.push_back(std::move(framebuffer));
+  if (display.monitor) {
+    auto proxy = std::make_shared<RegistryEntry>();
+    proxy->name = "DCPAVServiceProxy";
+    proxy->properties = {{"Location", display.location}};
+    proxy->monitor = display.monitor;
+    proxy->display = display.id;
+    root->children.push_back(std::move(proxy));
+  }
+  return root;
+}
+
+Monitor::Fault faultNamed(const std::string& name, Arguments& line) {
+  if (name == "none") return Monitor::Fault::none;
+  if (name == "no-answer") return Monitor::Fault::noAnswer;
+  if (name == "bad-checksum") return Monitor::Fault::badChecksum;
+  if (name == "write-fails") return Monitor::Fault::writeFails;
+  if (name == "second-write-fails") return Monitor::Fault::secondWriteFails;
+  line.fail("unknown fault \"" + name + "\"");
+}
+
+}  // namespace
+
+Displays::Displays(Machine& machine) : machine_(machine) {
+  machine.faults.declare({"CGGetOnlineDisplayList"});
+}
+
+const Display* Displays::find(std::uint32_t id) const {
+  const auto found = std::ranges::find(displays_, id, &Display::id);
+  return found == displays_.end() ? nullptr : &*found;
+}
+
+void Displays::connect(Display display) {
+  machine_.registry->setDisplay(display.id, registryEntries(display));
+  displays_.push_back(std::move(display));
+  screensChanged();
+}
+
+void Displays::disconnect(std::uint32_t id) {
+  machine_.registry->removeDisplay(id);
+  const auto gone = std::ranges::find(displays_, id, &Display::id);
+  if (gone->monitor) gone->monitor->unplug();
+  displays_.erase(gone);
+  screensChanged();
+}
+
+void Displays::screensChanged() {
+  machine_.notifications->post(NotificationCenters::defaultCenter,
+                               NS::ApplicationDidChangeScreenParametersNotification());
+}
+
+void Displays::addCommands(Commands& commands) {
+  commands.add("display", [](Arguments& line) -> Action {
+    const auto id = line.unsigned32("id");
+    if (line.flag("gone", false)) {
+      return [id](Machine& machine) {
+        if (!machine.displays->find(id)) throw ScenarioError("there is no display " + std::to_string(id));
+        machine.displays->disconnect(id);
+      };
+    }
+    const Display display{.id = id,
+                          .name = line.text("name"),
+                          .builtin = line.flag("builtin", false),
+                          .frame = line.rectangle("frame"),
+                          .vendor = line.unsigned32("vendor", 0),
+                          .product = line.unsigned32("product", 0),
+                          .serial = line.unsigned32("serial", 0),
+                          .location = line.text("location", "External"),
+                          .monitor = nullptr};
+    struct Light {
+      std::uint16_t current;
+      std::uint16_t maximum;
+    };
+    std::optional<Light> light;
+    if (auto monitor = line.object("monitor")) {
+      light = Light{monitor->unsigned16("current"), monitor->unsigned16("maximum")};
+      monitor->finish();
+    }
+    return [display, light](Machine& machine) {
+      if (machine.displays->find(display.id)) {
+        throw ScenarioError("display " + std::to_string(display.id) + " is connected already");
+      }
+      Display connected = display;
+      if (light) connected.monitor = std::make_shared<Monitor>(machine.scheduler, light->current, light->maximum);
+      machine.displays->connect(std::move(connected));
+    };
+  });
+
+  commands.add("monitor", [](Arguments& line) -> Action {
+    const auto id = line.unsigned32("display");
+    const auto current = line.optionalUnsigned16("current");
+    const auto maximum = line.optionalUnsigned16("maximum");
+    std::optional<Monitor::Fault> fault;
+    if (line.has("fault")) fault = faultNamed(line.text("fault"), line);
+    const std::uint64_t attempts = line.has("attempts") ? line.count("attempts", 0) : Monitor::forever;
+    return [=](Machine& machine) {
+      const Display* const display = machine.displays->find(id);
+      if (!display || !display->monitor) {
+        throw ScenarioError("display " + std::to_string(id) + " has no monitor that can be reached");
+      }
+      if (current) display->monitor->setCurrent(*current);
+      if (maximum) display->monitor->setMaximum(*maximum);
+      if (fault) display->monitor->setFault(*fault, attempts);
+    };
+  });
+
+  commands.add("pointer", [](Arguments& line) -> Action {
+    const CGPoint at = line.point("at");
+    return [at](Machine& machine) { machine.displays->pointer_ = at; };
+  });
+
+  commands.add("registry", [](Arguments& line) -> Action {
+    std::vector<RegistryEntry> entries;
+    for (Arguments& each : line.objects("entries")) {
+      RegistryEntry entry;
+      entry.name = each.text("name");
+      entry.properties = each.json("properties", nlohmann::json::object());
+      entry.display = each.optionalUnsigned32("display");
+      each.finish();
+      entries.push_back(std::move(entry));
+    }
+    return [entries](Machine& machine) {
+      std::vector<std::shared_ptr<const RegistryEntry>> all;
+      for (RegistryEntry entry : entries) {
+        if (entry.display) {
+          const Display* const display = machine.displays->find(*entry.display);
+          if (!display || !display->monitor) {
+            throw ScenarioError("display " + std::to_string(*entry.display) + " has no monitor that can be reached");
+          }
+          entry.monitor = display->monitor;
+        }
+        all.push_back(std::make_shared<const RegistryEntry>(std::move(entry)));
+      }
+      machine.registry->replaceAll(std::move(all));
+    };
+  });
+}
+
+void Displays::snapshot(nlohmann::ordered_json& state) {
+  state["displays"] = nlohmann::ordered_json::array();
+  for (const Display& display : displays_) {
+    nlohmann::ordered_json shown = {{"id", display.id}, {"brightness", nullptr}};
+    if (display.monitor) shown["brightness"] = display.monitor->current();
+    state["displays"].push_back(shown);
+  }
+}
+
+}  // namespace simulator
+
+// ---- The calls ----
+
+using simulator::Call;
+using simulator::Display;
+
+extern "C" {
+
+// The display with the menu bar: the one whose screen has the coordinates' origin.
+CGDirectDisplayID CGMainDisplayID(void) {
+  const Call call("CGMainDisplayID");
+  const auto& displays = call.machine.displays->all();
+  for (const Display& display : displays) {
+    if (display.frame.origin.x == 0 && display.frame.origin.y == 0) return display.id;
+  }
+  return displays.empty() ? kCGNullDirectDisplay : displays.front().id;
+}
+
+CGError CGGetOnlineDisplayList(uint32_t maxDisplays, CGDirectDisplayID* onlineDisplays, uint32_t* displayCount) {
+  const Call call("CGGetOnlineDisplayList");
+  if (const auto status = call.fault()) return *status;
+  const auto& displays = call.machine.displays->all();
+  const auto online = static_cast<std::uint32_t>(displays.size());
+  // Without a buffer the count is that of the displays; with one, of those that were stored.
+  if (!onlineDisplays) {
+    *displayCount = online;
+    return kCGErrorSuccess;
+  }
+  *displayCount = std::min(online, maxDisplays);
+  for (std::uint32_t i = 0; i < *displayCount; ++i) onlineDisplays[i] = displays[i].id;
+  return kCGErrorSuccess;
+}
+
+boolean_t CGDisplayIsBuiltin(CGDirectDisplayID id) {
+  const Call call("CGDisplayIsBuiltin");
+  const Display* const display = call.machine.displays->find(id);
+  return display && display->builtin;
+}
+
+// The unknown display's numbers are all ones.
+uint32_t CGDisplayVendorNumber(CGDirectDisplayID id) {
+  const Call call("CGDisplayVendorNumber");
+  const Display* const display = call.machine.displays->find(id);
+  return display ? display->vendor : 0xFFFFFFFF;
+}
+
+uint32_t CGDisplayModelNumber(CGDirectDisplayID id) {
+  const Call call("CGDisplayModelNumber");
+  const Display* const display = call.machine.displays->find(id);
+  return display ? display->product : 0xFFFFFFFF;
+}
+
+uint32_t CGDisplaySerialNumber(CGDirectDisplayID id) {
+  const Call call("CGDisplaySerialNumber");
+  const Display* const display = call.machine.displays->find(id);
+  return display ? display->serial : 0xFFFFFFFF;
+}
+
+}  // extern "C"
+
+// ---- NSScreen ----
+
+namespace NS {
+namespace {
+
+const Display& displayOf(const Screen& screen, const char* call) {
+  return simulator::live<simulator::ScreenObject>(screen.get(), call).display;
+}
+
+}  // namespace
+
+std::vector<Screen> Screen::screens() {
+  const Call call("NSScreen.screens", Call::On::mainThread);
+  std::vector<Screen> screens;
+  for (const Display& display : call.machine.displays->all()) {
+    screens.emplace_back(CF::adopt(static_cast<CFTypeRef>(new simulator::ScreenObject(display))));
+  }
+  return screens;
+}
+
+CGRect Screen::frame() const {
+  const Call call("NSScreen.frame", Call::On::mainThread);
+  return displayOf(*this, "NSScreen.frame").frame;
+}
+
+std::string Screen::localizedName() const {
+  const Call call("NSScreen.localizedName", Call::On::mainThread);
+  return displayOf(*this, "NSScreen.localizedName").name;
+}
+
+CF::Ref<CFDictionaryRef> Screen::deviceDescription() const {
+  const Call call("NSScreen.deviceDescription", Call::On::mainThread);
+  const Display& display = displayOf(*this, "NSScreen.deviceDescription");
+  return CF::adopt(static_cast<CFDictionaryRef>(
+      simulator::createPropertyList({{"NSScreenNumber", display.id}, {"NSDeviceIsScreen", "YES"}})));
+}
+
+// As Foundation has it for coordinates that are not flipped: the top and left edges belong to the rectangle, the
+// bottom and right ones do not.
+bool MouseInRect(CGPoint point, CGRect rect, bool flipped) {
+  const bool inX = point.x >= rect.origin.x && point.x < rect.origin.x + rect.size.width;
+  const double bottom = rect.origin.y;
+  const double top = rect.origin.y + rect.size.height;
+  return inX && (flipped ? point.y >= bottom && point.y < top : point.y > bottom && point.y <= top);
+}
+
+}  // namespace NS

@@ -1,0 +1,56 @@
+// The displays that are connected, the pointer, and the screens that AppKit makes of them.
+#pragma once
+
+#include <CoreGraphics/CoreGraphics.h>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "simulator/displays/Monitor.h"
+#include "simulator/machine/Object.h"
+#include "simulator/machine/Part.h"
+
+namespace simulator {
+
+class Machine;
+
+struct Display {
+  std::uint32_t id;
+  std::string name;
+  bool builtin;
+  CGRect frame;  // in AppKit's coordinates
+  std::uint32_t vendor;
+  std::uint32_t product;
+  std::uint32_t serial;
+  std::string location;  // what its AV service says: "External" or "Embedded"
+  std::shared_ptr<Monitor> monitor;  // null: no DDC service
+};
+
+class Displays : public Part {
+ public:
+  explicit Displays(Machine& machine);
+
+  // In the order in which they were connected.
+  [[nodiscard]] const std::vector<Display>& all() const { return displays_; }
+  [[nodiscard]] const Display* find(std::uint32_t id) const;
+  [[nodiscard]] CGPoint pointer() const { return pointer_; }
+
+  // The id must be free.
+  void connect(Display display);
+  // The id must be taken.
+  void disconnect(std::uint32_t id);
+
+  void addCommands(Commands& commands) override;
+  void snapshot(nlohmann::ordered_json& state) override;
+
+ private:
+  void screensChanged();
+
+  Machine& machine_;
+  std::vector<Display> displays_;
+  CGPoint pointer_{0, 0};
+};
+
+}  // namespace simulator

@@ -1,0 +1,62 @@
+// An external monitor's end of the I2C wire: it speaks DDC/CI as VESA's standard lays it down, or as badly as it is
+// told to.
+#pragma once
+
+#include <IOKit/IOReturn.h>
+
+#include <cstdint>
+#include <limits>
+#include <optional>
+#include <span>
+#include <vector>
+
+#include "simulator/time/Scheduler.h"
+
+namespace simulator {
+
+class Monitor {
+ public:
+  enum class Fault {
+    none,
+    noAnswer,          // reads are not acknowledged
+    badChecksum,       // replies carry a wrong checksum
+    writeFails,        // writes are not acknowledged, and do nothing
+    secondWriteFails,  // when a message comes twice in a row, the second is not acknowledged
+  };
+  static constexpr std::uint64_t forever = std::numeric_limits<std::uint64_t>::max();
+
+  // The luminance feature (VCP code 0x10): its present value and its maximum, as it reports them.
+  Monitor(Scheduler& scheduler, std::uint16_t current, std::uint16_t maximum)
+      : scheduler_(scheduler), current_(current), maximum_(maximum) {}
+
+  [[nodiscard]] std::uint16_t current() const { return current_; }
+  void setCurrent(std::uint16_t value) { current_ = value; }
+  void setMaximum(std::uint16_t value) { maximum_ = value; }
+  // Misbehaves for that many reads or writes.
+  void setFault(Fault fault, std::uint64_t attempts = forever);
+  // From now on nothing is at the other end of the wire.
+  void unplug() { connected_ = false; }
+
+  // A message to the 7-bit chip address, `address` being its first byte (the sender's, in DDC/CI).
+  IOReturn write(std::uint32_t chip, std::uint32_t address, std::span<const std::uint8_t> bytes);
+  // The monitor's answer, as many bytes as are asked for.
+  IOReturn read(std::uint32_t chip, std::uint32_t offset, std::span<std::uint8_t> buffer);
+
+ private:
+  bool misbehaves(Fault fault);
+  void receive(std::uint32_t address, std::span<const std::uint8_t> bytes);
+  [[nodiscard]] std::vector<std::uint8_t> reply(std::uint8_t code) const;
+
+  Scheduler& scheduler_;
+  std::uint16_t current_;
+  std::uint16_t maximum_;
+  bool connected_ = true;
+  Fault fault_ = Fault::none;
+  std::uint64_t faultsLeft_ = 0;
+
+  std::optional<std::uint8_t> asked_;  // the feature that a Get request named and no read has fetched
+  Time askedAt_{0};
+  std::vector<std::uint8_t> previous_;  // the message before, unless it was a repetition itself
+};
+
+}  // namespace simulator

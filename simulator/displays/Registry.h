@@ -1,0 +1,72 @@
+// The I/O Registry: a tree of entries with properties, and the handles that the program holds on them.
+#pragma once
+
+#include <IOKit/IOKitLib.h>
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "simulator/displays/Monitor.h"
+#include "simulator/machine/Part.h"
+
+namespace simulator {
+
+class Machine;
+
+struct RegistryEntry {
+  std::string name;
+  nlohmann::json properties = nlohmann::json::object();
+  std::vector<std::shared_ptr<const RegistryEntry>> children;
+  // What the entry's AV service reaches, and the display it belongs to.
+  std::shared_ptr<Monitor> monitor;
+  std::optional<std::uint32_t> display;
+};
+
+class Registry : public Part {
+ public:
+  explicit Registry(Machine& machine);
+
+  // The entries that stand for a display, below the root; replaces those it had. Without effect after `replaceAll`.
+  void setDisplay(std::uint32_t display, std::shared_ptr<const RegistryEntry> entries);
+  void removeDisplay(std::uint32_t display);
+  // Replaces everything below the root, in walking order.
+  void replaceAll(std::vector<std::shared_ptr<const RegistryEntry>> entries);
+
+  // ---- Handles ----
+  io_object_t root();
+  io_iterator_t iterator(io_object_t entry);
+  io_object_t next(io_iterator_t iterator);
+  // The entry behind a handle that the program gave to `call`; anything else is fatal.
+  std::shared_ptr<const RegistryEntry> entry(io_object_t handle, const char* call) const;
+  void release(io_object_t handle);
+
+  void processEnded(Leaks& leaks) override;
+
+ private:
+  struct Iteration {
+    std::vector<std::shared_ptr<const RegistryEntry>> entries;
+    std::size_t next = 0;
+    std::uint64_t generation = 0;
+  };
+  struct Handle {
+    std::shared_ptr<const RegistryEntry> entry;
+    std::unique_ptr<Iteration> iteration;
+  };
+
+  io_object_t add(Handle handle);
+  Handle& find(io_object_t handle, const char* call);
+
+  std::map<std::uint32_t, std::shared_ptr<const RegistryEntry>> displays_;
+  std::vector<std::shared_ptr<const RegistryEntry>> replaced_;
+  bool isReplaced_ = false;
+  std::uint64_t generation_ = 0;
+  std::map<io_object_t, Handle> handles_;
+  io_object_t nextHandle_ = 0x1003;
+};
+
+}  // namespace simulator

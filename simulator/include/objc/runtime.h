@@ -1,0 +1,16 @@
+// The Objective-C runtime on the simulated Mac: classes of loaded libraries and the methods they implement.
+#pragma once
+
+#include <objc/objc.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+Class objc_lookUpClass(const char* name);
+Class object_getClass(id obj);
+IMP class_getMethodImplementation(Class cls, SEL name);
+
+#ifdef __cplusplus
+}
+#endif

@@ -1,0 +1,37 @@
+// Calls of the platform that are told to fail.
+#pragma once
+
+#include <cstdint>
+#include <initializer_list>
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+
+namespace simulator {
+
+class Faults {
+ public:
+  // Each part of the machine says which of its calls can be made to fail.
+  void declare(std::initializer_list<const char*> calls);
+  [[nodiscard]] bool knows(std::string_view call) const { return calls_.contains(call); }
+
+  // Makes calls of `call` answer `status`: the `nth` from now (1: the next) and as many as `times` from there on.
+  // Faults of the same call add up.
+  void fail(std::string_view call, std::int32_t status, std::uint64_t nth, std::uint64_t times);
+  // Counts one call; the status it is to fail with, if it is.
+  std::optional<std::int32_t> take(std::string_view call);
+
+ private:
+  struct Fault {
+    std::int32_t status;
+    std::uint64_t skip;
+    std::uint64_t times;
+  };
+
+  std::set<std::string, std::less<>> calls_;
+  std::multimap<std::string, Fault, std::less<>> faults_;
+};
+
+}  // namespace simulator

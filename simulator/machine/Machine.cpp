@@ -1,0 +1,108 @@
+#include "simulator/machine/Machine.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <nlohmann/json.hpp>
+
+#include "simulator/desktop/Accessibility.h"
+#include "simulator/desktop/Alerts.h"
+#include "simulator/desktop/Application.h"
+#include "simulator/desktop/EventStream.h"
+#include "simulator/desktop/MenuBar.h"
+#include "simulator/desktop/NotificationCenters.h"
+#include "simulator/displays/Displays.h"
+#include "simulator/displays/Registry.h"
+#include "simulator/machine/Object.h"
+#include "simulator/time/Dispatch.h"
+#include "simulator/time/RunLoop.h"
+
+namespace simulator {
+namespace {
+
+Machine* currentMachine = nullptr;
+
+}  // namespace
+
+Machine::Machine(Program program, Options options)
+    : scheduler(options.clock, options.seed),
+      trace(scheduler, std::move(options.trace)),
+      process(*this, std::move(program)),
+      onFatal_(std::move(options.fatal)) {
+  if (currentMachine) std::abort();  // the platform's functions could not tell which one is meant
+  currentMachine = this;
+  trace.setRoot(root.path().string());
+  faults.declare({"dlopen", "dlsym", "objc_lookUpClass", "OSDManager.sharedManager", "NSEvent.eventWithCGEvent"});
+  const auto add = [this](auto& slot, auto part) {
+    parts.push_back(part.get());
+    slot = std::move(part);
+  };
+  add(runLoop, std::make_unique<RunLoop>(*this));
+  add(dispatch, std::make_unique<Dispatch>(*this));
+  add(notifications, std::make_unique<NotificationCenters>(*this));
+  add(registry, std::make_unique<Registry>(*this));
+  add(displays, std::make_unique<Displays>(*this));
+  add(accessibility, std::make_unique<Accessibility>(*this));
+  add(events, std::make_unique<EventStream>(*this));
+  add(menuBar, std::make_unique<MenuBar>(*this));
+  add(alerts, std::make_unique<Alerts>(*this));
+  add(application, std::make_unique<Application>(*this));
+}
+
+Machine::~Machine() {
+  trace.setMuted(true);
+  process.kill();
+  currentMachine = nullptr;
+}
+
+Machine& Machine::current() {
+  if (!currentMachine) {
+    std::fputs("A platform call was made without a simulated Mac.\n", stderr);
+    std::abort();
+  }
+  return *currentMachine;
+}
+
+Machine* Machine::currentOrNull() { return currentMachine; }
+
+nlohmann::ordered_json Machine::snapshot() {
+  const Scheduler::Lock lock(scheduler);
+  nlohmann::ordered_json state;
+  state["running"] = process.running();
+  for (Part* const part : parts) part->snapshot(state);
+  return state;
+}
+
+bool Machine::shutDown() {
+  if (process.running()) {
+    application->quit();
+    runReady();
+    if (process.running() && !scheduler.settle()) fatal("The program does not come to rest");
+  }
+  if (process.running()) fatal("The program did not quit");
+  for (const auto& [kind, count] : process.leaks()) {
+    trace.record("leak").text("kind", kind).number("count", static_cast<std::int64_t>(count));
+  }
+  return process.leaks().empty();
+}
+
+void Machine::fatal(std::string_view text) {
+  trace.setMuted(false);
+  trace.record("fatal").text("text", text);
+  if (onFatal_) onFatal_();
+  std::_Exit(1);
+}
+
+void fatal(std::string_view text) {
+  if (Machine* const machine = Machine::currentOrNull()) machine->fatal(text);
+  std::fprintf(stderr, "fatal: %.*s\n", static_cast<int>(text.size()), text.data());
+  std::abort();
+}
+
+Call::Call(const char* name, On thread)
+    : machine((Machine::current().scheduler.preempt(), Machine::current())), name_(name), lock_(machine.scheduler) {
+  if (thread == On::mainThread && !machine.process.onMainThread()) {
+    fatal(std::string(name) + " was called off the main thread");
+  }
+}
+
+}  // namespace simulator

@@ -1,0 +1,75 @@
+#include "simulator/machine/Process.h"
+
+#include <exception>
+#include <string>
+#include <utility>
+
+#include "simulator/machine/Machine.h"
+#include "simulator/machine/Object.h"
+
+namespace simulator {
+
+Process::Process(Machine& machine, Program program) : machine_(machine), program_(std::move(program)) {
+  machine_.scheduler.setThreadsEnded([this] { cleanUp(); });
+}
+
+bool Process::onMainThread() const { return mainThread_ != nullptr && Scheduler::current() == mainThread_; }
+
+void Process::launch() {
+  const Scheduler::Lock lock(machine_.scheduler);
+  if (running_ || ending_) return;
+  running_ = true;
+  machine_.scheduler.spawn("main", [this] {
+    {
+      const Scheduler::Lock started(machine_.scheduler);
+      mainThread_ = Scheduler::current();
+    }
+    int status = 0;
+    try {
+      status = program_.main();
+    } catch (const std::exception& error) {
+      fatal(std::string("The program ended with an uncaught exception: ") + error.what());
+    }
+    exit(status);
+  });
+}
+
+void Process::exit(int status) {
+  const Scheduler::Lock lock(machine_.scheduler);
+  if (running_) {
+    machine_.trace.record("exit").number("status", status);
+    end();
+  }
+  throw ProcessEnd{};
+}
+
+void Process::kill() {
+  const Scheduler::Lock lock(machine_.scheduler);
+  if (!running_) return;
+  end();
+  if (machine_.scheduler.clock() == Clock::deterministic) {
+    machine_.runReady();
+  } else {
+    (void)machine_.scheduler.settle();
+  }
+}
+
+void Process::end() {
+  running_ = false;
+  ending_ = true;
+  for (Part* const part : machine_.parts) part->processWillEnd(leaks_);
+  machine_.trace.setMuted(true);
+  machine_.scheduler.endThreads();
+}
+
+void Process::cleanUp() {
+  mainThread_ = nullptr;
+  for (Part* const part : machine_.parts) part->processEnded(leaks_);
+  for (const auto& [kind, count] : liveObjects()) leaks_[kind] += count;
+  forgetLiveObjects();
+  machine_.trace.setMuted(false);
+  ending_ = false;
+  if (const auto action = std::exchange(whenEnded_, nullptr)) action();
+}
+
+}  // namespace simulator

@@ -1,0 +1,56 @@
+// The program's process: started, ended, and what it left behind.
+#pragma once
+
+#include <functional>
+#include <map>
+#include <string>
+
+#include "simulator/machine/Part.h"
+#include "simulator/time/Scheduler.h"
+
+namespace simulator {
+
+class Machine;
+
+// The program that is installed on the machine.
+struct Program {
+  std::function<int()> main;
+  std::string name;        // the bundle's, as "Dalvane"
+  std::string identifier;  // CFBundleIdentifier
+  std::string version;     // CFBundleShortVersionString
+};
+
+class Process {
+ public:
+  Process(Machine& machine, Program program);
+
+  [[nodiscard]] const Program& program() const { return program_; }
+  [[nodiscard]] bool running() const { return running_; }
+  [[nodiscard]] bool onMainThread() const;
+
+  // Starts the program; nothing happens when it runs already.
+  void launch();
+  // Ends the process from one of its threads.
+  [[noreturn]] void exit(int status);
+  // Ends it from outside, as pulling the plug does.
+  void kill();
+  // Calls `action` once the process has ended and nothing of it is left.
+  void whenEnded(std::function<void()> action) { whenEnded_ = std::move(action); }
+
+  // What processes that have ended left alive.
+  [[nodiscard]] const Leaks& leaks() const { return leaks_; }
+
+ private:
+  void end();
+  void cleanUp();
+
+  Machine& machine_;
+  Program program_;
+  bool running_ = false;
+  bool ending_ = false;
+  Scheduler::Thread* mainThread_ = nullptr;
+  std::function<void()> whenEnded_;
+  Leaks leaks_;
+};
+
+}  // namespace simulator

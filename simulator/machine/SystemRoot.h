@@ -1,0 +1,38 @@
+// The simulated system's root folder: loadable libraries, tools, and whatever files the program leaves.
+#pragma once
+
+#include <filesystem>
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace simulator {
+
+class SystemRoot {
+ public:
+  // Lays out a new folder with the loadable libraries of the system.
+  SystemRoot();
+  ~SystemRoot();
+  SystemRoot(const SystemRoot&) = delete;
+  SystemRoot& operator=(const SystemRoot&) = delete;
+
+  [[nodiscard]] const std::filesystem::path& path() const { return path_; }
+  // Where an absolute path of the simulated system lies.
+  [[nodiscard]] std::filesystem::path below(std::string_view path) const;
+
+  // Removes a loadable library, given by its path or its name; false when there is none.
+  bool removeLibrary(std::string_view library);
+  void removeSymbol(std::string symbol) { missing_.insert(std::move(symbol)); }
+  // Libraries that the program has loaded, in this order.
+  void didLoad(void* library) { loaded_.push_back(library); }
+  [[nodiscard]] const std::vector<void*>& loaded() const { return loaded_; }
+  [[nodiscard]] bool isMissing(std::string_view symbol) const { return missing_.contains(symbol); }
+
+ private:
+  std::filesystem::path path_;
+  std::set<std::string, std::less<>> missing_;
+  std::vector<void*> loaded_;
+};
+
+}  // namespace simulator

@@ -1,0 +1,109 @@
+#include "simulator/scenarios/Scenario.h"
+
+#include <cmath>
+#include <fstream>
+#include <utility>
+
+#include "simulator/desktop/Application.h"
+#include "simulator/machine/Machine.h"
+
+namespace simulator {
+namespace {
+
+void addMachineCommands(Commands& commands) {
+  commands.add("launch", [](Arguments&) -> Action { return [](Machine& machine) { machine.process.launch(); }; });
+
+  commands.add("quit", [](Arguments&) -> Action { return [](Machine& machine) { machine.application->quit(); }; });
+
+  commands.add("advance", [](Arguments& line) -> Action {
+    const double seconds = line.number("seconds");
+    if (!(seconds >= 0) || seconds > 1e9) line.fail("member \"seconds\" must be from 0 to a billion");
+    const Duration duration(std::llround(seconds * 1e9));
+    return [duration](Machine& machine) { machine.scheduler.advance(duration); };
+  });
+
+  commands.add("settle", [](Arguments&) -> Action {
+    return [](Machine& machine) {
+      if (!machine.scheduler.settle()) machine.fatal("The program does not come to rest");
+    };
+  });
+
+  commands.add("snapshot", [](Arguments& line) -> Action {
+    const std::string name = line.text("name");
+    return [name](Machine& machine) {
+      auto record = machine.trace.record("snapshot");
+      record.text("name", name);
+      for (const auto& [key, value] : machine.snapshot().items()) {
+        record.json(key, value.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace));
+      }
+    };
+  });
+
+  commands.add("missing", [](Arguments& line) -> Action {
+    if (line.has("library") == line.has("symbol")) line.fail("needs \"library\" or \"symbol\"");
+    if (line.has("symbol")) {
+      return [symbol = line.text("symbol")](Machine& machine) { machine.root.removeSymbol(symbol); };
+    }
+    return [library = line.text("library")](Machine& machine) {
+      if (!machine.root.removeLibrary(library)) throw ScenarioError("there is no library \"" + library + "\"");
+    };
+  });
+}
+
+}  // namespace
+
+Scenario::Scenario(Machine& machine) : machine_(machine) {
+  addMachineCommands(commands_);
+  commands_.add("fail", [&machine](Arguments& line) -> Action {
+    const std::string call = line.text("call");
+    if (!machine.faults.knows(call)) line.fail("there is no call \"" + call + "\" that can be made to fail");
+    const auto status = line.integer<std::int32_t>("status");
+    const std::uint64_t nth = line.count("nth", 1);
+    const std::uint64_t times = line.count("times", 1);
+    return [=](Machine& played) { played.faults.fail(call, status, nth, times); };
+  });
+  for (const char* const name : {"output", "default-output", "play", "capture", "slide", "login-item", "preference",
+                                 "bundle", "feed", "image"}) {
+    commands_.addNotYetSimulated(name);
+  }
+  for (Part* const part : machine.parts) part->addCommands(commands_);
+}
+
+void Scenario::addFile(const std::string& path) {
+  std::ifstream file(path);
+  if (!file) throw ScenarioError(path + ":1: the file cannot be read");
+  add(file, path);
+}
+
+void Scenario::add(std::istream& lines, const std::string& name) {
+  std::string line;
+  for (std::size_t number = 1; std::getline(lines, line); ++number) {
+    if (line.ends_with('\r')) line.pop_back();
+    const auto start = line.find_first_not_of(" \t");
+    if (start == std::string::npos || line.compare(start, 2, "//") == 0) continue;
+    const std::string where = name + ":" + std::to_string(number) + ": ";
+    try {
+      steps_.push_back({where, commands_.parse(line)});
+    } catch (const ScenarioError& error) {
+      throw ScenarioError(where + error.what());
+    }
+  }
+}
+
+void Scenario::play() {
+  for (const Step& step : std::exchange(steps_, {})) {
+    try {
+      step.action(machine_);
+    } catch (const ScenarioError& error) {
+      throw ScenarioError(step.where + error.what());
+    }
+    machine_.runReady();
+  }
+}
+
+void Scenario::perform(const std::string& line) {
+  commands_.parse(line)(machine_);
+  machine_.runReady();
+}
+
+}  // namespace simulator

@@ -1,0 +1,46 @@
+#include "simulator/services/ObjCRuntime.h"
+
+#include <dlfcn.h>
+#include <objc/runtime.h>
+
+#include <mutex>
+#include <set>
+#include <string>
+
+#include "simulator/machine/Machine.h"
+
+extern "C" {
+
+// Selectors are unique by name, so they compare as pointers.
+SEL sel_registerName(const char* str) {
+  static std::mutex mutex;
+  static auto* const names = new std::set<std::string, std::less<>>;
+  const std::lock_guard lock(mutex);
+  return reinterpret_cast<SEL>(const_cast<char*>(names->insert(str).first->c_str()));
+}
+
+Class objc_lookUpClass(const char* name) {
+  const simulator::Call call("objc_lookUpClass");
+  if (call.fault() || call.machine.root.isMissing(name)) return nullptr;
+  const std::string symbol = std::string("OBJC_CLASS_$_") + name;
+  for (void* const library : call.machine.root.loaded()) {
+    if (void* const found = dlsym(library, symbol.c_str())) return static_cast<Class>(found);
+  }
+  return nullptr;
+}
+
+Class object_getClass(id obj) {
+  // A class is an object too: it is told from an instance by not being in the machine's care.
+  if (simulator::isLive(obj)) return obj->type;
+  return obj ? reinterpret_cast<Class>(obj)->isa : nullptr;
+}
+
+IMP class_getMethodImplementation(Class cls, SEL name) {
+  const std::string selector = reinterpret_cast<const char*>(name);
+  for (const objc_class::Method* method = cls->methods; method->selector; ++method) {
+    if (selector == method->selector) return method->implementation;
+  }
+  simulator::fatal(std::string(cls->name) + ": unrecognized selector " + selector);
+}
+
+}  // extern "C"

@@ -1,0 +1,58 @@
+// Dispatch queues and the worker threads that serve them.
+#pragma once
+
+#include <dispatch/dispatch.h>
+
+#include <deque>
+#include <set>
+#include <string>
+
+#include "simulator/machine/Object.h"
+#include "simulator/machine/Part.h"
+#include "simulator/time/Scheduler.h"
+
+struct dispatch_queue_s : simulator::Object {
+  enum class Type { main, concurrent, serial };
+
+  dispatch_queue_s(Type which, std::string name) : type(which), label(std::move(name)) {}
+  std::string_view kind() const override { return "dispatch queue"; }
+
+  const Type type;
+  const std::string label;
+  std::deque<dispatch_block_t> blocks;
+  bool serving = false;  // a worker has it, or it waits for one
+};
+
+namespace simulator {
+
+class Machine;
+
+class Dispatch : public Part {
+ public:
+  explicit Dispatch(Machine& machine);
+
+  // Takes over `block`, which has been copied.
+  void submit(dispatch_queue_s& queue, dispatch_block_t block);
+  // The same once `delay` has passed.
+  void submitAfter(Duration delay, dispatch_queue_s& queue, dispatch_block_t block);
+
+  void processEnded(Leaks& leaks) override;
+
+ private:
+  void enqueue(dispatch_queue_s& queue);
+  void work();
+  void serve(dispatch_queue_s& queue);
+
+  Machine& machine_;
+  std::deque<dispatch_queue_s*> waiting_;  // queues that have blocks and no worker; retained
+  struct Delayed {
+    Scheduler::TimerID timer;
+    dispatch_queue_s* queue;
+    dispatch_block_t block;
+  };
+  std::deque<Delayed> delayed_;
+  std::size_t idleWorkers_ = 0;
+  WaitQueue idle_;
+};
+
+}  // namespace simulator
