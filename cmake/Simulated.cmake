@@ -47,7 +47,7 @@ target_link_libraries(simulator PUBLIC simulated_settings)
 target_compile_definitions(simulator PRIVATE SIMULATED_SYSTEM="${SIMULATED_SYSTEM}")
 target_link_libraries(simulator PUBLIC ${BLOCKS_RUNTIME} Threads::Threads ${CMAKE_DL_LIBS})
 # C library functions whose calls from the program are the machine's.
-foreach(function abort dlerror dlopen dlsym nanosleep)
+foreach(function abort nanosleep)
   target_link_options(simulator INTERFACE -Wl,--wrap=${function})
 endforeach()
 

@@ -6,7 +6,8 @@
 
 namespace {
 
-id sharedManager(Class self, SEL) { return simulator::sharedPopUpManager(self); }
+// A class method: the receiver is the class.
+id sharedManager(id self, SEL) { return simulator::sharedPopUpManager(reinterpret_cast<Class>(self)); }
 
 void showImage(id self, SEL, std::int64_t image, std::uint32_t display, std::uint32_t priority, std::uint32_t fade,
                std::uint32_t filled, std::uint32_t total, BOOL locked) {

@@ -44,14 +44,11 @@ void Process::exit(int status) {
 }
 
 void Process::kill() {
-  const Scheduler::Lock lock(machine_.scheduler);
-  if (!running_) return;
-  end();
-  if (machine_.scheduler.clock() == Clock::deterministic) {
-    machine_.runReady();
-  } else {
-    (void)machine_.scheduler.settle();
+  {
+    const Scheduler::Lock lock(machine_.scheduler);
+    if (running_) end();
   }
+  machine_.runReady();
 }
 
 void Process::end() {

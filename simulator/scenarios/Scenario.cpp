@@ -33,7 +33,8 @@ void addMachineCommands(Commands& commands) {
     return [name](Machine& machine) {
       auto record = machine.trace.record("snapshot");
       record.text("name", name);
-      for (const auto& [key, value] : machine.snapshot().items()) {
+      const auto state = machine.snapshot();
+      for (const auto& [key, value] : state.items()) {
         record.json(key, value.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace));
       }
     };

@@ -1,10 +1,18 @@
 // dlopen, dlsym and dlerror of the program: paths of the system lie below its root folder, and symbols may be taken
-// away. The linker hands the program's calls to us; the libraries are real ones.
+// away. The libraries are real ones.
 #include <dlfcn.h>
 
 #include <string>
 
 #include "simulator/machine/Machine.h"
+
+extern "C" {
+
+void* hostOpen(const char* path, int mode) __asm__("dlopen");
+void* hostSymbol(void* handle, const char* symbol) __asm__("dlsym");
+char* hostError(void) __asm__("dlerror");
+
+}  // extern "C"
 
 namespace {
 
@@ -16,42 +24,31 @@ thread_local std::string toldError;
 
 extern "C" {
 
-void* __real_dlopen(const char* path, int mode);
-void* __real_dlsym(void* handle, const char* symbol);
-char* __real_dlerror(void);
-void* __wrap_dlopen(const char* path, int mode);
-void* __wrap_dlsym(void* handle, const char* symbol);
-char* __wrap_dlerror(void);
-
-void* __wrap_dlopen(const char* path, int mode) {
-  if (!simulator::Scheduler::current() || !path) return __real_dlopen(path, mode);
+void* dlopen(const char* path, int mode) {
   const simulator::Call call("dlopen");
-  const std::string real = call.machine.root.below(path).string();
   if (call.fault()) {
     pendingError = std::string(path) + ": the library could not be loaded";
     return nullptr;
   }
-  void* const handle = __real_dlopen(real.c_str(), mode);
-  if (!handle) {
-    pendingError = __real_dlerror();
-  } else {
+  void* const handle = hostOpen(call.machine.root.below(path).c_str(), mode);
+  if (handle) {
     call.machine.root.didLoad(handle);
+  } else {
+    pendingError = hostError();
   }
   return handle;
 }
 
-void* __wrap_dlsym(void* handle, const char* symbol) {
-  if (!simulator::Scheduler::current()) return __real_dlsym(handle, symbol);
+void* dlsym(void* handle, const char* symbol) {
   const simulator::Call call("dlsym");
   if (!call.machine.root.isMissing(symbol) && !call.fault()) {
-    if (void* const address = __real_dlsym(handle, symbol)) return address;
+    if (void* const address = hostSymbol(handle, symbol)) return address;
   }
   pendingError = std::string("dlsym: symbol not found: ") + symbol;
   return nullptr;
 }
 
-char* __wrap_dlerror(void) {
-  if (!simulator::Scheduler::current()) return __real_dlerror();
+char* dlerror(void) {
   if (pendingError.empty()) return nullptr;
   toldError.swap(pendingError);
   pendingError.clear();

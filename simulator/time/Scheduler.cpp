@@ -194,7 +194,8 @@ Scheduler::TimerID Scheduler::at(Time time, Duration asked, Waiting waiting, std
 
 std::map<Scheduler::TimerID, Scheduler::Timer>::iterator Scheduler::dropTimer(
     std::map<TimerID, Timer>::iterator timer) {
-  if (timer->second.counts && --counted_ == 0) idle_.notify_all();
+  if (timer->second.counts) --counted_;
+  idle_.notify_all();
   return timers_.erase(timer);
 }
 
@@ -253,7 +254,7 @@ void Scheduler::runReady() {
   if (clock_ == Clock::live) {
     const Lock hold(*this);
     std::unique_lock<std::mutex> lock(mutex_, std::adopt_lock);
-    idle_.wait(lock, [this] { return running_ == 0; });
+    idle_.wait(lock, [this] { return running_ == 0 && (timers_.empty() || timers_.begin()->first.first > now()); });
     lock.release();
     return;
   }

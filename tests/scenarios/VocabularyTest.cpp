@@ -1,0 +1,87 @@
+// Scenario lines that cannot be understood.
+#include <gtest/gtest.h>
+
+#include "tests/support/Play.h"
+
+namespace {
+
+std::string errorOf(const std::string& line) {
+  const Played played = playScenario("// a comment\n\n" + line + "\n");
+  EXPECT_EQ(played.status, 2) << line;
+  EXPECT_EQ(played.error.find("test:3: "), 0U) << played.error;
+  return played.error.substr(std::string("test:3: ").size());
+}
+
+}  // namespace
+
+TEST(Vocabulary, RefusesWhatIsNotAnObject) {
+  EXPECT_EQ(errorOf("launch").find("not JSON: "), 0U);
+  EXPECT_EQ(errorOf(R"({"do":"launch")").find("not JSON: "), 0U);
+  EXPECT_EQ(errorOf(R"(["launch"])"), "not a JSON object");
+}
+
+TEST(Vocabulary, RefusesAnUnknownDo) {
+  EXPECT_EQ(errorOf(R"({"do":"lanch"})"), R"(unknown "do": "lanch")");
+  EXPECT_EQ(errorOf(R"({"key":"mute"})"), R"(missing member "do")");
+  EXPECT_EQ(errorOf(R"({"do":7})"), R"(member "do" must be a text)");
+}
+
+TEST(Vocabulary, NamesTheMissingMember) {
+  EXPECT_EQ(errorOf(R"({"do":"key"})"), R"(missing member "key")");
+  EXPECT_EQ(errorOf(R"({"do":"display","id":1})"), R"(missing member "name")");
+  EXPECT_EQ(errorOf(R"({"do":"display","id":1,"name":"A"})"), R"(missing member "frame")");
+  EXPECT_EQ(errorOf(R"({"do":"display","id":1,"name":"A","frame":[0,0,1,1],"monitor":{"current":1}})"),
+            R"(missing member "monitor.maximum")");
+  EXPECT_EQ(errorOf(R"({"do":"pointer"})"), R"(missing member "at")");
+  EXPECT_EQ(errorOf(R"({"do":"accessibility"})"), R"(missing member "granted")");
+  EXPECT_EQ(errorOf(R"({"do":"advance"})"), R"(missing member "seconds")");
+  EXPECT_EQ(errorOf(R"({"do":"event","type":14})"), R"(missing member "subtype")");
+  EXPECT_EQ(errorOf(R"({"do":"registry","entries":[{"properties":{}}]})"), R"(missing member "entries[0].name")");
+}
+
+TEST(Vocabulary, NamesTheWrongType) {
+  EXPECT_EQ(errorOf(R"({"do":"display","id":"1","name":"A","frame":[0,0,1,1]})"), R"(member "id" must be an integer)");
+  EXPECT_EQ(errorOf(R"({"do":"display","id":1.5,"name":"A","frame":[0,0,1,1]})"), R"(member "id" must be an integer)");
+  EXPECT_EQ(errorOf(R"({"do":"display","id":-1,"name":"A","frame":[0,0,1,1]})"),
+            R"(member "id" must be in the range of its type)");
+  EXPECT_EQ(errorOf(R"({"do":"display","id":1,"name":"A","frame":[0,0,1]})"),
+            R"(member "frame" must be a list of four numbers)");
+  EXPECT_EQ(errorOf(R"({"do":"display","id":1,"name":"A","frame":[0,0,1,1],"monitor":5})"),
+            R"(member "monitor" must be an object)");
+  EXPECT_EQ(errorOf(R"({"do":"pointer","at":[1,"2"]})"), R"(member "at" must be a list of two numbers)");
+  EXPECT_EQ(errorOf(R"({"do":"accessibility","granted":1})"), R"(member "granted" must be true or false)");
+  EXPECT_EQ(errorOf(R"({"do":"advance","seconds":"1"})"), R"(member "seconds" must be a number)");
+  EXPECT_EQ(errorOf(R"({"do":"fail","call":"dlopen","status":1,"nth":0})"), R"(member "nth" must be 1 or more)");
+}
+
+TEST(Vocabulary, RefusesValuesThatDoNotExist) {
+  EXPECT_EQ(errorOf(R"({"do":"key","key":"play"})"), R"(unknown key "play")");
+  EXPECT_EQ(errorOf(R"({"do":"key","key":"mute","action":"hold"})"), R"(unknown action "hold")");
+  EXPECT_EQ(errorOf(R"({"do":"monitor","display":2,"fault":"asleep"})"), R"(unknown fault "asleep")");
+  EXPECT_EQ(errorOf(R"({"do":"disable-tap","by":"me"})"), R"(unknown reason "me")");
+  EXPECT_EQ(errorOf(R"({"do":"fail","call":"printf","status":1})"),
+            R"(there is no call "printf" that can be made to fail)");
+  EXPECT_EQ(errorOf(R"({"do":"advance","seconds":-1})"), R"(member "seconds" must be from 0 to a billion)");
+}
+
+TEST(Vocabulary, RefusesMembersItDoesNotKnow) {
+  EXPECT_EQ(errorOf(R"({"do":"launch","seed":1})"), R"(unknown member "seed")");
+  EXPECT_EQ(errorOf(R"({"do":"display","id":1,"name":"A","frame":[0,0,1,1],"monitor":{"current":1,"maximum":2,"x":3}})"),
+            R"(unknown member "monitor.x")");
+}
+
+TEST(Vocabulary, RefusesWhatMakesNoSenseWhereItStands) {
+  const std::string display = R"({"do":"display","id":1,"name":"A","frame":[0,0,1,1]})";
+  const Played twice = playScenario(display + "\n" + display + "\n");
+  EXPECT_EQ(twice.status, 2);
+  EXPECT_EQ(twice.error, "test:2: display 1 is connected already");
+  EXPECT_EQ(errorOf(R"({"do":"display","id":1,"gone":true})"), "there is no display 1");
+  EXPECT_EQ(errorOf(R"({"do":"monitor","display":1,"current":5})"), "display 1 has no monitor that can be reached");
+  EXPECT_EQ(errorOf(R"({"do":"missing","library":"Nothing"})"), R"(there is no library "Nothing")");
+}
+
+TEST(Vocabulary, ReadsEveryLineBeforeItBegins) {
+  const Played played = playScenario(launched + R"({"do":"nonsense"})" + "\n");
+  EXPECT_EQ(played.status, 2);
+  EXPECT_TRUE(played.records.empty());
+}

@@ -1,0 +1,51 @@
+// Plays a scenario on a machine in this process, and looks things up in its trace.
+#pragma once
+
+#include <cstdint>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "simulator/time/Scheduler.h"
+
+struct Played {
+  int status = 0;
+  std::string error;               // of a scenario that cannot be understood
+  std::string bytes;               // the trace as `dalvane-desk play` prints it
+  std::vector<nlohmann::json> records;
+
+  // The records of one kind.
+  [[nodiscard]] std::vector<nlohmann::json> of(std::string_view what) const;
+  // The recorded calls of one function.
+  [[nodiscard]] std::vector<nlohmann::json> calls(std::string_view api) const;
+  // The texts that were logged, as "level category: text".
+  [[nodiscard]] std::vector<std::string> logs() const;
+  // The messages written to a display's monitor, in hex, with the time in front: "0.08 84 03 …".
+  [[nodiscard]] std::vector<std::string> writes(int display) const;
+  // The brightness values that a monitor showed one after the other.
+  [[nodiscard]] std::vector<int> lights(int display) const;
+  // Of each event that was offered to the program: whether it was swallowed.
+  [[nodiscard]] std::vector<bool> swallowed() const;
+};
+
+Played playScenario(const std::string& scenario, std::uint64_t seed = 1,
+                    simulator::Clock clock = simulator::Clock::deterministic);
+
+// Lines that many scenarios begin with: a built-in display (1) and an external one (2) with a monitor at 50 of 100,
+// the pointer on the external one.
+inline const std::string twoDisplays = R"(
+{"do":"display","id":1,"name":"Built-in","builtin":true,"frame":[0,0,1512,982]}
+{"do":"display","id":2,"name":"Left","frame":[1512,0,2560,1440],"vendor":4268,"product":41200,"serial":7001,"monitor":{"current":50,"maximum":100}}
+{"do":"pointer","at":[2000,700]}
+)";
+// The same, launched and settled.
+inline const std::string launched = twoDisplays + R"(
+{"do":"launch"}
+{"do":"settle"}
+)";
+
+// Plays with several seeds; what does not hold for one of them is reported with its seed.
+#define WITH_SEEDS(seed, count)                                     \
+  for (std::uint64_t seed = 1; seed <= (count); ++seed)             \
+    if (const ::testing::ScopedTrace trace_(__FILE__, __LINE__, "seed " + std::to_string(seed)); true)
