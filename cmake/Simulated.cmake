@@ -67,10 +67,15 @@ add_library(dalvane OBJECT ${DALVANE_PROGRAM})
 target_link_libraries(dalvane PUBLIC simulated_settings)
 set_source_files_properties(app/main.cpp PROPERTIES COMPILE_DEFINITIONS main=dalvane_main)
 
-add_executable(dalvane-desk desk/main.cpp desk/Desk.cpp)
-target_compile_definitions(dalvane-desk PRIVATE DALVANE_VERSION="${PROJECT_VERSION}")
-target_link_libraries(dalvane-desk PRIVATE simulator dalvane)
+add_library(desk OBJECT desk/Desk.cpp desk/Narrator.cpp desk/Tour.cpp)
+target_compile_definitions(desk PRIVATE DALVANE_VERSION="${PROJECT_VERSION}")
+target_link_libraries(desk PUBLIC simulated_settings)
+
+add_executable(dalvane-desk desk/main.cpp)
+target_link_libraries(dalvane-desk PRIVATE desk simulator dalvane)
 set_target_properties(dalvane-desk PROPERTIES ENABLE_EXPORTS ON)
+
+add_subdirectory(benchmarks)
 
 include(CTest)
 if(BUILD_TESTING)

@@ -6,11 +6,13 @@
 #include <vector>
 
 #include "desk/Desk.h"
+#include "desk/Tour.h"
 
 namespace {
 
 constexpr std::string_view usage =
-    "dalvane-desk play [--seed N] FILE...   plays scenario files; the trace goes to standard output\n";
+    "dalvane-desk play [--seed N] FILE...   plays scenario files; the trace goes to standard output\n"
+    "dalvane-desk tour [--trace]            a guided run of what Dalvane does; with the raw trace, if you like\n";
 
 int misused(const std::string& reason) {
   std::cerr << "dalvane-desk: " << reason << "\n" << usage;
@@ -26,6 +28,11 @@ int main(int argc, char** argv) {
   if (arguments[0] == "--help") {
     std::cout << usage;
     return 0;
+  }
+  if (arguments[0] == "tour") {
+    const bool trace = arguments.size() == 2 && arguments[1] == "--trace";
+    if (arguments.size() > 1 && !trace) return misused("\"" + arguments[1] + "\" is nothing the tour knows");
+    return tour(std::cout, trace);
   }
   if (arguments[0] != "play") return misused("unknown command \"" + arguments[0] + "\"");
 
