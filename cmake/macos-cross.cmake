@@ -28,6 +28,7 @@ foreach(tool clang++ ld64.lld llvm-nm llvm-install-name-tool)
 endforeach()
 set(CMAKE_CXX_COMPILER ${tool_clang__})
 set(CMAKE_OBJCXX_COMPILER ${tool_clang__})
+set(CMAKE_NM ${tool_llvm_nm})
 set(CMAKE_INSTALL_NAME_TOOL ${tool_llvm_install_name_tool})
 set(CMAKE_CXX_COMPILER_TARGET arm64-apple-macos15.0)
 set(CMAKE_OBJCXX_COMPILER_TARGET arm64-apple-macos15.0)
@@ -50,7 +51,7 @@ endif()
 
 # Public stubs leave out libSystem and libc++: what is theirs is looked up when the program is loaded, and so is not
 # checked when it is linked. CheckSymbols.cmake checks that nothing else is left to that.
-set(CMAKE_EXE_LINKER_FLAGS_INIT "-fuse-ld=lld --ld-path=${tool_ld64_lld} -nostdlib -lobjc -Wl,-undefined,dynamic_lookup")
+set(CMAKE_EXE_LINKER_FLAGS_INIT "-fuse-ld=lld --ld-path=${tool_ld64_lld} -nostdlib -Wl,-undefined,dynamic_lookup")
 
 set(CMAKE_FIND_ROOT_PATH ${MACOS_SDK})
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
