@@ -21,8 +21,8 @@ class Application : public Object {
   void setDelegate(ApplicationDelegate* delegate) const;
   // Runs the main event loop. As AppKit's, it does not return: the application ends in `terminate`.
   void run() const;
-  // Tells the delegate, then ends the process.
-  [[noreturn]] void terminate() const;
+  // Tells the delegate, then ends the process. Does not come back, though AppKit's declaration does not promise it.
+  void terminate() const;
   // Brings the application to the front.
   void activate() const;
 

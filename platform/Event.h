@@ -14,6 +14,7 @@ class Event : public Object {
   // The pointer's position in AppKit's screen coordinates (points, origin bottom-left).
   static CGPoint mouseLocation();
 
+  // Both for system-defined events and their like alone: AppKit raises an exception for a key's or the pointer's.
   [[nodiscard]] short subtype() const;
   [[nodiscard]] long data1() const;
 

@@ -1,0 +1,57 @@
+# Dalvane on the Mac: the program on the system itself, through platform/macos.
+enable_language(OBJCXX)
+set(CMAKE_OBJCXX_STANDARD 20)
+set(CMAKE_OBJCXX_STANDARD_REQUIRED ON)
+set(CMAKE_OBJCXX_EXTENSIONS OFF)
+
+# The face of AppKit and Foundation, and the frameworks that it and the program use.
+set(DALVANE_PLATFORM_MACOS
+  platform/macos/Alert.mm
+  platform/macos/Application.mm
+  platform/macos/Event.mm
+  platform/macos/Menu.mm
+  platform/macos/NotificationCenter.mm
+  platform/macos/Screen.mm
+  platform/macos/UUID.mm)
+set(DALVANE_FRAMEWORKS
+  AppKit
+  ApplicationServices
+  CoreFoundation
+  CoreGraphics
+  Foundation
+  IOKit)
+
+# Of the folder that nlohmann/json is installed in, only its own headers are made visible.
+find_path(NLOHMANN_JSON_FOLDER nlohmann/json.hpp PATHS /opt/homebrew/include /usr/local/include /usr/include
+          NO_CMAKE_FIND_ROOT_PATH REQUIRED)
+file(MAKE_DIRECTORY ${CMAKE_BINARY_DIR}/include)
+file(CREATE_LINK ${NLOHMANN_JSON_FOLDER}/nlohmann ${CMAKE_BINARY_DIR}/include/nlohmann SYMBOLIC)
+
+add_library(mac_settings INTERFACE)
+target_link_libraries(mac_settings INTERFACE dalvane_settings)
+target_include_directories(mac_settings SYSTEM INTERFACE ${CMAKE_BINARY_DIR}/include)
+target_compile_options(mac_settings INTERFACE $<$<COMPILE_LANGUAGE:OBJCXX>:-fobjc-arc>)
+
+add_executable(Dalvane ${DALVANE_PROGRAM} ${DALVANE_PLATFORM_MACOS})
+target_link_libraries(Dalvane PRIVATE mac_settings objc)
+foreach(framework ${DALVANE_FRAMEWORKS})
+  target_link_libraries(Dalvane PRIVATE "-framework ${framework}")
+endforeach()
+
+configure_file(packaging/Info.plist ${CMAKE_BINARY_DIR}/Info.plist @ONLY)
+if(CMAKE_CROSSCOMPILING)
+  # There is nothing here to sign or open an application with: the executable alone is made, and checked.
+  add_custom_command(TARGET Dalvane POST_BUILD VERBATIM
+    COMMAND ${CMAKE_COMMAND} -DBINARY=$<TARGET_FILE:Dalvane> -DNM=${CMAKE_NM} -DSDK=${CMAKE_OSX_SYSROOT}
+            -P ${CMAKE_SOURCE_DIR}/cmake/CheckSymbols.cmake)
+  set_property(TARGET Dalvane PROPERTY LINK_DEPENDS ${CMAKE_SOURCE_DIR}/cmake/CheckSymbols.cmake)
+else()
+  set(DALVANE_SIGNING_IDENTITY "-" CACHE STRING "The certificate that signs Dalvane.app; - signs ad hoc")
+  set_target_properties(Dalvane PROPERTIES
+    MACOSX_BUNDLE TRUE
+    MACOSX_BUNDLE_INFO_PLIST ${CMAKE_BINARY_DIR}/Info.plist)
+  add_custom_command(TARGET Dalvane POST_BUILD VERBATIM
+    COMMAND codesign --force --options runtime --sign ${DALVANE_SIGNING_IDENTITY}
+            --entitlements ${CMAKE_SOURCE_DIR}/packaging/Dalvane.entitlements $<TARGET_BUNDLE_DIR:Dalvane>)
+  set_property(TARGET Dalvane PROPERTY LINK_DEPENDS ${CMAKE_SOURCE_DIR}/packaging/Dalvane.entitlements)
+endif()

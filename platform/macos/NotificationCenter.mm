@@ -1,0 +1,42 @@
+#include "platform/NotificationCenter.h"
+
+#import <AppKit/AppKit.h>
+
+namespace NS {
+
+static NSNotificationCenter* object(const NotificationCenter& center) {
+  return (__bridge NSNotificationCenter*)center.get();
+}
+
+NotificationCenter NotificationCenter::defaultCenter() {
+  return NotificationCenter(CF::retain((__bridge CFTypeRef)NSNotificationCenter.defaultCenter));
+}
+
+Object NotificationCenter::addObserverForName(CFStringRef name, void (^block)()) const {
+  return Object::retain((__bridge CFTypeRef)[object(*this) addObserverForName:(__bridge NSString*)name
+                                                                       object:nil
+                                                                        queue:NSOperationQueue.mainQueue
+                                                                   usingBlock:^(NSNotification*) {
+                                                                     block();
+                                                                   }]);
+}
+
+void NotificationCenter::removeObserver(const Object& token) const {
+  [object(*this) removeObserver:(__bridge id)token.get()];
+}
+
+Workspace Workspace::sharedWorkspace() {
+  return Workspace(CF::retain((__bridge CFTypeRef)NSWorkspace.sharedWorkspace));
+}
+
+NotificationCenter Workspace::notificationCenter() const {
+  return NotificationCenter(CF::retain((__bridge CFTypeRef)((__bridge NSWorkspace*)get()).notificationCenter));
+}
+
+CFStringRef ApplicationDidChangeScreenParametersNotification() {
+  return (__bridge CFStringRef)NSApplicationDidChangeScreenParametersNotification;
+}
+
+CFStringRef WorkspaceDidWakeNotification() { return (__bridge CFStringRef)NSWorkspaceDidWakeNotification; }
+
+}  // namespace NS
