@@ -58,10 +58,10 @@ static void keep(id owner, id kept) {
 // ---- Items ----
 
 MenuItem::MenuItem(const std::string& title, SEL action, const std::string& keyEquivalent)
-    : Object(CF::adopt((__bridge_retained CFTypeRef)[[NSMenuItem alloc]
-          initWithTitle:(__bridge NSString*)CF::string(title).get()
-                 action:action
-          keyEquivalent:(__bridge NSString*)CF::string(keyEquivalent).get()])) {}
+    : Object(CF::adopt((__bridge_retained CFTypeRef)
+                           [[NSMenuItem alloc] initWithTitle:(__bridge NSString*)CF::string(title).get()
+                                                      action:action
+                                               keyEquivalent:(__bridge NSString*)CF::string(keyEquivalent).get()])) {}
 
 MenuItem MenuItem::separatorItem() { return MenuItem(CF::retain((__bridge CFTypeRef)[NSMenuItem separatorItem])); }
 

@@ -1,0 +1,7 @@
+#include <ApplicationServices/ApplicationServices.h>
+
+#include "tests/headers/Agreement.h"
+
+VARIABLE(kAXTrustedCheckOptionPrompt, CFStringRef);
+FUNCTION(AXIsProcessTrustedWithOptions, Boolean(CFDictionaryRef));
+FUNCTION(AXIsProcessTrusted, Boolean());

@@ -1,0 +1,51 @@
+# Checks that everything that the stand-in headers declare is in the table:
+#
+#   cmake -DHEADERS=simulator/include -DTABLE=tests/headers -P CheckTable.cmake
+#
+# Names that begin with an underscore are the headers' own.
+cmake_minimum_required(VERSION 3.25)
+
+file(GLOB sources ${TABLE}/*.cpp)
+set(table "")
+foreach(source ${sources})
+  file(READ ${source} text)
+  string(APPEND table " ${text}")
+endforeach()
+string(REGEX REPLACE "[^A-Za-z0-9_]+" " " table "${table} ")
+
+file(GLOB_RECURSE headers ${HEADERS}/*.h)
+set(missing "")
+set(count 0)
+foreach(header ${headers})
+  file(READ ${header} text)
+  string(REGEX REPLACE "//[^\n]*" "" text "${text}")
+  string(REGEX REPLACE "/\\*[^*]*\\*/" "" text "${text}")
+  string(REPLACE ";" " %" text "${text}")
+  # Functions, constants by their prefix, macros and enumerators, and types.
+  string(REGEX MATCHALL "[A-Za-z_][A-Za-z0-9_]*\\(" functions "${text}")
+  string(REGEX MATCHALL "[^A-Za-z0-9_]k[A-Z][A-Za-z0-9_]*" constants "${text}")
+  string(REGEX MATCHALL "#define +[A-Za-z0-9_]+" macros "${text}")
+  string(REGEX MATCHALL "[ {\n][A-Z][A-Za-z0-9_]+ +=" enumerators "${text}")
+  string(REGEX MATCHALL "(typedef[^{\n]*|\n} *)[ *][A-Za-z_][A-Za-z0-9_]* +%" types "${text}")
+  set(names ${functions} ${constants} ${macros} ${enumerators} ${types})
+  # Of each match, the last name.
+  list(TRANSFORM names REPLACE "^(.*[^A-Za-z0-9_])?([A-Za-z0-9_]+)[ =(%]*$" "\\2")
+  list(REMOVE_DUPLICATES names)
+  foreach(name ${names})
+    if(name MATCHES "^_" OR name STREQUAL "format")
+      continue()
+    endif()
+    math(EXPR count "${count} + 1")
+    if(NOT table MATCHES " ${name} ")
+      file(RELATIVE_PATH file ${HEADERS} ${header})
+      string(APPEND missing "\n  ${name} (${file})")
+    endif()
+  endforeach()
+endforeach()
+if(count LESS 50)
+  message(FATAL_ERROR "Only ${count} names found in ${HEADERS}: the check is blind")
+endif()
+if(missing)
+  message(FATAL_ERROR "The stand-in headers declare what is not held against Apple's in ${TABLE}:${missing}")
+endif()
+message(STATUS "All ${count} names of the stand-in headers are in the table")
