@@ -38,10 +38,10 @@ execute_process(COMMAND ${CMAKE_CXX_COMPILER} -print-resource-dir OUTPUT_VARIABL
                 OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
 string(JOIN " " headers
   -nostdinc
-  -isystem ${MACOS_SDK}/usr/include/c++/v1
+  -iwithsysroot /usr/include/c++/v1
   -isystem ${resources}/include
-  -isystem ${MACOS_SDK}/usr/include
-  -iframework ${MACOS_SDK}/System/Library/Frameworks)
+  -iwithsysroot /usr/include
+  -iframeworkwithsysroot /System/Library/Frameworks)
 set(CMAKE_CXX_FLAGS_INIT "${headers}")
 set(CMAKE_OBJCXX_FLAGS_INIT "${headers}")
 # Declarations that an SDK older than macOS 15's lacks, where the folder comes with them.

@@ -61,6 +61,7 @@ class StatusBarButton : public Object {
   using Object::Object;
 };
 
+// The item leaves the bar with the last reference to it: the bar itself keeps none.
 class StatusItem : public Object {
  public:
   StatusItem() noexcept = default;

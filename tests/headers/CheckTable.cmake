@@ -25,7 +25,7 @@ foreach(header ${headers})
   string(REGEX MATCHALL "[A-Za-z_][A-Za-z0-9_]*\\(" functions "${text}")
   string(REGEX MATCHALL "[^A-Za-z0-9_]k[A-Z][A-Za-z0-9_]*" constants "${text}")
   string(REGEX MATCHALL "#define +[A-Za-z0-9_]+" macros "${text}")
-  string(REGEX MATCHALL "[ {\n][A-Z][A-Za-z0-9_]+ +=" enumerators "${text}")
+  string(REGEX MATCHALL "[ {\n][A-Za-z][A-Za-z0-9_]+ +=" enumerators "${text}")
   string(REGEX MATCHALL "(typedef[^{\n]*|\n} *)[ *][A-Za-z_][A-Za-z0-9_]* +%" types "${text}")
   set(names ${functions} ${constants} ${macros} ${enumerators} ${types})
   # Of each match, the last name.
