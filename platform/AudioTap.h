@@ -21,10 +21,10 @@ enum class TapMuteBehavior : long {
 // Describes a process tap before it is created. Usable from any thread, one at a time.
 class TapDescription : public NS::Object {
  public:
-  // The mix of every process but `processes` (their Core Audio objects), as sent to the device's stream with that index,
-  // in the stream's format.
-  static TapDescription initExcludingProcesses(const std::vector<AudioObjectID>& processes, const std::string& deviceUID,
-                                               long stream);
+  // The mix of every process but `processes` (their Core Audio objects), as sent to the device's stream with that
+  // index, in the stream's format.
+  static TapDescription initExcludingProcesses(const std::vector<AudioObjectID>& processes,
+                                               const std::string& deviceUID, long stream);
 
   void setName(const std::string& name) const;
   void setUUID(const NS::UUID& uuid) const;

@@ -12,7 +12,9 @@ class Block {
  public:
   Block() noexcept = default;
   explicit Block(T block) : block_(Block_copy(block)) {}
-  Block(const Block& other) : block_(other.block_ ? Block_copy(other.block_) : nullptr) {}
+  Block(const Block& other) {
+    if (other.block_) block_ = Block_copy(other.block_);
+  }
   Block(Block&& other) noexcept : block_(std::exchange(other.block_, nullptr)) {}
   Block& operator=(Block other) noexcept {
     std::swap(block_, other.block_);

@@ -13,9 +13,9 @@ namespace CoreAudio {
 
 inline constexpr AudioObjectID system = kAudioObjectSystemObject;
 
-constexpr AudioObjectPropertyAddress propertyAddress(AudioObjectPropertySelector selector,
-                                                     AudioObjectPropertyScope scope = kAudioObjectPropertyScopeGlobal,
-                                                     AudioObjectPropertyElement element = kAudioObjectPropertyElementMain) {
+constexpr AudioObjectPropertyAddress propertyAddress(
+    AudioObjectPropertySelector selector, AudioObjectPropertyScope scope = kAudioObjectPropertyScopeGlobal,
+    AudioObjectPropertyElement element = kAudioObjectPropertyElementMain) {
   return {selector, scope, element};
 }
 

@@ -22,10 +22,10 @@ static NSArray<NSNumber*>* numbers(const std::vector<AudioObjectID>& processes) 
 
 TapDescription TapDescription::initExcludingProcesses(const std::vector<AudioObjectID>& processes,
                                                       const std::string& deviceUID, long stream) {
-  return TapDescription(CF::adopt((__bridge_retained CFTypeRef)[[CATapDescription alloc]
-      initExcludingProcesses:numbers(processes)
-                andDeviceUID:@(deviceUID.c_str())
-                  withStream:stream]));
+  return TapDescription(
+      CF::adopt((__bridge_retained CFTypeRef)[[CATapDescription alloc] initExcludingProcesses:numbers(processes)
+                                                                                 andDeviceUID:@(deviceUID.c_str())
+                                                                                   withStream:stream]));
 }
 
 void TapDescription::setName(const std::string& name) const { object(*this).name = @(name.c_str()); }
@@ -38,9 +38,7 @@ void TapDescription::setMuteBehavior(TapMuteBehavior behavior) const {
   object(*this).muteBehavior = static_cast<CATapMuteBehavior>(behavior);
 }
 
-NS::UUID TapDescription::UUID() const {
-  return NS::UUID(CF::adopt((__bridge_retained CFTypeRef)object(*this).UUID));
-}
+NS::UUID TapDescription::UUID() const { return NS::UUID(CF::adopt((__bridge_retained CFTypeRef)object(*this).UUID)); }
 
 OSStatus AudioHardwareCreateProcessTap(const TapDescription& description, AudioObjectID* tap) {
   return ::AudioHardwareCreateProcessTap(object(description), tap);

@@ -1,0 +1,57 @@
+// Owners of the Core Audio objects that an audio router is made of.
+//
+// Each is built by its constructor, which throws an AppError naming the step when Core Audio refuses, and taken down by
+// its destructor, which logs what Core Audio refuses and goes on. So whatever was built when a later step fails goes
+// again in reverse order. Main thread only.
+#pragma once
+
+#include <CoreAudio/CoreAudio.h>
+
+#include "platform/AudioTap.h"
+
+// A process tap.
+class ProcessTap {
+ public:
+  explicit ProcessTap(const CA::TapDescription& description);
+  ~ProcessTap();
+  ProcessTap(const ProcessTap&) = delete;
+  ProcessTap& operator=(const ProcessTap&) = delete;
+
+  [[nodiscard]] AudioObjectID id() const { return id_; }
+
+ private:
+  AudioObjectID id_ = kAudioObjectUnknown;
+};
+
+// An aggregate device.
+class AggregateDevice {
+ public:
+  // `description` has the keys of Core Audio's kAudioAggregateDevice...Key.
+  explicit AggregateDevice(CFDictionaryRef description);
+  ~AggregateDevice();
+  AggregateDevice(const AggregateDevice&) = delete;
+  AggregateDevice& operator=(const AggregateDevice&) = delete;
+
+  [[nodiscard]] AudioObjectID id() const { return id_; }
+
+ private:
+  AudioObjectID id_ = kAudioObjectUnknown;
+};
+
+// An I/O callback of a device, called on the device's real-time thread once it is started.
+class IOProc {
+ public:
+  // Doesn't start it yet. The device must outlive this.
+  IOProc(AudioObjectID device, AudioDeviceIOBlock block);
+  // Stops it first, so that the block isn't running when it goes.
+  ~IOProc();
+  IOProc(const IOProc&) = delete;
+  IOProc& operator=(const IOProc&) = delete;
+
+  // Throws an AppError when Core Audio refuses; the callback is to be destroyed then.
+  void start();
+
+ private:
+  AudioObjectID device_;
+  AudioDeviceIOProcID id_ = nullptr;
+};
