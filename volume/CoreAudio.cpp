@@ -1,6 +1,6 @@
 #include "volume/CoreAudio.h"
 
-#include <AudioToolbox/AudioToolbox.h>
+#include <AudioToolbox/AudioHardwareService.h>
 
 #include "app/AppError.h"
 #include "platform/CF.h"
