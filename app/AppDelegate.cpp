@@ -40,6 +40,7 @@ bool isTrustedAfterPrompt() {
 AppDelegate::AppDelegate()
     : startAtLoginItem_("Start at Login", nullptr, ""), updateItem_("Check for Updates…", nullptr, "") {
   const auto osd = makeOSD();
+  volumeController_ = std::make_shared<VolumeController>(osd);
   brightnessController_ = std::make_shared<BrightnessController>(osd);
 }
 
@@ -59,6 +60,7 @@ void AppDelegate::applicationDidFinishLaunching() {
     return self && self->handleKey(key, isPressed, isRepeat);
   });
   startKeyTapWhenTrusted();
+  volumeController_->start();
   brightnessController_->start();
 }
 
@@ -112,14 +114,15 @@ void AppDelegate::startKeyTap() {
   }
 }
 
-bool AppDelegate::handleKey(MediaKey key, bool isPressed, bool) {
+bool AppDelegate::handleKey(MediaKey key, bool isPressed, bool isRepeat) {
   if (key > MediaKey::mute) return brightnessController_->handle(key, isPressed);
-  return false;
+  return volumeController_->handle(key, isPressed, isRepeat);
 }
 
 void AppDelegate::applicationWillTerminate() {
   stopAccessibilityTimer();
   if (keyTap_) keyTap_->stop();
+  volumeController_->stop();
   brightnessController_->stop();
 }
 

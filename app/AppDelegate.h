@@ -8,6 +8,7 @@
 #include "osd/NativeOSD.h"
 #include "platform/Application.h"
 #include "platform/Menu.h"
+#include "volume/VolumeController.h"
 
 // Main thread only. Made with `make`: closures that outlive a call hold it weakly.
 class AppDelegate : public NS::ApplicationDelegate,
@@ -31,6 +32,7 @@ class AppDelegate : public NS::ApplicationDelegate,
   NS::StatusItem statusItem_;
   NS::MenuItem startAtLoginItem_;
   NS::MenuItem updateItem_;
+  std::shared_ptr<VolumeController> volumeController_;
   std::shared_ptr<BrightnessController> brightnessController_;
   std::unique_ptr<MediaKeyTap> keyTap_;
   CF::Ref<CFRunLoopTimerRef> accessibilityTimer_;  // while the permission is polled for

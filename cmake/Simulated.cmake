@@ -13,9 +13,22 @@ target_include_directories(simulated_settings INTERFACE ${CMAKE_SOURCE_DIR}/simu
 
 # The machine. An object library, so that what only its loadable libraries use is there too.
 add_library(simulator OBJECT
+  simulator/audio/AggregateDevice.cpp
+  simulator/audio/Audio.cpp
+  simulator/audio/AudioCommands.cpp
+  simulator/audio/AudioObject.cpp
+  simulator/audio/AudioTap.cpp
+  simulator/audio/CoreAudio.cpp
+  simulator/audio/CycleClock.cpp
+  simulator/audio/Listeners.cpp
+  simulator/audio/OutputDevice.cpp
+  simulator/audio/Player.cpp
+  simulator/audio/Speaker.cpp
+  simulator/audio/Tap.cpp
   simulator/desktop/Accessibility.cpp
   simulator/desktop/Alerts.cpp
   simulator/desktop/Application.cpp
+  simulator/desktop/AudioCapture.cpp
   simulator/desktop/EventStream.cpp
   simulator/desktop/MenuBar.cpp
   simulator/desktop/NotificationCenters.cpp
@@ -36,6 +49,9 @@ add_library(simulator OBJECT
   simulator/services/CoreFoundation.cpp
   simulator/services/DynamicLoader.cpp
   simulator/services/ObjCRuntime.cpp
+  simulator/services/Preferences.cpp
+  simulator/services/PropertyList.cpp
+  simulator/services/UUID.cpp
   simulator/services/UnifiedLog.cpp
   simulator/time/Dispatch.cpp
   simulator/time/Fiber.cpp
@@ -61,6 +77,7 @@ function(add_system_library name directory)
 endfunction()
 add_system_library(IOKit /System/Library/Frameworks/IOKit.framework)
 add_system_library(OSD /System/Library/PrivateFrameworks/OSD.framework)
+add_system_library(TCC /System/Library/PrivateFrameworks/TCC.framework/Versions/A)
 
 # The program, with its entry point under a name of its own.
 add_library(dalvane OBJECT ${DALVANE_PROGRAM})

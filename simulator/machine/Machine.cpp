@@ -4,15 +4,18 @@
 #include <cstdlib>
 #include <nlohmann/json.hpp>
 
+#include "simulator/audio/Audio.h"
 #include "simulator/desktop/Accessibility.h"
 #include "simulator/desktop/Alerts.h"
 #include "simulator/desktop/Application.h"
+#include "simulator/desktop/AudioCapture.h"
 #include "simulator/desktop/EventStream.h"
 #include "simulator/desktop/MenuBar.h"
 #include "simulator/desktop/NotificationCenters.h"
 #include "simulator/displays/Displays.h"
 #include "simulator/displays/Registry.h"
 #include "simulator/machine/Object.h"
+#include "simulator/services/Preferences.h"
 #include "simulator/time/Dispatch.h"
 #include "simulator/time/RunLoop.h"
 
@@ -42,9 +45,12 @@ Machine::Machine(Program program, Options options)
   add(registry, std::make_unique<Registry>(*this));
   add(displays, std::make_unique<Displays>(*this));
   add(accessibility, std::make_unique<Accessibility>(*this));
+  add(audioCapture, std::make_unique<AudioCapture>(*this));
+  add(audio, std::make_unique<Audio>(*this));
   add(events, std::make_unique<EventStream>(*this));
   add(menuBar, std::make_unique<MenuBar>(*this));
   add(alerts, std::make_unique<Alerts>(*this));
+  add(preferences, std::make_unique<Preferences>(*this));
   add(application, std::make_unique<Application>(*this));
 }
 

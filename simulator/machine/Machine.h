@@ -23,11 +23,14 @@ namespace simulator {
 class Accessibility;
 class Alerts;
 class Application;
+class Audio;
+class AudioCapture;
 class Dispatch;
 class Displays;
 class EventStream;
 class MenuBar;
 class NotificationCenters;
+class Preferences;
 class Registry;
 class RunLoop;
 
@@ -70,9 +73,12 @@ class Machine {
   std::unique_ptr<Registry> registry;
   std::unique_ptr<Displays> displays;
   std::unique_ptr<Accessibility> accessibility;
+  std::unique_ptr<AudioCapture> audioCapture;
+  std::unique_ptr<Audio> audio;
   std::unique_ptr<EventStream> events;
   std::unique_ptr<MenuBar> menuBar;
   std::unique_ptr<Alerts> alerts;
+  std::unique_ptr<Preferences> preferences;
   std::unique_ptr<Application> application;
 
   // Every part, in the order in which processes ask for them.

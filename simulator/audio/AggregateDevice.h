@@ -1,0 +1,102 @@
+// Aggregate devices: an output device and taps that a client made into one device, and the I/O on it.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "simulator/audio/AudioObject.h"
+#include "simulator/audio/OutputDevice.h"
+#include "simulator/audio/Tap.h"
+#include "simulator/time/Scheduler.h"
+
+namespace simulator {
+
+// What a client asks for, checked.
+struct AggregateDescription {
+  // Every key is required and no other is known; anything else is kAudioHardwareIllegalOperationError. `problem` says
+  // what is wrong.
+  static AggregateDescription parse(CFDictionaryRef dictionary, std::string& problem);
+
+  std::string name;
+  std::string uid;
+  std::string mainDevice;  // the UID of the sub-device that gives the beat
+  bool isPrivate = false;
+  bool isStacked = false;
+  bool startsWithTap = false;  // starting waits until a tapped process is heard
+  std::vector<std::string> subDevices;
+  struct SubTap {
+    std::string uid;
+    bool compensatesDrift = false;
+  };
+  std::vector<SubTap> taps;
+};
+
+class AggregateDevice : public AudioObject {
+ public:
+  // On `output`, the one sub-device (by its number in the scenario), with these taps.
+  AggregateDevice(AudioObjectID id, AggregateDescription description, std::int64_t output,
+                  std::vector<AudioObjectID> taps, Scheduler& scheduler);
+  // Waits until no callback runs.
+  ~AggregateDevice() override;
+
+  const AggregateDescription description;
+  const std::int64_t output;
+  const std::vector<AudioObjectID> taps;
+
+  // ---- Callbacks; unknown ones are kAudioHardwareIllegalOperationError ----
+
+  // Keeps a copy of the block until the callback is destroyed.
+  AudioDeviceIOProcID createProc(AudioDeviceIOBlock block);
+  void destroyProc(AudioDeviceIOProcID proc);
+  void start(AudioDeviceIOProcID proc);
+  // When it returns the block isn't running.
+  void stop(AudioDeviceIOProcID proc);
+
+  [[nodiscard]] std::size_t procs() const { return procs_.size(); }
+  // A callback was started.
+  [[nodiscard]] bool isStarted() const;
+  // Its callbacks are called, and so its taps are read.
+  [[nodiscard]] bool isRunning() const { return running_; }
+  void setRunning(bool running) { running_ = running; }
+
+  // ---- Cycles ----
+
+  // The buffers of one input stream.
+  struct Input {
+    UInt32 channels;
+    std::vector<float> samples;
+  };
+  // What the callbacks played: the sum of theirs.
+  using Done = std::function<void(const std::vector<float>& output)>;
+
+  // Hands a cycle to the I/O thread: `inputs` are the sub-device's own and then the taps'. Nothing comes of it when the
+  // thread is still busy with an earlier one.
+  void beginCycle(const OutputDevice& device, std::vector<Input> inputs, Done done);
+
+  [[nodiscard]] PropertyValue property(const AudioObjectPropertyAddress& address,
+                                       std::span<const std::byte> qualifier) const override;
+
+ private:
+  struct Proc {
+    AudioDeviceIOBlock block;
+    bool started = false;
+  };
+  // What the I/O thread shares with the device. It outlives the device when the thread ends later.
+  struct Cycle;
+
+  Proc& proc(AudioDeviceIOProcID id);
+  void waitUntilIdle();
+  static void runIO(Scheduler& scheduler, const std::shared_ptr<Cycle>& cycle);
+
+  Scheduler& scheduler_;
+  std::map<AudioDeviceIOProcID, Proc> procs_;
+  std::uintptr_t lastProc_ = 0;
+  bool running_ = false;
+  std::shared_ptr<Cycle> cycle_;  // null: no I/O thread yet
+};
+
+}  // namespace simulator

@@ -1,0 +1,416 @@
+#include "simulator/audio/Audio.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+#include <utility>
+
+#include "simulator/desktop/AudioCapture.h"
+#include "simulator/machine/Machine.h"
+
+namespace simulator {
+namespace {
+
+constexpr AudioObjectPropertyAddress global(AudioObjectPropertySelector selector) {
+  return {selector, kAudioObjectPropertyScopeGlobal, kAudioObjectPropertyElementMain};
+}
+
+// What a device's own inputs pick up. It is nothing that anybody plays, so it is noticed when it comes out somewhere.
+constexpr float roomNoise = 0.125F;
+
+}  // namespace
+
+// The one and only system object.
+class Audio::SystemObject : public AudioObject {
+ public:
+  explicit SystemObject(Audio& audio) : AudioObject(kAudioObjectSystemObject), audio_(audio) {}
+
+  [[nodiscard]] PropertyValue property(const AudioObjectPropertyAddress& address,
+                                       std::span<const std::byte> qualifier) const override {
+    if (isProperty(address, kAudioHardwarePropertyDefaultOutputDevice)) {
+      const OutputDevice* const device = audio_.defaultOutput_ ? audio_.output(*audio_.defaultOutput_) : nullptr;
+      return PropertyValue::of(device ? device->id : AudioObjectID{kAudioObjectUnknown}).settable();
+    }
+    if (isProperty(address, kAudioHardwarePropertyDevices)) {
+      std::vector<AudioObjectID> devices;
+      for (const auto& [number, device] : audio_.outputs_) devices.push_back(device->id);
+      for (const auto& [id, aggregate] : audio_.aggregates_) devices.push_back(id);
+      return PropertyValue::list(devices);
+    }
+    if (isProperty(address, kAudioHardwarePropertyTranslatePIDToProcessObject)) {
+      pid_t pid = 0;
+      if (qualifier.size() != sizeof pid) throw AudioError{kAudioHardwareBadPropertySizeError};
+      std::memcpy(&pid, qualifier.data(), sizeof pid);
+      return PropertyValue::of(audio_.processObject(pid));
+    }
+    throw AudioError{kAudioHardwareUnknownPropertyError};
+  }
+
+ private:
+  Audio& audio_;
+};
+
+Audio::Audio(Machine& machine)
+    : listeners(*machine.dispatch), machine_(machine), system_(std::make_unique<SystemObject>(*this)) {
+  machine.faults.declare({"AudioObjectHasProperty", "AudioObjectIsPropertySettable", "AudioObjectGetPropertyDataSize",
+                          "AudioObjectGetPropertyData", "AudioObjectAddPropertyListenerBlock",
+                          "AudioObjectRemovePropertyListenerBlock", "AudioHardwareCreateProcessTap",
+                          "AudioHardwareDestroyProcessTap", "AudioHardwareCreateAggregateDevice",
+                          "AudioHardwareDestroyAggregateDevice", "AudioDeviceCreateIOProcIDWithBlock",
+                          "AudioDeviceDestroyIOProcID", "AudioDeviceStart", "AudioDeviceStop"});
+}
+
+Audio::~Audio() = default;
+
+// ---- The hardware ----
+
+std::vector<AudioObjectID> Audio::newIDs(std::size_t count) {
+  std::vector<AudioObjectID> ids;
+  while (ids.size() < count) ids.push_back(newID());
+  return ids;
+}
+
+OutputDevice* Audio::output(std::int64_t number) {
+  const auto found = outputs_.find(number);
+  return found == outputs_.end() ? nullptr : found->second.get();
+}
+
+void Audio::addOutput(std::int64_t number, OutputSettings settings) {
+  const AudioObjectID id = newID();
+  auto streams = newIDs(settings.inputs + std::size_t{1});
+  const auto& device =
+      *outputs_
+           .emplace(number, std::make_unique<OutputDevice>(id, number, std::move(settings), std::move(streams),
+                                                           machine_.scheduler, [this](OutputDevice& d) { cycle(d); }))
+           .first->second;
+  for (const auto& [tapID, tap] : taps_) {
+    if (tap->output == number) tap->follow(device);
+  }
+  listeners.notify(kAudioObjectSystemObject, global(kAudioHardwarePropertyDevices));
+  updateAll();
+}
+
+void Audio::changeOutput(OutputDevice& device, OutputSettings settings) {
+  if (settings == device.settings()) return;
+  const bool newRate = settings.rate != device.settings().rate;
+  auto streams = newIDs(settings.inputs + std::size_t{1});
+  device.change(std::move(settings), std::move(streams));
+  for (const auto& [id, tap] : taps_) {
+    if (tap->output == device.number) tap->follow(device);
+  }
+  if (newRate) listeners.notify(device.id, global(kAudioDevicePropertyNominalSampleRate));
+  updateAll();
+}
+
+void Audio::removeOutput(OutputDevice& device) {
+  const std::int64_t number = device.number;
+  for (const auto& [id, aggregate] : aggregates_) {
+    if (aggregate->output == number) aggregate->setRunning(false);
+  }
+  outputs_.erase(number);
+  listeners.notify(kAudioObjectSystemObject, global(kAudioHardwarePropertyDevices));
+  if (defaultOutput_ != number) return;
+  setDefaultOutput(outputs_.empty() ? std::nullopt : std::optional(outputs_.begin()->first));
+}
+
+void Audio::setDefaultOutput(std::optional<std::int64_t> number) {
+  if (std::exchange(defaultOutput_, number) == number) return;
+  listeners.notify(kAudioObjectSystemObject, global(kAudioHardwarePropertyDefaultOutputDevice));
+}
+
+// ---- Other programs ----
+
+void Audio::play(const std::string& process, std::int64_t number, const Sound& sound) {
+  auto& player = players_[process];
+  if (!player) player = std::make_unique<Player>(newID(), nextPid_++);
+  player->play(number, sound);
+  updateAll();
+}
+
+void Audio::stopPlaying(const std::string& process) {
+  players_.erase(process);
+  disturb();
+}
+
+// ---- Objects ----
+
+const AudioObject& Audio::object(AudioObjectID id) const {
+  if (id == kAudioObjectSystemObject) return *system_;
+  for (const auto& [number, device] : outputs_) {
+    if (device->id == id) return *device;
+  }
+  for (const auto& [name, player] : players_) {
+    if (player->id == id) return *player;
+  }
+  if (program_ && program_->id == id) return *program_;
+  if (const auto tap = taps_.find(id); tap != taps_.end()) return *tap->second;
+  if (const auto aggregate = aggregates_.find(id); aggregate != aggregates_.end()) return *aggregate->second;
+  throw AudioError{kAudioHardwareBadObjectError};
+}
+
+OutputDevice& Audio::outputWithUID(const std::string& uid) {
+  for (const auto& [number, device] : outputs_) {
+    if (device->settings().uid == uid) return *device;
+  }
+  throw AudioError{kAudioHardwareBadDeviceError};
+}
+
+AggregateDevice& Audio::aggregate(AudioObjectID id) {
+  if (const auto found = aggregates_.find(id); found != aggregates_.end()) return *found->second;
+  for (const auto& [number, device] : outputs_) {
+    if (device->id == id) fatal("I/O on a device that is no aggregate device is not simulated");
+  }
+  throw AudioError{kAudioHardwareBadDeviceError};
+}
+
+AudioObjectID Audio::processObject(pid_t pid) {
+  if (pid == getpid()) {
+    if (!program_) program_ = std::make_unique<Player>(newID(), pid);
+    return program_->id;
+  }
+  for (const auto& [name, player] : players_) {
+    if (player->pid == pid) return player->id;
+  }
+  return kAudioObjectUnknown;
+}
+
+PropertyValue Audio::property(AudioObjectID id, const AudioObjectPropertyAddress& address,
+                              std::span<const std::byte> qualifier) {
+  return object(id).property(address, qualifier);
+}
+
+// ---- Taps and aggregate devices ----
+
+const Tap& Audio::createTap(const TapDescription& description) {
+  const OutputDevice& device = outputWithUID(description.deviceUID);
+  if (description.stream != 0) throw AudioError{kAudioHardwareBadStreamError};  // a device has one output stream
+  for (const AudioObjectID process : description.excluded) {
+    if (!dynamic_cast<const Player*>(&object(process))) throw AudioError{kAudioHardwareBadObjectError};
+  }
+  for (const auto& [id, tap] : taps_) {
+    if (tap->uid == description.uuid) throw AudioError{kAudioHardwareIllegalOperationError};
+  }
+  const AudioObjectID id = newID();
+  auto tap = std::make_unique<Tap>(id, device, description, machine_.audioCapture->isAuthorized());
+  return *taps_.emplace(id, std::move(tap)).first->second;
+}
+
+void Audio::destroyTap(AudioObjectID tap) {
+  if (taps_.erase(tap) == 0) throw AudioError{kAudioHardwareBadObjectError};
+  disturb();
+}
+
+const AggregateDevice& Audio::createAggregate(CFDictionaryRef dictionary, std::string& problem) {
+  AggregateDescription description = AggregateDescription::parse(dictionary, problem);
+  const auto refuse = [&problem](std::string reason) {
+    problem = std::move(reason);
+    throw AudioError{kAudioHardwareIllegalOperationError};
+  };
+  for (const auto& [id, other] : aggregates_) {
+    if (other->description.uid == description.uid) refuse("the UID is another device's");
+  }
+  if (description.subDevices.size() != 1) fatal("Aggregate devices of several sub-devices are not simulated");
+  if (description.isStacked) fatal("Stacked aggregate devices are not simulated");
+  const OutputDevice& device = outputWithUID(description.mainDevice);
+  std::vector<AudioObjectID> taps;
+  for (const auto& subTap : description.taps) {
+    const auto found =
+        std::ranges::find_if(taps_, [&subTap](const auto& each) { return each.second->uid == subTap.uid; });
+    if (found == taps_.end()) refuse("there is no tap \"" + subTap.uid + "\"");
+    if (found->second->output != device.number) fatal("Taps of another device than the sub-device are not simulated");
+    taps.push_back(found->first);
+  }
+  const AudioObjectID id = newID();
+  auto aggregate =
+      std::make_unique<AggregateDevice>(id, std::move(description), device.number, std::move(taps), machine_.scheduler);
+  return *aggregates_.emplace(id, std::move(aggregate)).first->second;
+}
+
+void Audio::destroyAggregate(AudioObjectID id) {
+  (void)aggregate(id);
+  aggregates_.erase(id);
+  disturb();
+}
+
+AudioDeviceIOProcID Audio::createProc(AudioObjectID id, AudioDeviceIOBlock block) {
+  return aggregate(id).createProc(block);
+}
+
+void Audio::destroyProc(AudioObjectID id, AudioDeviceIOProcID proc) {
+  AggregateDevice& device = aggregate(id);
+  device.destroyProc(proc);
+  if (!device.isStarted()) device.setRunning(false);
+  disturb();
+}
+
+void Audio::start(AudioObjectID id, AudioDeviceIOProcID proc) {
+  AggregateDevice& device = aggregate(id);
+  if (!output(device.output)) throw AudioError{kAudioHardwareNotRunningError};
+  device.start(proc);
+  updateAll();
+  disturb();
+}
+
+void Audio::stop(AudioObjectID id, AudioDeviceIOProcID proc) {
+  AggregateDevice& device = aggregate(id);
+  device.stop(proc);
+  if (!device.isStarted()) device.setRunning(false);
+  disturb();
+}
+
+// ---- Cycles ----
+
+bool Audio::isHeard(const AggregateDevice& aggregate) const {
+  return std::ranges::any_of(aggregate.taps, [this](AudioObjectID id) {
+    const auto tap = taps_.find(id);
+    return tap != taps_.end() &&
+           std::ranges::any_of(players_, [&](const auto& player) { return tap->second->covers(*player.second); });
+  });
+}
+
+bool Audio::isRead(const Tap& tap) const {
+  return std::ranges::any_of(aggregates_, [&tap](const auto& each) {
+    return each.second->isRunning() && std::ranges::find(each.second->taps, tap.id) != each.second->taps.end();
+  });
+}
+
+bool Audio::isMuted(const Player& player) const {
+  return std::ranges::any_of(taps_, [&](const auto& each) {
+    const Tap& tap = *each.second;
+    return tap.covers(player) && (tap.mute == CA::TapMuteBehavior::Muted ||
+                                  (tap.mute == CA::TapMuteBehavior::MutedWhenTapped && isRead(tap)));
+  });
+}
+
+bool Audio::isPlayed(const OutputDevice& device) const {
+  return std::ranges::any_of(players_, [&](const auto& player) { return player.second->plays(device.number); }) ||
+         std::ranges::any_of(aggregates_, [&](const auto& each) {
+           const AggregateDevice& aggregate = *each.second;
+           return aggregate.output == device.number && aggregate.isStarted() &&
+                  (aggregate.isRunning() || !aggregate.description.startsWithTap || isHeard(aggregate));
+         });
+}
+
+void Audio::updateAll() {
+  for (const auto& [number, device] : outputs_) {
+    if (isPlayed(*device)) device->clock.start(device->settings().frames, device->settings().rate);
+  }
+}
+
+void Audio::disturb() {
+  for (const auto& [number, device] : outputs_) device->clock.disturb();
+}
+
+std::vector<AggregateDevice::Input> Audio::inputsOf(
+    const AggregateDevice& aggregate, const OutputDevice& device,
+    const std::map<const Player*, const std::vector<float>*>& played) const {
+  const OutputSettings& settings = device.settings();
+  std::vector<AggregateDevice::Input> inputs(settings.inputs,
+                                             {.channels = 1, .samples = std::vector(settings.frames, roomNoise)});
+  for (const AudioObjectID id : aggregate.taps) {
+    const auto tap = taps_.find(id);
+    if (tap == taps_.end()) continue;  // destroyed before the device that it was part of
+    const UInt32 channels = tap->second->format().mChannelsPerFrame;
+    std::vector<float> samples(std::size_t{settings.frames} * channels);
+    for (const auto& [player, block] : played) {
+      if (!tap->second->hears || !tap->second->covers(*player)) continue;
+      for (std::size_t i = 0; i < samples.size(); ++i) samples[i] += (*block)[i / channels];
+    }
+    inputs.push_back({.channels = channels, .samples = std::move(samples)});
+  }
+  return inputs;
+}
+
+void Audio::cycle(OutputDevice& device) {
+  device.endCycle();
+  if (!isPlayed(device)) {
+    device.clock.stop();
+    device.speaker.fallSilent();
+    return;
+  }
+  std::vector<AggregateDevice*> running;
+  for (const auto& [id, aggregate] : aggregates_) {
+    if (aggregate->output != device.number || !aggregate->isStarted()) continue;
+    if (!aggregate->isRunning() && aggregate->description.startsWithTap && !isHeard(*aggregate)) continue;
+    aggregate->setRunning(true);
+    running.push_back(aggregate.get());
+  }
+
+  const OutputSettings& settings = device.settings();
+  std::map<const Player*, const std::vector<float>*> played;
+  std::vector<float> direct(std::size_t{settings.frames} * settings.channels);
+  bool isDirect = false;
+  for (const auto& [name, player] : players_) {
+    if (!player->plays(device.number)) continue;
+    const std::vector<float>& block = player->next(settings.frames, settings.rate);
+    played.emplace(player.get(), &block);
+    if (isMuted(*player)) continue;
+    isDirect = isDirect || player->isAudible();
+    for (std::size_t i = 0; i < direct.size(); ++i) direct[i] += block[i / settings.channels];
+  }
+  device.beginCycle(std::move(direct), isDirect, running.size());
+  for (AggregateDevice* const aggregate : running) {
+    aggregate->beginCycle(
+        device, inputsOf(*aggregate, device, played),
+        [this, number = device.number, cycle = device.clock.cycle()](const std::vector<float>& output) {
+          if (OutputDevice* const heard = this->output(number)) heard->add(cycle, output);
+        });
+  }
+}
+
+// ---- The part ----
+
+void Audio::processWillEnd(Leaks& leaks) {
+  const auto count = [&leaks](const char* kind, std::size_t alive) {
+    if (alive > 0) leaks[kind] += alive;
+  };
+  std::size_t procs = 0;
+  for (const auto& [id, aggregate] : aggregates_) procs += aggregate->procs();
+  count("process tap", taps_.size());
+  count("aggregate device", aggregates_.size());
+  count("I/O proc", procs);
+  count("property listener", listeners.count());
+}
+
+void Audio::processEnded(Leaks&) {
+  // What is private to a process ends with it.
+  aggregates_.clear();
+  taps_.clear();
+  listeners.clear();
+  program_.reset();
+  disturb();
+}
+
+void Audio::snapshot(nlohmann::ordered_json& state) {
+  auto& speakers = state["speakers"] = nlohmann::ordered_json::array();
+  for (const auto& [number, device] : outputs_) {
+    nlohmann::ordered_json speaker;
+    speaker["id"] = number;
+    speaker["level"] = device->speaker.level();
+    speaker["direct"] = device->speaker.direct();
+    speaker["default"] = defaultOutput_ == number;
+    speakers.push_back(std::move(speaker));
+  }
+  auto& taps = state["taps"] = nlohmann::ordered_json::array();
+  for (const auto& [id, tap] : taps_) {
+    nlohmann::ordered_json entry;
+    entry["name"] = tap->name;
+    entry["output"] = tap->output;
+    entry["private"] = tap->isPrivate;
+    entry["mute"] = static_cast<long>(tap->mute);
+    entry["read"] = isRead(*tap);
+    taps.push_back(std::move(entry));
+  }
+  auto& aggregates = state["aggregates"] = nlohmann::ordered_json::array();
+  for (const auto& [id, aggregate] : aggregates_) {
+    nlohmann::ordered_json entry;
+    entry["name"] = aggregate->description.name;
+    entry["output"] = aggregate->output;
+    entry["private"] = aggregate->description.isPrivate;
+    entry["running"] = aggregate->isRunning();
+    aggregates.push_back(std::move(entry));
+  }
+}
+
+}  // namespace simulator

@@ -1,0 +1,102 @@
+// The audio hardware layer: devices, the processes that play, taps, aggregate devices, and who listens to changes.
+#pragma once
+
+#include <CoreAudio/CoreAudio.h>
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "simulator/audio/AggregateDevice.h"
+#include "simulator/audio/Listeners.h"
+#include "simulator/audio/OutputDevice.h"
+#include "simulator/audio/Player.h"
+#include "simulator/audio/Tap.h"
+#include "simulator/machine/Part.h"
+
+namespace simulator {
+
+class Machine;
+
+class Audio : public Part {
+ public:
+  explicit Audio(Machine& machine);
+  ~Audio() override;
+
+  // ---- The hardware, by the numbers that a scenario gives ----
+
+  // None: there is no such output.
+  [[nodiscard]] OutputDevice* output(std::int64_t number);
+  void addOutput(std::int64_t number, OutputSettings settings);
+  void changeOutput(OutputDevice& device, OutputSettings settings);
+  // Its default moves to another output, if there is one.
+  void removeOutput(OutputDevice& device);
+  void setDefaultOutput(std::optional<std::int64_t> number);
+
+  // ---- Other programs ----
+
+  void play(const std::string& process, std::int64_t output, const Sound& sound);
+  void stopPlaying(const std::string& process);
+
+  // ---- What clients call; AudioError where the call is to fail ----
+
+  [[nodiscard]] PropertyValue property(AudioObjectID object, const AudioObjectPropertyAddress& address,
+                                       std::span<const std::byte> qualifier);
+  const Tap& createTap(const TapDescription& description);
+  void destroyTap(AudioObjectID tap);
+  // `problem` says what is wrong with the description, if that is why it fails.
+  const AggregateDevice& createAggregate(CFDictionaryRef description, std::string& problem);
+  void destroyAggregate(AudioObjectID aggregate);
+  AudioDeviceIOProcID createProc(AudioObjectID aggregate, AudioDeviceIOBlock block);
+  void destroyProc(AudioObjectID aggregate, AudioDeviceIOProcID proc);
+  void start(AudioObjectID aggregate, AudioDeviceIOProcID proc);
+  void stop(AudioObjectID aggregate, AudioDeviceIOProcID proc);
+
+  PropertyListeners listeners;
+
+  // What was done may change what is heard: `settle` waits until it has come through.
+  void disturb();
+
+  void addCommands(Commands& commands) override;
+  void willSettle() override { disturb(); }
+  void processWillEnd(Leaks& leaks) override;
+  void processEnded(Leaks& leaks) override;
+  void snapshot(nlohmann::ordered_json& state) override;
+
+ private:
+  class SystemObject;
+
+  AudioObjectID newID() { return nextID_++; }
+  [[nodiscard]] std::vector<AudioObjectID> newIDs(std::size_t count);
+  [[nodiscard]] const AudioObject& object(AudioObjectID id) const;
+  [[nodiscard]] OutputDevice& outputWithUID(const std::string& uid);
+  [[nodiscard]] AggregateDevice& aggregate(AudioObjectID id);
+  [[nodiscard]] AudioObjectID processObject(pid_t pid);
+
+  // Starts the cycles of devices that have something to play. They stop by themselves.
+  void updateAll();
+  void cycle(OutputDevice& device);
+  [[nodiscard]] bool isPlayed(const OutputDevice& device) const;
+  [[nodiscard]] bool isHeard(const AggregateDevice& aggregate) const;
+  [[nodiscard]] bool isMuted(const Player& player) const;
+  [[nodiscard]] bool isRead(const Tap& tap) const;
+  [[nodiscard]] std::vector<AggregateDevice::Input> inputsOf(
+      const AggregateDevice& aggregate, const OutputDevice& device,
+      const std::map<const Player*, const std::vector<float>*>& played) const;
+
+  Machine& machine_;
+  std::unique_ptr<SystemObject> system_;
+  AudioObjectID nextID_ = 32;
+  pid_t nextPid_ = 300;
+  std::map<std::int64_t, std::unique_ptr<OutputDevice>> outputs_;
+  std::optional<std::int64_t> defaultOutput_;
+  std::map<std::string, std::unique_ptr<Player>> players_;
+  std::unique_ptr<Player> program_;  // the program as a client; none before it asks
+  std::map<AudioObjectID, std::unique_ptr<Tap>> taps_;
+  std::map<AudioObjectID, std::unique_ptr<AggregateDevice>> aggregates_;
+};
+
+}  // namespace simulator

@@ -1,0 +1,135 @@
+// The scenario lines about sound.
+#include <cmath>
+#include <map>
+
+#include "simulator/audio/Audio.h"
+#include "simulator/machine/Machine.h"
+#include "simulator/scenarios/Commands.h"
+
+namespace simulator {
+namespace {
+
+// The members of an "output" line that were given.
+struct OutputLine {
+  std::optional<std::optional<std::string>> uid;
+  std::optional<std::optional<std::string>> name;
+  std::optional<OutputSettings::Volume> volume;
+  std::optional<double> rate;
+  std::optional<std::uint32_t> channels;
+  std::optional<std::uint32_t> inputs;
+  std::optional<double> tapRate;
+  std::optional<std::uint32_t> frames;
+  bool isDefault = false;
+};
+
+std::optional<std::optional<std::string>> textOrNull(Arguments& line, const char* name) {
+  if (!line.has(name)) return std::nullopt;
+  if (line.json(name).is_null()) return std::optional<std::string>();
+  return line.text(name);
+}
+
+std::optional<double> rate(Arguments& line, const char* name) {
+  if (!line.has(name)) return std::nullopt;
+  const double value = line.number(name);
+  if (!(value >= 1) || value > 1e6) line.fail(std::string("member \"") + name + "\" must be from 1 to a million");
+  return value;
+}
+
+std::optional<std::uint32_t> limited(Arguments& line, const char* name, std::uint32_t least, std::uint32_t most) {
+  const auto value = line.optionalUnsigned32(name);
+  if (value && (*value < least || *value > most)) {
+    line.fail(std::string("member \"") + name + "\" must be from " + std::to_string(least) + " to " +
+              std::to_string(most));
+  }
+  return value;
+}
+
+OutputSettings::Volume volume(Arguments& line) {
+  static const std::map<std::string, OutputSettings::Volume> kinds = {
+      {"none", OutputSettings::Volume::none},
+      {"fixed", OutputSettings::Volume::fixed},
+      {"settable", OutputSettings::Volume::settable},
+  };
+  const auto kind = kinds.find(line.text("volume"));
+  if (kind == kinds.end()) line.fail("member \"volume\" must be \"none\", \"fixed\" or \"settable\"");
+  return kind->second;
+}
+
+OutputLine outputLine(Arguments& line) {
+  OutputLine result;
+  result.uid = textOrNull(line, "uid");
+  result.name = textOrNull(line, "name");
+  if (line.has("volume")) result.volume = volume(line);
+  result.rate = rate(line, "rate");
+  result.channels = limited(line, "channels", 1, 64);
+  result.inputs = limited(line, "inputs", 0, 64);
+  result.tapRate = rate(line, "tap-rate");
+  result.frames = limited(line, "frames", 1, 65536);
+  result.isDefault = line.flag("default", false);
+  return result;
+}
+
+OutputSettings merge(OutputSettings settings, const OutputLine& line) {
+  if (line.uid) settings.uid = *line.uid;
+  if (line.name) settings.name = *line.name;
+  settings.volume = line.volume.value_or(settings.volume);
+  settings.rate = line.rate.value_or(settings.rate);
+  settings.channels = line.channels.value_or(settings.channels);
+  settings.inputs = line.inputs.value_or(settings.inputs);
+  if (line.tapRate) settings.tapRate = line.tapRate;
+  settings.frames = line.frames.value_or(settings.frames);
+  return settings;
+}
+
+OutputDevice& existing(Machine& machine, std::int64_t number) {
+  if (OutputDevice* const device = machine.audio->output(number)) return *device;
+  throw ScenarioError("there is no output " + std::to_string(number));
+}
+
+Action outputAction(Arguments& line) {
+  const auto number = line.integer<std::int64_t>("id");
+  if (line.flag("gone", false)) {
+    return [number](Machine& machine) { machine.audio->removeOutput(existing(machine, number)); };
+  }
+  return [number, given = outputLine(line)](Machine& machine) {
+    if (OutputDevice* const device = machine.audio->output(number)) {
+      machine.audio->changeOutput(*device, merge(device->settings(), given));
+    } else {
+      if (!given.uid) throw ScenarioError("missing member \"uid\" of a new output");
+      if (!given.name) throw ScenarioError("missing member \"name\" of a new output");
+      machine.audio->addOutput(number, merge({}, given));
+    }
+    if (given.isDefault) machine.audio->setDefaultOutput(number);
+  };
+}
+
+Action defaultOutputAction(Arguments& line) {
+  return [number = line.integer<std::int64_t>("id")](Machine& machine) {
+    (void)existing(machine, number);
+    machine.audio->setDefaultOutput(number);
+  };
+}
+
+Action playAction(Arguments& line) {
+  const std::string process = line.text("process");
+  if (line.flag("stop", false)) {
+    return [process](Machine& machine) { machine.audio->stopPlaying(process); };
+  }
+  const auto number = line.integer<std::int64_t>("output");
+  const Sound sound{.level = line.number("level", 0.5), .tone = line.number("tone", 440)};
+  if (!(sound.tone >= 0)) line.fail("member \"tone\" must not be negative");
+  return [process, number, sound](Machine& machine) {
+    (void)existing(machine, number);
+    machine.audio->play(process, number, sound);
+  };
+}
+
+}  // namespace
+
+void Audio::addCommands(Commands& commands) {
+  commands.add("output", outputAction);
+  commands.add("default-output", defaultOutputAction);
+  commands.add("play", playAction);
+}
+
+}  // namespace simulator

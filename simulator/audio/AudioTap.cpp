@@ -1,0 +1,93 @@
+// CATapDescription and the calls that take it.
+#include "platform/AudioTap.h"
+
+#include "simulator/audio/Audio.h"
+#include "simulator/machine/Machine.h"
+#include "simulator/services/UUID.h"
+
+namespace CA {
+namespace {
+
+using simulator::Call;
+
+simulator::TapDescription& object(const TapDescription& description, const char* call) {
+  return simulator::live<simulator::TapDescription>(description.get(), call);
+}
+
+}  // namespace
+
+TapDescription TapDescription::initExcludingProcesses(const std::vector<AudioObjectID>& processes,
+                                                      const std::string& deviceUID, long stream) {
+  const Call call("CATapDescription.initExcludingProcesses");
+  auto* const description = new simulator::TapDescription;
+  description->excluded = processes;
+  description->deviceUID = deviceUID;
+  description->stream = stream;
+  description->uuid = simulator::newUUID();
+  return TapDescription(CF::adopt(static_cast<CFTypeRef>(description)));
+}
+
+void TapDescription::setName(const std::string& name) const {
+  const Call call("CATapDescription.setName");
+  object(*this, "CATapDescription.setName").name = name;
+}
+
+void TapDescription::setUUID(const NS::UUID& uuid) const {
+  const Call call("CATapDescription.setUUID");
+  object(*this, "CATapDescription.setUUID").uuid =
+      simulator::live<simulator::UUIDObject>(uuid.get(), "CATapDescription.setUUID").text;
+}
+
+void TapDescription::setPrivate(bool isPrivate) const {
+  const Call call("CATapDescription.setPrivate");
+  object(*this, "CATapDescription.setPrivate").isPrivate = isPrivate;
+}
+
+void TapDescription::setMuteBehavior(TapMuteBehavior behavior) const {
+  const Call call("CATapDescription.setMuteBehavior");
+  object(*this, "CATapDescription.setMuteBehavior").mute = behavior;
+}
+
+NS::UUID TapDescription::UUID() const {
+  const Call call("CATapDescription.UUID");
+  const std::string& text = object(*this, "CATapDescription.UUID").uuid;
+  return NS::UUID(CF::adopt(static_cast<CFTypeRef>(new simulator::UUIDObject(text))));
+}
+
+OSStatus AudioHardwareCreateProcessTap(const TapDescription& description, AudioObjectID* tap) {
+  constexpr const char* name = "AudioHardwareCreateProcessTap";
+  const Call call(name);
+  const simulator::TapDescription& wanted = object(description, name);
+  const auto fault = call.fault();
+  OSStatus status = fault.value_or(kAudioHardwareNoError);
+  try {
+    if (!fault) *tap = call.machine.audio->createTap(wanted).id;
+  } catch (const simulator::AudioError& error) {
+    status = error.status;
+  }
+  auto record = call.machine.trace.call(name, status);
+  record.text("name", wanted.name)
+      .text("uuid", wanted.uuid)
+      .text("device", wanted.deviceUID)
+      .number("stream", wanted.stream)
+      .number("excluded", static_cast<std::int64_t>(wanted.excluded.size()))
+      .flag("private", wanted.isPrivate)
+      .number("mute", static_cast<std::int64_t>(wanted.mute));
+  if (status == kAudioHardwareNoError) record.number("tap", *tap);
+  return status;
+}
+
+OSStatus AudioHardwareDestroyProcessTap(AudioObjectID tap) {
+  const Call call("AudioHardwareDestroyProcessTap");
+  const auto fault = call.fault();
+  OSStatus status = fault.value_or(kAudioHardwareNoError);
+  try {
+    if (!fault) call.machine.audio->destroyTap(tap);
+  } catch (const simulator::AudioError& error) {
+    status = error.status;
+  }
+  call.machine.trace.call("AudioHardwareDestroyProcessTap", status).number("tap", tap);
+  return status;
+}
+
+}  // namespace CA

@@ -1,0 +1,31 @@
+// What an output device makes audible: the sum of all that really reaches it, cycle by cycle.
+#pragma once
+
+#include <functional>
+#include <span>
+
+namespace simulator {
+
+class Speaker {
+ public:
+  // One cycle of interleaved samples as they came out.
+  using Listener = std::function<void(std::span<const float> samples, std::size_t channels, double rate)>;
+
+  // `direct`: whether sound of a process is in it that came straight from the process.
+  void play(std::span<const float> samples, std::size_t channels, double rate, bool direct);
+  void fallSilent() { level_ = 0, direct_ = false; }
+
+  // The largest magnitude of a sample in the last cycle.
+  [[nodiscard]] float level() const { return level_; }
+  [[nodiscard]] bool direct() const { return direct_; }
+
+  // Hears every cycle from now on; an empty one ends it.
+  void setListener(Listener listener) { listener_ = std::move(listener); }
+
+ private:
+  float level_ = 0;
+  bool direct_ = false;
+  Listener listener_;
+};
+
+}  // namespace simulator

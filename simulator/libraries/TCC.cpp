@@ -1,0 +1,17 @@
+// The private consent library.
+#include "simulator/desktop/AudioCapture.h"
+
+extern "C" {
+
+long TCCAccessPreflight(CFStringRef service, CFDictionaryRef options);
+void TCCAccessRequest(CFStringRef service, CFDictionaryRef options, void (^completion)(bool granted));
+
+long TCCAccessPreflight(CFStringRef service, CFDictionaryRef options) {
+  return simulator::tccAccessPreflight(service, options);
+}
+
+void TCCAccessRequest(CFStringRef service, CFDictionaryRef options, void (^completion)(bool granted)) {
+  simulator::tccAccessRequest(service, options, completion);
+}
+
+}  // extern "C"

@@ -1,0 +1,115 @@
+#include "simulator/services/Preferences.h"
+
+#include <fstream>
+#include <sstream>
+#include <utility>
+
+#include "platform/UserDefaults.h"
+#include "simulator/machine/Machine.h"
+#include "simulator/scenarios/Commands.h"
+#include "simulator/services/CoreFoundation.h"
+#include "simulator/services/PropertyList.h"
+
+namespace simulator {
+
+Preferences::Preferences(Machine& machine) : machine_(machine) {}
+
+std::filesystem::path Preferences::file() const {
+  return machine_.root.below("/Users/user/Library/Preferences/" + machine_.process.program().identifier + ".plist");
+}
+
+const nlohmann::json* Preferences::value(const std::string& key) const {
+  const auto found = values_.find(key);
+  return found == values_.end() ? nullptr : &*found;
+}
+
+void Preferences::set(const std::string& key, nlohmann::json value) {
+  if (value.is_null()) {
+    values_.erase(key);
+  } else {
+    values_[key] = std::move(value);
+  }
+  save();
+}
+
+void Preferences::load() {
+  std::ifstream in(file());
+  std::ostringstream text;
+  text << in.rdbuf();
+  values_ = in ? readPropertyList(text.str()) : nlohmann::json::object();
+}
+
+void Preferences::save() const {
+  std::filesystem::create_directories(file().parent_path());
+  std::ofstream(file()) << writePropertyList(values_);
+}
+
+void Preferences::addCommands(Commands& commands) {
+  commands.add("preference", [](Arguments& line) -> Action {
+    return [key = line.text("key"), value = line.json("value")](Machine& machine) {
+      const Scheduler::Lock lock(machine.scheduler);
+      machine.preferences->set(key, value);
+    };
+  });
+}
+
+// The next process finds what is in the file.
+void Preferences::processEnded(Leaks&) { load(); }
+
+void Preferences::snapshot(nlohmann::ordered_json& state) { state["preferences"] = values_; }
+
+}  // namespace simulator
+
+// ---- NSUserDefaults ----
+
+namespace NS {
+namespace {
+
+using simulator::Call;
+
+struct UserDefaultsObject : simulator::Object {
+  UserDefaultsObject() { makeImmortal(); }
+  std::string_view kind() const override { return "NSUserDefaults"; }
+};
+
+void write(const Call& call, const UserDefaults& defaults, const char* name, const std::string& key,
+           const nlohmann::json& value) {
+  simulator::live<UserDefaultsObject>(defaults.get(), name);
+  call.machine.preferences->set(key, value);
+  call.machine.trace.record("preference").text("key", key).json("value", value.dump());
+}
+
+}  // namespace
+
+UserDefaults UserDefaults::standardUserDefaults() {
+  static auto* const defaults = new UserDefaultsObject;
+  return UserDefaults(CF::retain(static_cast<CFTypeRef>(defaults)));
+}
+
+CF::Ref<CFTypeRef> UserDefaults::objectForKey(const std::string& key) const {
+  const Call call("NSUserDefaults.objectForKey");
+  simulator::live<UserDefaultsObject>(get(), "NSUserDefaults.objectForKey");
+  const nlohmann::json* const value = call.machine.preferences->value(key);
+  return CF::adopt(value ? simulator::createPropertyList(*value) : nullptr);
+}
+
+bool UserDefaults::boolForKey(const std::string& key) const {
+  const Call call("NSUserDefaults.boolForKey");
+  simulator::live<UserDefaultsObject>(get(), "NSUserDefaults.boolForKey");
+  const nlohmann::json* const value = call.machine.preferences->value(key);
+  if (!value) return false;
+  if (value->is_boolean()) return value->get<bool>();
+  if (value->is_number()) return value->get<double>() != 0;
+  // Of texts, those that Apple's header names.
+  return *value == "YES" || *value == "true";
+}
+
+void UserDefaults::setInteger(long value, const std::string& key) const {
+  write(Call("NSUserDefaults.setInteger"), *this, "NSUserDefaults.setInteger", key, value);
+}
+
+void UserDefaults::setBool(bool value, const std::string& key) const {
+  write(Call("NSUserDefaults.setBool"), *this, "NSUserDefaults.setBool", key, value);
+}
+
+}  // namespace NS
