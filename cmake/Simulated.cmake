@@ -25,6 +25,7 @@ add_library(simulator OBJECT
   simulator/audio/Player.cpp
   simulator/audio/Speaker.cpp
   simulator/audio/Tap.cpp
+  simulator/audio/WaveFile.cpp
   simulator/desktop/Accessibility.cpp
   simulator/desktop/Alerts.cpp
   simulator/desktop/Application.cpp

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "simulator/machine/Machine.h"
+#include "simulator/machine/RealTime.h"
 #include "simulator/services/CoreFoundation.h"
 
 namespace simulator {
@@ -169,7 +170,10 @@ void AggregateDevice::Cycle::call(AudioDeviceIOBlock block, std::vector<float>& 
   BufferList outputs(1);
   outputs[0] = offered;
 
-  block(&now, input.get(), &inputTime, outputs.get(), &outputTime);
+  {
+    const RealTime realTime;
+    block(&now, input.get(), &inputTime, outputs.get(), &outputTime);
+  }
 
   if (std::memcmp(&offered, &outputs[0], sizeof offered) != 0 || outputs.get()->mNumberBuffers != 1) {
     fatal("An I/O proc changed its list of output buffers");

@@ -61,7 +61,11 @@ Audio::Audio(Machine& machine)
                           "AudioDeviceDestroyIOProcID", "AudioDeviceStart", "AudioDeviceStop"});
 }
 
-Audio::~Audio() = default;
+Audio::~Audio() {
+  // On the live clock a cycle may be about to begin.
+  const Scheduler::Lock lock(machine_.scheduler);
+  outputs_.clear();
+}
 
 // ---- The hardware ----
 
@@ -72,18 +76,23 @@ std::vector<AudioObjectID> Audio::newIDs(std::size_t count) {
 }
 
 OutputDevice* Audio::output(std::int64_t number) {
+  const Scheduler::Lock lock(machine_.scheduler);
   const auto found = outputs_.find(number);
   return found == outputs_.end() ? nullptr : found->second.get();
 }
 
 void Audio::addOutput(std::int64_t number, OutputSettings settings) {
+  const Scheduler::Lock lock(machine_.scheduler);
   const AudioObjectID id = newID();
   auto streams = newIDs(settings.inputs + std::size_t{1});
-  const auto& device =
+  auto& device =
       *outputs_
            .emplace(number, std::make_unique<OutputDevice>(id, number, std::move(settings), std::move(streams),
                                                            machine_.scheduler, [this](OutputDevice& d) { cycle(d); }))
            .first->second;
+  if (const auto heard = speakerListeners_.find(number); heard != speakerListeners_.end()) {
+    device.speaker.setListener(heard->second);
+  }
   for (const auto& [tapID, tap] : taps_) {
     if (tap->output == number) tap->follow(device);
   }
@@ -92,6 +101,7 @@ void Audio::addOutput(std::int64_t number, OutputSettings settings) {
 }
 
 void Audio::changeOutput(OutputDevice& device, OutputSettings settings) {
+  const Scheduler::Lock lock(machine_.scheduler);
   if (settings == device.settings()) return;
   const bool newRate = settings.rate != device.settings().rate;
   auto streams = newIDs(settings.inputs + std::size_t{1});
@@ -104,6 +114,7 @@ void Audio::changeOutput(OutputDevice& device, OutputSettings settings) {
 }
 
 void Audio::removeOutput(OutputDevice& device) {
+  const Scheduler::Lock lock(machine_.scheduler);
   const std::int64_t number = device.number;
   for (const auto& [id, aggregate] : aggregates_) {
     if (aggregate->output == number) aggregate->setRunning(false);
@@ -115,13 +126,21 @@ void Audio::removeOutput(OutputDevice& device) {
 }
 
 void Audio::setDefaultOutput(std::optional<std::int64_t> number) {
+  const Scheduler::Lock lock(machine_.scheduler);
   if (std::exchange(defaultOutput_, number) == number) return;
   listeners.notify(kAudioObjectSystemObject, global(kAudioHardwarePropertyDefaultOutputDevice));
+}
+
+void Audio::listen(std::int64_t number, const Speaker::Listener& listener) {
+  const Scheduler::Lock lock(machine_.scheduler);
+  speakerListeners_[number] = listener;
+  if (OutputDevice* const device = output(number)) device->speaker.setListener(listener);
 }
 
 // ---- Other programs ----
 
 void Audio::play(const std::string& process, std::int64_t number, const Sound& sound) {
+  const Scheduler::Lock lock(machine_.scheduler);
   auto& player = players_[process];
   if (!player) player = std::make_unique<Player>(newID(), nextPid_++);
   player->play(number, sound);
@@ -129,6 +148,7 @@ void Audio::play(const std::string& process, std::int64_t number, const Sound& s
 }
 
 void Audio::stopPlaying(const std::string& process) {
+  const Scheduler::Lock lock(machine_.scheduler);
   players_.erase(process);
   disturb();
 }
@@ -299,6 +319,7 @@ void Audio::updateAll() {
 }
 
 void Audio::disturb() {
+  const Scheduler::Lock lock(machine_.scheduler);
   for (const auto& [number, device] : outputs_) device->clock.disturb();
 }
 

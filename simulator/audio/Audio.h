@@ -36,6 +36,9 @@ class Audio : public Part {
   void removeOutput(OutputDevice& device);
   void setDefaultOutput(std::optional<std::int64_t> number);
 
+  // Hears what that output's speaker plays from now on, also when the output comes only later.
+  void listen(std::int64_t number, const Speaker::Listener& listener);
+
   // ---- Other programs ----
 
   void play(const std::string& process, std::int64_t output, const Sound& sound);
@@ -92,6 +95,7 @@ class Audio : public Part {
   AudioObjectID nextID_ = 32;
   pid_t nextPid_ = 300;
   std::map<std::int64_t, std::unique_ptr<OutputDevice>> outputs_;
+  std::map<std::int64_t, Speaker::Listener> speakerListeners_;
   std::optional<std::int64_t> defaultOutput_;
   std::map<std::string, std::unique_ptr<Player>> players_;
   std::unique_ptr<Player> program_;  // the program as a client; none before it asks

@@ -92,6 +92,7 @@ Action outputAction(Arguments& line) {
     return [number](Machine& machine) { machine.audio->removeOutput(existing(machine, number)); };
   }
   return [number, given = outputLine(line)](Machine& machine) {
+    const Scheduler::Lock lock(machine.scheduler);
     if (OutputDevice* const device = machine.audio->output(number)) {
       machine.audio->changeOutput(*device, merge(device->settings(), given));
     } else {

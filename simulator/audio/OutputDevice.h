@@ -34,6 +34,8 @@ class OutputDevice : public AudioObject {
   OutputDevice(AudioObjectID id, std::int64_t number, OutputSettings settings, std::vector<AudioObjectID> streams,
                Scheduler& scheduler, std::function<void(OutputDevice&)> beat);
 
+  ~OutputDevice() override { clock.stop(); }
+
   const std::int64_t number;  // in the scenario
   Speaker speaker;
   CycleClock clock;

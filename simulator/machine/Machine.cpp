@@ -15,6 +15,7 @@
 #include "simulator/displays/Displays.h"
 #include "simulator/displays/Registry.h"
 #include "simulator/machine/Object.h"
+#include "simulator/machine/RealTime.h"
 #include "simulator/services/Preferences.h"
 #include "simulator/time/Dispatch.h"
 #include "simulator/time/RunLoop.h"
@@ -104,8 +105,18 @@ void fatal(std::string_view text) {
   std::abort();
 }
 
-Call::Call(const char* name, On thread)
-    : machine((Machine::current().scheduler.preempt(), Machine::current())), name_(name), lock_(machine.scheduler) {
+namespace {
+
+Machine& enter(const char* call) {
+  Machine& machine = Machine::current();
+  if (RealTime::active()) machine.fatal(std::string(call) + " was called on a real-time thread");
+  machine.scheduler.preempt();
+  return machine;
+}
+
+}  // namespace
+
+Call::Call(const char* name, On thread) : machine(enter(name)), name_(name), lock_(machine.scheduler) {
   if (thread == On::mainThread && !machine.process.onMainThread()) {
     fatal(std::string(name) + " was called off the main thread");
   }

@@ -5,6 +5,7 @@
 #include <unordered_set>
 
 #include "simulator/machine/Machine.h"
+#include "simulator/machine/RealTime.h"
 
 namespace simulator {
 namespace {
@@ -67,11 +68,13 @@ void wrongType(const char* call, const Object& object) {
 }
 
 void retain(const void* object, const char* call) {
+  if (RealTime::active()) fatal(std::string(call) + " was called on a real-time thread");
   Object& target = live(object, call);
   if (target.references_ != immortal) ++target.references_;
 }
 
 bool release(const void* object, const char* call) {
+  if (RealTime::active()) fatal(std::string(call) + " was called on a real-time thread");
   Object& target = live(object, call);
   if (target.references_ == immortal || --target.references_ > 0) return false;
   target.willDie();
