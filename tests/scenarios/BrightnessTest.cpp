@@ -28,7 +28,7 @@ std::string monitorAt(int current, int maximum) {
 }
 
 bool logged(const Played& played, const std::string& line) {
-  const auto logs = played.logs();
+  const auto logs = played.logs("VolumeController");
   return std::ranges::find(logs, line) != logs.end();
 }
 
@@ -53,10 +53,10 @@ TEST(Brightness, KeyRaisesTheMonitorUnderThePointer) {
   WITH_SEEDS(seed, 20) {
     const Played played = playScenario(launched + press + settle, seed);
     EXPECT_EQ(played.status, 0);
-    EXPECT_EQ(played.logs(), (Logs{"info AppDelegate: Media key tap installed",
-                                   "info BrightnessController: Display 2 brightness 50/100"}));
-    EXPECT_EQ(played.writes(2), (Logs{"0.01 82 01 10 fd", "0.02 82 01 10 fd", "0.08 84 03 10 00 38 90",
-                                      "0.09 84 03 10 00 38 90"}));
+    EXPECT_EQ(played.logs("VolumeController"), (Logs{"info AppDelegate: Media key tap installed",
+                                                     "info BrightnessController: Display 2 brightness 50/100"}));
+    EXPECT_EQ(played.writes(2),
+              (Logs{"0.01 82 01 10 fd", "0.02 82 01 10 fd", "0.08 84 03 10 00 38 90", "0.09 84 03 10 00 38 90"}));
     EXPECT_EQ(played.calls("IOAVServiceReadI2C").size(), 1U);
     EXPECT_EQ(played.swallowed(), (Swallowed{true, true}));
     EXPECT_EQ(played.lights(2), (Lights{56}));
@@ -73,8 +73,7 @@ TEST(Brightness, SameSeedGivesTheSameBytes) {
 
 TEST(Brightness, KeyOnTheBuiltInPanelOrOffEveryScreenGoesOn) {
   for (const char* const at : {"[100,100]", "[-50,20]", "[2000,1441]"}) {
-    const Played played =
-        playScenario(launched + R"({"do":"pointer","at":)" + at + "}\n" + press + settle);
+    const Played played = playScenario(launched + R"({"do":"pointer","at":)" + at + "}\n" + press + settle);
     EXPECT_EQ(played.swallowed(), (Swallowed{false, false})) << at;
     EXPECT_TRUE(popUps(played).empty());
     EXPECT_TRUE(played.lights(2).empty());
@@ -154,8 +153,9 @@ TEST(Brightness, OfADisplayWithoutServiceIsLoggedOnce) {
 {"do":"launch"}
 {"do":"settle"}
 )");
-  EXPECT_EQ(played.logs(), (Logs{"info AppDelegate: Media key tap installed",
-                                 "error BrightnessController: Display 5 has 0 matching DDC services, skipping it"}));
+  EXPECT_EQ(played.logs("VolumeController"),
+            (Logs{"info AppDelegate: Media key tap installed",
+                  "error BrightnessController: Display 5 has 0 matching DDC services, skipping it"}));
 }
 
 TEST(Brightness, OfAServiceThatIsNotExternalIsNotControlled) {
@@ -174,8 +174,9 @@ TEST(Brightness, ReadIsTriedFiveTimes) {
 {"do":"launch"}
 {"do":"settle"}
 )" + press + settle);
-  EXPECT_TRUE(logged(played, "error BrightnessController: Reading brightness of display 2 failed: Reading VCP 0x10 "
-                             "failed after 5 attempts"));
+  EXPECT_TRUE(logged(played,
+                     "error BrightnessController: Reading brightness of display 2 failed: Reading VCP 0x10 "
+                     "failed after 5 attempts"));
   EXPECT_EQ(played.writes(2).size(), 10U);
   const auto reads = played.calls("IOAVServiceReadI2C");
   ASSERT_EQ(reads.size(), 5U);
@@ -203,8 +204,8 @@ TEST(Brightness, WriteIsTriedFiveTimesAndDropped) {
     const Played played = playScenario(launched + R"({"do":"monitor","display":2,"fault":")" + fault + "\"}\n" + press +
                                        settle + R"({"do":"monitor","display":2,"fault":"none"})" + "\n" + settle);
     EXPECT_EQ(played.writes(2).size(), 2U + 10U) << fault;
-    EXPECT_EQ(played.logs().back(), "error DDC: Writing VCP 0x10 = 56 failed after 5 attempts");
-    EXPECT_EQ(played.logs().size(), 3U);
+    EXPECT_EQ(played.logs("VolumeController").back(), "error DDC: Writing VCP 0x10 = 56 failed after 5 attempts");
+    EXPECT_EQ(played.logs("VolumeController").size(), 3U);
     EXPECT_EQ(played.of("log").back()["t"], 0.07 + 5 * 0.04);
     EXPECT_EQ(played.status, 0);
   }
@@ -221,7 +222,7 @@ TEST(Brightness, RetriedWriteArrives) {
   const Played played = playScenario(
       launched + R"({"do":"monitor","display":2,"fault":"second-write-fails","attempts":2})" + "\n" + press + settle);
   EXPECT_EQ(played.writes(2).size(), 2U + 6U);
-  EXPECT_EQ(played.logs().size(), 2U);
+  EXPECT_EQ(played.logs("VolumeController").size(), 2U);
   EXPECT_EQ(played.lights(2), (Lights{56}));
 }
 
@@ -254,16 +255,15 @@ TEST(Brightness, HeldKeySendsAtMostOneStaleValueAfterTheLastPress) {
 }
 
 TEST(Brightness, NewerValueIsSentAfterTheOneUnderWay) {
-  const Played played = playScenario(launched + press + R"({"do":"advance","seconds":0.015})" + "\n" + press + press +
-                                     settle);
-  EXPECT_EQ(played.writes(2),
-            (Logs{"0.01 82 01 10 fd", "0.02 82 01 10 fd", "0.08 84 03 10 00 38 90", "0.09 84 03 10 00 38 90",
-                  "0.1 84 03 10 00 45 ed", "0.11 84 03 10 00 45 ed"}));
+  const Played played =
+      playScenario(launched + press + R"({"do":"advance","seconds":0.015})" + "\n" + press + press + settle);
+  EXPECT_EQ(played.writes(2), (Logs{"0.01 82 01 10 fd", "0.02 82 01 10 fd", "0.08 84 03 10 00 38 90",
+                                    "0.09 84 03 10 00 38 90", "0.1 84 03 10 00 45 ed", "0.11 84 03 10 00 45 ed"}));
 }
 
 TEST(Brightness, ValueEqualToTheOneUnderWayIsNotSentAgain) {
-  const Played played = playScenario(monitorAt(100, 100) + press + R"({"do":"advance","seconds":0.015})" + "\n" + press +
-                                     settle);
+  const Played played =
+      playScenario(monitorAt(100, 100) + press + R"({"do":"advance","seconds":0.015})" + "\n" + press + settle);
   EXPECT_EQ(played.writes(2).size(), 4U);
 }
 
@@ -329,10 +329,9 @@ TEST(Brightness, WakeReadsAgainAndTheStepsAreUnknownMeanwhile) {
 TEST(Brightness, WakeInTheMiddleOfADrainLetsTheValueThrough) {
   for (const char* const at : {"0", "0.005", "0.01", "0.015", "0.02"}) {
     WITH_SEEDS(seed, 10) {
-      const Played played =
-          playScenario(launched + press + R"({"do":"advance","seconds":)" + at + "}\n" + R"({"do":"wake"})" + "\n" +
-                           settle + press + settle,
-                       seed);
+      const Played played = playScenario(launched + press + R"({"do":"advance","seconds":)" + at + "}\n" +
+                                             R"({"do":"wake"})" + "\n" + settle + press + settle,
+                                         seed);
       // The drain and the new channel's read share the wire; whichever value the read sees, the last press wins.
       EXPECT_EQ(played.status, 0);
       const int last = played.lights(2).back();
@@ -357,7 +356,7 @@ TEST(Brightness, WithoutIOKitIsUnavailable) {
   const Played played = playScenario(R"({"do":"missing","library":"IOKit"})"
                                      "\n" +
                                      launched + press + R"({"do":"wake"})" + "\n" + settle);
-  const auto logs = played.logs();
+  const auto logs = played.logs("VolumeController");
   EXPECT_EQ(logs.back().find("error BrightnessController: Brightness control unavailable: Loading IOKit: "
                              "/System/Library/Frameworks/IOKit.framework/IOKit: "),
             0U)
@@ -370,10 +369,11 @@ TEST(Brightness, WithoutThePopUpLibraryWorksSilently) {
            {R"({"do":"missing","library":"/System/Library/PrivateFrameworks/OSD.framework/OSD"})",
             "Loading OSD.framework: "},
            {R"({"do":"missing","symbol":"OSDManager"})", "OSDManager class not found"},
-           {R"({"do":"fail","call":"OSDManager.sharedManager","status":1})", "OSDManager.sharedManager returned nil"}}) {
+           {R"({"do":"fail","call":"OSDManager.sharedManager","status":1})",
+            "OSDManager.sharedManager returned nil"}}) {
     const Played played = playScenario(missing + "\n" + launched + press + settle);
-    EXPECT_EQ(played.logs()[0].find("error AppDelegate: Native pop-up unavailable: " + message), 0U)
-        << played.logs()[0];
+    EXPECT_EQ(played.logs("VolumeController")[0].find("error AppDelegate: Native pop-up unavailable: " + message), 0U)
+        << played.logs("VolumeController")[0];
     EXPECT_TRUE(popUps(played).empty());
     EXPECT_EQ(played.lights(2), (Lights{56}));
     EXPECT_EQ(played.status, 0);
@@ -386,7 +386,7 @@ TEST(Brightness, KeepsTheDisplaysWhenTheRegistryCannotBeWalked) {
 {"do":"wake"}
 {"do":"settle"}
 )" + press + settle);
-  EXPECT_EQ(played.logs().back(),
+  EXPECT_EQ(played.logs("VolumeController").back(),
             "error BrightnessController: Iterating the I/O Registry failed (-536870212)");
   EXPECT_EQ(played.lights(2), (Lights{56}));
   EXPECT_EQ(played.status, 0);
@@ -396,7 +396,7 @@ TEST(Brightness, SkipsAServiceThatCannotBeMade) {
   const Played played = playScenario(R"({"do":"fail","call":"IOAVServiceCreateWithService","status":1})"
                                      "\n" +
                                      launched);
-  EXPECT_EQ(played.logs(),
+  EXPECT_EQ(played.logs("VolumeController"),
             (Logs{"info AppDelegate: Media key tap installed", "error DDC: IOAVServiceCreateWithService returned nil",
                   "error BrightnessController: Display 2 has 0 matching DDC services, skipping it"}));
 }
@@ -406,8 +406,8 @@ TEST(Brightness, SurvivesEveryFailureOfDiscovery) {
                                  "IORegistryEntryGetName", "IORegistryEntryCreateCFProperty", "CGGetOnlineDisplayList",
                                  "IOAVServiceCreateWithService", "dlopen", "dlsym", "objc_lookUpClass"}) {
     for (int nth = 1; nth <= 6; ++nth) {
-      const Played played = playScenario(std::string(R"({"do":"fail","status":-1,"call":")") + call +
-                                         R"(","nth":)" + std::to_string(nth) + "}\n" + launched + press + settle);
+      const Played played = playScenario(std::string(R"({"do":"fail","status":-1,"call":")") + call + R"(","nth":)" +
+                                         std::to_string(nth) + "}\n" + launched + press + settle);
       EXPECT_EQ(played.status, 0) << call << " " << nth;
     }
   }

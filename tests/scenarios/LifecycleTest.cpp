@@ -88,8 +88,9 @@ TEST(Lifecycle, StopsInOrder) {
   const Played played = playScenario(launched + R"({"do":"quit"})"
                                                 "\n");
   const auto& last = played.records;
-  ASSERT_GE(last.size(), 2U);
-  EXPECT_EQ(last[last.size() - 2]["api"], "CFMachPortInvalidate");
+  ASSERT_GE(last.size(), 3U);
+  EXPECT_EQ(last[last.size() - 3]["api"], "CFMachPortInvalidate");
+  EXPECT_EQ(last[last.size() - 2]["api"], "AudioObjectRemovePropertyListenerBlock");
   EXPECT_EQ(last.back()["what"], "exit");
   EXPECT_EQ(last.back()["status"], 0);
 }

@@ -24,9 +24,10 @@ std::vector<json> Played::calls(std::string_view api) const {
   return found;
 }
 
-std::vector<std::string> Played::logs() const {
+std::vector<std::string> Played::logs(std::string_view without) const {
   std::vector<std::string> texts;
   for (const json& record : of("log")) {
+    if (record["category"] == without) continue;
     texts.push_back(record["level"].get<std::string>() + " " + record["category"].get<std::string>() + ": " +
                     record["text"].get<std::string>());
   }
@@ -57,17 +58,21 @@ std::vector<bool> Played::swallowed() const {
   return result;
 }
 
-Played playScenario(const std::string& scenario, std::uint64_t seed, simulator::Clock clock) {
+Played playScenario(const std::string& scenario, std::uint64_t seed, simulator::Clock clock,
+                    const Preparation& preparation) {
   Played played;
+  simulator::Program program = dalvaneProgram();
+  if (preparation.program) program.main = preparation.program;
   {
-    simulator::Machine machine(dalvaneProgram(), {.clock = clock,
-                                                  .seed = seed,
-                                                  .trace =
-                                                      [&played](std::string_view line) {
-                                                        played.bytes += line;
-                                                        played.bytes += '\n';
-                                                      },
-                                                  .fatal = {}});
+    simulator::Machine machine(program, {.clock = clock,
+                                         .seed = seed,
+                                         .trace =
+                                             [&played](std::string_view line) {
+                                               played.bytes += line;
+                                               played.bytes += '\n';
+                                             },
+                                         .fatal = {}});
+    if (preparation.setUp) preparation.setUp(machine);
     try {
       simulator::Scenario steps(machine);
       std::istringstream lines(scenario);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
@@ -9,18 +10,22 @@
 
 #include "simulator/time/Scheduler.h"
 
+namespace simulator {
+class Machine;
+}
+
 struct Played {
   int status = 0;
-  std::string error;               // of a scenario that cannot be understood
-  std::string bytes;               // the trace as `dalvane-desk play` prints it
+  std::string error;  // of a scenario that cannot be understood
+  std::string bytes;  // the trace as `dalvane-desk play` prints it
   std::vector<nlohmann::json> records;
 
   // The records of one kind.
   [[nodiscard]] std::vector<nlohmann::json> of(std::string_view what) const;
   // The recorded calls of one function.
   [[nodiscard]] std::vector<nlohmann::json> calls(std::string_view api) const;
-  // The texts that were logged, as "level category: text".
-  [[nodiscard]] std::vector<std::string> logs() const;
+  // The texts that were logged, as "level category: text"; those of category `without` are left out.
+  [[nodiscard]] std::vector<std::string> logs(std::string_view without = {}) const;
   // The messages written to a display's monitor, in hex, with the time in front: "0.08 84 03 …".
   [[nodiscard]] std::vector<std::string> writes(int display) const;
   // The brightness values that a monitor showed one after the other.
@@ -29,8 +34,14 @@ struct Played {
   [[nodiscard]] std::vector<bool> swallowed() const;
 };
 
+// What a test adds to the machine before the scenario begins.
+struct Preparation {
+  std::function<void(simulator::Machine&)> setUp = {};
+  std::function<int()> program = {};  // instead of Dalvane's main
+};
+
 Played playScenario(const std::string& scenario, std::uint64_t seed = 1,
-                    simulator::Clock clock = simulator::Clock::deterministic);
+                    simulator::Clock clock = simulator::Clock::deterministic, const Preparation& preparation = {});
 
 // Lines that many scenarios begin with: a built-in display (1) and an external one (2) with a monitor at 50 of 100,
 // the pointer on the external one.
@@ -46,6 +57,6 @@ inline const std::string launched = twoDisplays + R"(
 )";
 
 // Plays with several seeds; what does not hold for one of them is reported with its seed.
-#define WITH_SEEDS(seed, count)                                     \
-  for (std::uint64_t seed = 1; seed <= (count); ++seed)             \
+#define WITH_SEEDS(seed, count)                         \
+  for (std::uint64_t seed = 1; seed <= (count); ++seed) \
     if (const ::testing::ScopedTrace trace_(__FILE__, __LINE__, "seed " + std::to_string(seed)); true)

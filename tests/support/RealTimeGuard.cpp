@@ -1,6 +1,5 @@
 #include "tests/support/RealTimeGuard.h"
 
-#include <dlfcn.h>
 #include <pthread.h>
 
 #include <atomic>

@@ -65,7 +65,8 @@ TEST(RealTime, TheGuardSeesLocks) {
 
 namespace {
 
-// Runs `body` where the kernel kills a process at its first system call but the one that ends it. How the process ended.
+// Runs `body` where the kernel kills a process at its first system call but the one that ends it. How the process
+// ended.
 int runWithoutSystemCalls(void (*body)()) {
   const pid_t child = fork();
   if (child == 0) {

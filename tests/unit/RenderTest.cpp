@@ -1,6 +1,4 @@
 // Render, sample for sample.
-#include "volume/Render.h"
-
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -9,6 +7,8 @@
 #include <memory>
 #include <random>
 #include <vector>
+
+#include "volume/Render.h"
 
 namespace {
 
@@ -119,7 +119,8 @@ TEST(Render, IsExactForAllSizesChannelsGainsAndAlignments) {
         const auto first = shifted.begin() + static_cast<std::ptrdiff_t>(offset);
         const auto last = first + static_cast<std::ptrdiff_t>(in.size());
         ASSERT_TRUE(sameBits(Samples(first, last), expected(in, channels, applied, target)))
-            << channels << " channels, " << frames << " frames, offset " << offset << ", " << applied << " to " << target;
+            << channels << " channels, " << frames << " frames, offset " << offset << ", " << applied << " to "
+            << target;
         ASSERT_TRUE(sameBits(Samples(shifted.begin(), first), filled(offset, untouched)));
         ASSERT_TRUE(sameBits(Samples(last, shifted.end()), filled(20, untouched)));
         ASSERT_EQ(state.appliedGain, target);

@@ -1,0 +1,727 @@
+// Volume keys and the speaker, as a person hears them.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <initializer_list>
+
+#include "tests/support/Sound.h"
+
+using nlohmann::json;
+using Logs = std::vector<std::string>;
+using Swallowed = std::vector<bool>;
+
+namespace {
+
+// ---- Scenario lines ----
+
+std::string lines(std::initializer_list<std::string> each) {
+  std::string text;
+  for (const std::string& line : each) text += line + "\n";
+  return text;
+}
+
+const std::string launch = R"({"do":"launch"})";
+const std::string settle = R"({"do":"settle"})";
+const std::string quit = R"({"do":"quit"})";
+const std::string wake = R"({"do":"wake"})";
+const std::string builtIn = R"({"do":"display","id":1,"name":"Built-in","builtin":true,"frame":[0,0,1512,982]})";
+const std::string screen = R"({"do":"output","id":10,"uid":"HDMI-1","name":"Screen","default":true})";
+const std::string music = R"({"do":"play","process":"music","output":10,"tone":0})";
+
+std::string key(const std::string& name) { return R"({"do":"key","key":")" + name + "\"}"; }
+std::string snapshot(const std::string& name) { return R"({"do":"snapshot","name":")" + name + "\"}"; }
+std::string fail(const std::string& call, int status = -50, int nth = 1, int times = 1) {
+  return R"({"do":"fail","call":")" + call + R"(","status":)" + std::to_string(status) + R"(,"nth":)" +
+         std::to_string(nth) + R"(,"times":)" + std::to_string(times) + "}";
+}
+std::string advance(double seconds) { return R"({"do":"advance","seconds":)" + json(seconds).dump() + "}"; }
+std::string preference(const std::string& name, const json& value) {
+  return json{{"do", "preference"}, {"key", name}, {"value", value}}.dump();
+}
+std::string output(int id, const json& more) {
+  json line = {{"do", "output"}, {"id", id}};
+  line.update(more);
+  return line.dump();
+}
+
+const std::string down = key("volumeDown");
+const std::string up = key("volumeUp");
+const std::string mute = key("mute");
+
+// A screen without a volume, a constant signal of 0.5 to it, and the program running.
+const std::string playing = lines({builtIn, screen, music, launch, settle});
+
+// ---- What came of them ----
+
+float gain(int steps) { return std::pow(static_cast<float>(steps) / 16, 3.0F); }
+
+// The speaker of that output in that snapshot.
+json speaker(const Played& played, const std::string& snapshotName, int id = 10) {
+  for (const json& record : played.of("snapshot")) {
+    if (record["name"] != snapshotName) continue;
+    for (const json& each : record["speakers"]) {
+      if (each["id"] == id) return each;
+    }
+  }
+  return nullptr;
+}
+
+json snapshotOf(const Played& played, const std::string& name) {
+  for (const json& record : played.of("snapshot")) {
+    if (record["name"] == name) return record;
+  }
+  return nullptr;
+}
+
+void expectSpeaker(const Played& played, const std::string& name, float level, bool direct, int id = 10) {
+  const json heard = speaker(played, name, id);
+  ASSERT_TRUE(heard.is_object()) << name;
+  EXPECT_EQ(heard["level"].get<float>(), level) << name;
+  EXPECT_EQ(heard["direct"], direct) << name;
+}
+
+bool logged(const Played& played, const std::string& line) {
+  const auto logs = played.logs();
+  return std::ranges::find(logs, line) != logs.end();
+}
+
+// The volume pop-ups, as image and filled steps.
+std::vector<std::pair<int, int>> popUps(const Played& played) {
+  std::vector<std::pair<int, int>> shown;
+  for (const json& call : played.calls("OSDManager.showImage")) {
+    EXPECT_EQ(call["args"]["total"], 16);
+    EXPECT_EQ(call["args"]["display"], 1);
+    shown.emplace_back(call["args"]["image"], call["args"]["filled"]);
+  }
+  return shown;
+}
+using PopUps = std::vector<std::pair<int, int>>;
+
+// What was written to the preferences, "key=value".
+std::vector<std::string> written(const Played& played) {
+  std::vector<std::string> result;
+  for (const json& record : played.of("preference")) {
+    result.push_back(record["key"].get<std::string>() + "=" + record["value"].dump());
+  }
+  return result;
+}
+
+// The calls that build and take down, in their order.
+std::vector<std::string> audioCalls(const Played& played) {
+  std::vector<std::string> names;
+  for (const json& record : played.of("call")) {
+    const std::string api = record["api"];
+    if (api.starts_with("AudioHardware") || api.starts_with("AudioDevice")) names.push_back(api);
+  }
+  return names;
+}
+
+const std::vector<std::string> building = {"AudioHardwareCreateProcessTap", "AudioHardwareCreateAggregateDevice",
+                                           "AudioDeviceCreateIOProcIDWithBlock", "AudioDeviceStart"};
+const std::vector<std::string> takingDown = {"AudioDeviceStop", "AudioDeviceDestroyIOProcID",
+                                             "AudioHardwareDestroyAggregateDevice", "AudioHardwareDestroyProcessTap"};
+
+std::vector<std::string> joined(std::initializer_list<std::vector<std::string>> lists) {
+  std::vector<std::string> result;
+  for (const auto& list : lists) result.insert(result.end(), list.begin(), list.end());
+  return result;
+}
+
+void expectNothingLeft(const Played& played) {
+  EXPECT_EQ(played.status, 0);
+  EXPECT_TRUE(played.of("leak").empty());
+  EXPECT_TRUE(played.of("fatal").empty());
+}
+
+}  // namespace
+
+// ---- Level and path ----
+
+TEST(Volume, FullIsDirectAndBelowItGoesThroughTheRouter) {
+  WITH_SEEDS(seed, 20) {
+    const Played played =
+        playScenario(playing + lines({snapshot("full"), down, settle, snapshot("15"), down, down, settle,
+                                      snapshot("13"), mute, settle, snapshot("muted"), mute, settle,
+                                      snapshot("unmuted"), up, up, up, settle, snapshot("back")}),
+                     seed);
+    expectSpeaker(played, "full", 0.5F, true);
+    EXPECT_TRUE(snapshotOf(played, "full")["taps"].empty());
+    EXPECT_TRUE(snapshotOf(played, "full")["aggregates"].empty());
+    expectSpeaker(played, "15", 0.5F * gain(15), false);
+    EXPECT_EQ(snapshotOf(played, "15")["taps"].size(), 1U);
+    EXPECT_EQ(snapshotOf(played, "15")["aggregates"].size(), 1U);
+    expectSpeaker(played, "13", 0.5F * gain(13), false);
+    expectSpeaker(played, "muted", 0, false);
+    expectSpeaker(played, "unmuted", 0.5F * gain(13), false);
+    expectSpeaker(played, "back", 0.5F, true);
+    EXPECT_TRUE(snapshotOf(played, "back")["taps"].empty());
+    EXPECT_TRUE(snapshotOf(played, "back")["aggregates"].empty());
+    EXPECT_EQ(audioCalls(played), joined({building, takingDown}));
+    EXPECT_EQ(popUps(played), (PopUps{{3, 15}, {3, 14}, {3, 13}, {4, 0}, {3, 13}, {3, 14}, {3, 15}, {3, 16}}));
+    EXPECT_EQ(played.swallowed(), Swallowed(16, true));
+    expectNothingLeft(played);
+  }
+}
+
+TEST(Volume, IsHeardWithinOneCycleOfTheKey) {
+  constexpr double cycle = 512.0 / 48000;
+  for (const double moment : {0.0, 0.001, 0.0053, 0.0106}) {
+    const Played played = playScenario(playing + lines({advance(moment), down, advance(cycle), snapshot("15"), down,
+                                                        advance(2 * cycle), snapshot("14")}));
+    expectSpeaker(played, "15", 0.5F * gain(15), false);
+    expectSpeaker(played, "14", 0.5F * gain(14), false);
+  }
+}
+
+TEST(Volume, NeverSoundsTwiceNorStopsNorSteps) {
+  WITH_SEEDS(seed, 20) {
+    const Heard heard = listenTo(10,
+                                 playing + lines({down, advance(0.1), down, advance(0.05), up, advance(0.0001), up,
+                                                  advance(0.1), mute, advance(0.05), mute, advance(0.05)}),
+                                 seed);
+    const std::vector<float> left = heard.left();
+    ASSERT_GT(left.size(), 512U * 30);
+    // From full to 15 steps the path changes at once; from there on the gain ramps. The largest step that a ramp makes
+    // is from one level to the next over a cycle of 512 frames, and here from 16 steps to silence.
+    const float largestStep = 0.5F / 512 * 1.001F;
+    std::size_t jumps = 0;
+    for (std::size_t i = 1; i < left.size(); ++i) {
+      if (std::abs(left[i] - left[i - 1]) > largestStep) ++jumps;
+    }
+    EXPECT_LE(jumps, 4U);  // the router starts and stops twice at most
+    for (const float sample : left) {
+      ASSERT_GE(sample, 0);
+      ASSERT_LE(sample, 0.5F);  // both paths together would be more
+    }
+    // Nothing is missing while it sounds: the only silence is the muted one.
+    std::size_t silent = 0;
+    for (const float sample : left) silent += sample == 0 ? 1 : 0;
+    EXPECT_LE(silent, 512U * 6);
+    expectNothingLeft(heard.played);
+  }
+}
+
+TEST(Volume, RampsInEqualSteps) {
+  const Heard heard = listenTo(10, playing + lines({down, settle, down, advance(0.05)}));
+  const std::vector<float> left = heard.left();
+  const float from = gain(15);
+  const float to = gain(14);
+  const auto last = std::ranges::find(left, 0.5F * to);
+  ASSERT_NE(last, left.end());
+  const auto first = last - 511;
+  float applied = from;
+  const float step = (to - from) / 512;
+  for (auto sample = first; sample <= last; ++sample) {
+    applied = applied + step;
+    ASSERT_EQ(*sample, 0.5F * applied);
+  }
+  EXPECT_EQ(*(first - 1), 0.5F * from);
+}
+
+TEST(Volume, ATapReadOnlyWhileSomethingPlays) {
+  const Played played = playScenario(
+      lines({builtIn, screen, launch, settle, down, settle, snapshot("quiet"), music, settle, snapshot("music"),
+             R"({"do":"play","process":"music","stop":true})", settle, snapshot("stopped")}));
+  EXPECT_EQ(snapshotOf(played, "quiet")["taps"][0]["read"], false);
+  expectSpeaker(played, "quiet", 0, false);
+  expectSpeaker(played, "music", 0.5F * gain(15), false);
+  expectSpeaker(played, "stopped", 0, false);
+  expectNothingLeft(played);
+}
+
+TEST(Volume, SumsSeveralProcesses) {
+  const Played played =
+      playScenario(playing + lines({R"({"do":"play","process":"call","output":10,"tone":0,"level":0.25})", settle,
+                                    snapshot("full"), down, settle, snapshot("15")}));
+  expectSpeaker(played, "full", 0.75F, true);
+  expectSpeaker(played, "15", 0.75F * gain(15), false);
+}
+
+TEST(Volume, LeavesOtherOutputsAlone) {
+  const Played played =
+      playScenario(playing + lines({output(11, {{"uid", "USB"}, {"name", "Headset"}}),
+                                    R"({"do":"play","process":"call","output":11,"tone":0,"level":0.25})", down, settle,
+                                    snapshot("s")}));
+  expectSpeaker(played, "s", 0.5F * gain(15), false);
+  expectSpeaker(played, "s", 0.25F, true, 11);
+}
+
+// ---- Keys ----
+
+TEST(Volume, StepsStayInTheirRange) {
+  const Played played = playScenario(lines({builtIn,
+                                            screen,
+                                            music,
+                                            preference("steps.HDMI-1", 1),
+                                            launch,
+                                            settle,
+                                            snapshot("1"),
+                                            down,
+                                            settle,
+                                            snapshot("0"),
+                                            down,
+                                            settle,
+                                            snapshot("still 0"),
+                                            quit,
+                                            preference("steps.HDMI-1", 15),
+                                            launch,
+                                            settle,
+                                            up,
+                                            settle,
+                                            snapshot("16"),
+                                            up,
+                                            settle,
+                                            snapshot("still 16")}));
+  expectSpeaker(played, "1", 0.5F * gain(1), false);
+  expectSpeaker(played, "0", 0, false);
+  expectSpeaker(played, "still 0", 0, false);
+  expectSpeaker(played, "16", 0.5F, true);
+  expectSpeaker(played, "still 16", 0.5F, true);
+  EXPECT_EQ(popUps(played), (PopUps{{4, 0}, {4, 0}, {3, 16}, {3, 16}}));
+  EXPECT_EQ(written(played), (Logs{"steps.HDMI-1=0", "muted.HDMI-1=false", "steps.HDMI-1=0", "muted.HDMI-1=false",
+                                   "steps.HDMI-1=16", "muted.HDMI-1=false", "steps.HDMI-1=16", "muted.HDMI-1=false"}));
+  EXPECT_EQ(played.swallowed(), Swallowed(8, true));
+  expectNothingLeft(played);
+}
+
+TEST(Volume, MuteAtFullVolumeStartsTheRouterAndUnmuteStopsIt) {
+  const Played played =
+      playScenario(playing + lines({mute, settle, snapshot("muted"), mute, settle, snapshot("back")}));
+  expectSpeaker(played, "muted", 0, false);
+  expectSpeaker(played, "back", 0.5F, true);
+  EXPECT_EQ(audioCalls(played), joined({building, takingDown}));
+  EXPECT_EQ(popUps(played), (PopUps{{4, 0}, {3, 16}}));
+}
+
+TEST(Volume, AHeldMuteKeyTogglesOnce) {
+  const std::string held = R"({"do":"key","key":"mute","action":"press","repeat":true})";
+  const Played played =
+      playScenario(playing + lines({R"({"do":"key","key":"mute","action":"press"})", held, held, held,
+                                    R"({"do":"key","key":"mute","action":"release"})", settle, snapshot("muted")}));
+  expectSpeaker(played, "muted", 0, false);
+  EXPECT_EQ(written(played), (Logs{"steps.HDMI-1=16", "muted.HDMI-1=true"}));
+  EXPECT_EQ(popUps(played), (PopUps{{4, 0}}));
+  EXPECT_EQ(played.swallowed(), Swallowed(5, true));
+}
+
+TEST(Volume, AHeldVolumeKeyRepeats) {
+  const std::string held = R"({"do":"key","key":"volumeDown","action":"press","repeat":true})";
+  const Played played = playScenario(playing + lines({held, held, held, settle, snapshot("13")}));
+  expectSpeaker(played, "13", 0.5F * gain(13), false);
+}
+
+TEST(Volume, AReleaseIsTakenAndChangesNothing) {
+  const Played played = playScenario(playing + lines({R"({"do":"key","key":"volumeDown","action":"release"})",
+                                                      R"({"do":"key","key":"mute","action":"release"})", settle}));
+  EXPECT_EQ(played.swallowed(), Swallowed(2, true));
+  EXPECT_TRUE(written(played).empty());
+  EXPECT_TRUE(popUps(played).empty());
+  EXPECT_TRUE(audioCalls(played).empty());
+}
+
+TEST(Volume, StepKeysUnmute) {
+  for (const auto& [press, steps] : {std::pair{down, 11}, std::pair{up, 13}}) {
+    const Played played =
+        playScenario(lines({builtIn, screen, music, preference("steps.HDMI-1", 12), preference("muted.HDMI-1", true),
+                            launch, settle, snapshot("muted"), press, settle, snapshot("heard")}));
+    expectSpeaker(played, "muted", 0, false);
+    expectSpeaker(played, "heard", 0.5F * gain(steps), false);
+    EXPECT_EQ(popUps(played), (PopUps{{3, steps}}));
+  }
+}
+
+TEST(Volume, WithoutPopUpsKeysStillWork) {
+  const Played played =
+      playScenario(lines({R"({"do":"missing","library":"OSD"})"}) + playing + lines({down, settle, snapshot("15")}));
+  expectSpeaker(played, "15", 0.5F * gain(15), false);
+  EXPECT_TRUE(popUps(played).empty());
+  expectNothingLeft(played);
+}
+
+TEST(Volume, KeysOfADeviceWithItsOwnVolumeGoOn) {
+  const Played played =
+      playScenario(lines({builtIn, output(10, {{"uid", "SPK"}, {"name", "Speakers"}, {"volume", "settable"}}),
+                          R"({"do":"default-output","id":10})", launch, settle, down, up, mute}));
+  EXPECT_EQ(played.swallowed(), Swallowed(6, false));
+  EXPECT_TRUE(logged(played, "info VolumeController: Speakers has its own volume control, staying idle"));
+  EXPECT_TRUE(written(played).empty());
+  EXPECT_TRUE(audioCalls(played).empty());
+  expectNothingLeft(played);
+}
+
+TEST(Volume, AFixedVolumeCountsAsNone) {
+  const Played played = playScenario(
+      lines({builtIn, output(10, {{"uid", "TV"}, {"name", "Screen"}, {"volume", "fixed"}, {"default", true}}), music,
+             launch, settle, down, settle, snapshot("15")}));
+  EXPECT_TRUE(logged(played, "info VolumeController: Controlling the volume of Screen"));
+  expectSpeaker(played, "15", 0.5F * gain(15), false);
+}
+
+// ---- Devices of all kinds ----
+
+TEST(Volume, DevicesOfAllKinds) {
+  for (const json& kind : {json{{"channels", 1}}, json{{"channels", 6}}, json{{"channels", 8}}, json{{"rate", 96000}},
+                           json{{"rate", 44100}}, json{{"inputs", 1}}, json{{"inputs", 3}, {"channels", 6}},
+                           json{{"frames", 64}}, json{{"frames", 4096}}, json{{"rate", 44100}, {"tap-rate", 44100}}}) {
+    json device = {{"uid", "HDMI-1"}, {"name", "Screen"}, {"default", true}};
+    device.update(kind);
+    const Heard heard =
+        listenTo(10, lines({builtIn, output(10, device), music, launch, settle, snapshot("full"), down, settle,
+                            snapshot("15"), down, settle, snapshot("14"), up, up, settle, snapshot("back")}));
+    expectSpeaker(heard.played, "full", 0.5F, true);
+    expectSpeaker(heard.played, "15", 0.5F * gain(15), false);
+    expectSpeaker(heard.played, "14", 0.5F * gain(14), false);
+    expectSpeaker(heard.played, "back", 0.5F, true);
+    expectNothingLeft(heard.played);
+    // All channels sound alike.
+    for (std::size_t i = 0; i < heard.samples.size(); ++i) {
+      ASSERT_EQ(heard.samples[i], heard.samples[i - i % heard.channels]) << kind.dump();
+    }
+  }
+}
+
+TEST(Volume, ATapAtAnotherRateIsRefused) {
+  const Played played = playScenario(lines(
+      {builtIn,
+       output(10, {{"uid", "HDMI-1"}, {"name", "Screen"}, {"rate", 48000}, {"tap-rate", 44100}, {"default", true}}),
+       music, launch, settle, down, settle, snapshot("15"), output(10, {{"tap-rate", 48000}}), down, settle,
+       snapshot("14")}));
+  EXPECT_TRUE(logged(
+      played,
+      "error VolumeController: Starting the capture for Screen failed: Tap format AudioStreamBasicDescription("
+      "mSampleRate: 44100, mFormatID: 1819304813, mFormatFlags: 9, mBytesPerPacket: 8, mFramesPerPacket: 1, "
+      "mBytesPerFrame: 8, mChannelsPerFrame: 2, mBitsPerChannel: 32, mReserved: 0) does not match output format "
+      "AudioStreamBasicDescription(mSampleRate: 48000, mFormatID: 1819304813, mFormatFlags: 9, mBytesPerPacket: 8, "
+      "mFramesPerPacket: 1, mBytesPerFrame: 8, mChannelsPerFrame: 2, mBitsPerChannel: 32, mReserved: 0)"));
+  expectSpeaker(played, "15", 0.5F, true);  // untouched
+  EXPECT_TRUE(snapshotOf(played, "15")["taps"].empty());
+  EXPECT_EQ(played.swallowed(), Swallowed(4, true));
+  expectSpeaker(played, "14", 0.5F * gain(14), false);
+  expectNothingLeft(played);
+}
+
+TEST(Volume, ARateThatChangesWhileTheRouterRuns) {
+  const Played played = playScenario(
+      playing + lines({down, settle, output(10, {{"rate", 96000}}), settle, snapshot("96 kHz"), down, settle,
+                       snapshot("14"), wake, settle, snapshot("woken"), up, up, settle, snapshot("back")}));
+  expectSpeaker(played, "96 kHz", 0.5F * gain(15), false);
+  expectSpeaker(played, "14", 0.5F * gain(14), false);
+  expectSpeaker(played, "woken", 0.5F * gain(14), false);
+  expectSpeaker(played, "back", 0.5F, true);
+  expectNothingLeft(played);
+}
+
+TEST(Volume, ADeviceThatVanishesWhileTheRouterRuns) {
+  WITH_SEEDS(seed, 10) {
+    const Played played =
+        playScenario(playing + lines({down, settle, R"({"do":"output","id":10,"gone":true})", settle, snapshot("gone"),
+                                      down, output(10, {{"uid", "HDMI-1"}, {"name", "Screen"}, {"default", true}}),
+                                      settle, snapshot("back")}),
+                     seed);
+    EXPECT_TRUE(snapshotOf(played, "gone")["taps"].empty());
+    EXPECT_TRUE(snapshotOf(played, "gone")["aggregates"].empty());
+    EXPECT_EQ(played.swallowed(), (Swallowed{true, true, false, false}));
+    expectSpeaker(played, "back", 0.5F * gain(15), false);
+    expectNothingLeft(played);
+  }
+}
+
+TEST(Volume, ADeviceWithoutNameOrUID) {
+  const Played nameless = playScenario(
+      lines({builtIn, output(10, {{"uid", "HDMI-1"}, {"name", nullptr}, {"default", true}}), launch, settle, down}));
+  EXPECT_TRUE(logged(nameless, "error VolumeController: String property 1819173229 is empty"));
+  EXPECT_EQ(nameless.swallowed(), Swallowed(2, false));
+  expectNothingLeft(nameless);
+
+  const Played anonymous = playScenario(
+      lines({builtIn, output(10, {{"uid", nullptr}, {"name", "Screen"}, {"default", true}}), launch, settle, down}));
+  EXPECT_TRUE(logged(anonymous, "error VolumeController: String property 1969841184 is empty"));
+  EXPECT_EQ(anonymous.swallowed(), Swallowed(2, false));
+  expectNothingLeft(anonymous);
+}
+
+TEST(Volume, WithoutAnyOutputKeysGoOn) {
+  const Played played = playScenario(lines({builtIn, launch, settle, down}));
+  EXPECT_EQ(played.logs(),
+            (Logs{"info AppDelegate: Media key tap installed",
+                  "error VolumeController: Reading string property 1819173229 failed (OSStatus 560947818)"}));
+  EXPECT_EQ(played.swallowed(), Swallowed(2, false));
+}
+
+// ---- Changes of the default output, wakes, restarts ----
+
+TEST(Volume, EachDeviceKeepsItsOwnLevel) {
+  const std::string other = output(11, {{"uid", "HDMI-2"}, {"name", "Beamer"}});
+  WITH_SEEDS(seed, 10) {
+    const Played played = playScenario(lines({builtIn,
+                                              screen,
+                                              other,
+                                              music,
+                                              R"({"do":"play","process":"film","output":11,"tone":0,"level":0.25})",
+                                              launch,
+                                              settle,
+                                              down,
+                                              down,
+                                              settle,
+                                              R"({"do":"default-output","id":11})",
+                                              settle,
+                                              snapshot("beamer"),
+                                              down,
+                                              mute,
+                                              settle,
+                                              snapshot("beamer muted"),
+                                              R"({"do":"default-output","id":10})",
+                                              settle,
+                                              snapshot("screen"),
+                                              R"({"do":"default-output","id":11})",
+                                              settle,
+                                              snapshot("beamer again"),
+                                              wake,
+                                              settle,
+                                              snapshot("woken"),
+                                              quit,
+                                              snapshot("without"),
+                                              launch,
+                                              settle,
+                                              snapshot("restarted")}),
+                                       seed);
+    expectSpeaker(played, "beamer", 0.5F, true);
+    expectSpeaker(played, "beamer", 0.25F, true, 11);
+    expectSpeaker(played, "beamer muted", 0, false, 11);
+    expectSpeaker(played, "screen", 0.5F * gain(14), false);
+    expectSpeaker(played, "screen", 0.25F, true, 11);
+    expectSpeaker(played, "beamer again", 0, false, 11);
+    expectSpeaker(played, "woken", 0, false, 11);
+    expectSpeaker(played, "restarted", 0, false, 11);
+    const json expected = {{"steps.HDMI-1", 14}, {"muted.HDMI-1", false}, {"steps.HDMI-2", 15}, {"muted.HDMI-2", true}};
+    EXPECT_EQ(snapshotOf(played, "restarted")["preferences"], expected);
+    expectNothingLeft(played);
+  }
+}
+
+TEST(Volume, ADefaultOutputThatChangesWhileAKeyIsHeld) {
+  const std::string held = R"({"do":"key","key":"volumeDown","action":"press","repeat":true})";
+  const std::string headset = output(11, {{"uid", "USB"}, {"name", "Headset"}, {"volume", "settable"}});
+  WITH_SEEDS(seed, 10) {
+    const Played played = playScenario(
+        lines({builtIn, screen, headset, music, launch, settle, R"({"do":"key","key":"volumeDown","action":"press"})",
+               held, R"({"do":"default-output","id":11})", settle, held, held,
+               R"({"do":"key","key":"volumeDown","action":"release"})", R"({"do":"default-output","id":10})", settle,
+               held, settle, snapshot("13")}),
+        seed);
+    EXPECT_EQ(played.swallowed(), (Swallowed{true, true, false, false, false, true}));
+    expectSpeaker(played, "13", 0.5F * gain(13), false);
+    expectNothingLeft(played);
+  }
+}
+
+TEST(Volume, AWakeStormLeavesOneRouter) {
+  WITH_SEEDS(seed, 10) {
+    const Played played = playScenario(
+        playing + lines({down, settle, wake, wake, wake, down, wake, wake, settle, R"({"do":"default-output","id":10})",
+                         wake, wake, settle, snapshot("14"), quit, snapshot("end")}),
+        seed);
+    expectSpeaker(played, "14", 0.5F * gain(14), false);
+    EXPECT_EQ(snapshotOf(played, "14")["taps"].size(), 1U);
+    EXPECT_EQ(snapshotOf(played, "14")["aggregates"].size(), 1U);
+    EXPECT_EQ(audioCalls(played).size() % 8, 0U);
+    expectNothingLeft(played);
+  }
+}
+
+TEST(Volume, QuittingGivesTheSoundBack) {
+  const Played played = playScenario(playing + lines({down, settle, quit, advance(0.03), snapshot("after")}));
+  expectSpeaker(played, "after", 0.5F, true);
+  expectNothingLeft(played);
+}
+
+TEST(Volume, StoredValuesOfOtherKinds) {
+  const auto levelAt = [](const json& steps, const json& muted) {
+    const Played played = playScenario(lines({builtIn, screen, music, preference("steps.HDMI-1", steps),
+                                              preference("muted.HDMI-1", muted), launch, settle, snapshot("s")}));
+    expectNothingLeft(played);
+    return speaker(played, "s")["level"].get<float>();
+  };
+  EXPECT_EQ(levelAt("loud", false), 0.5F);  // a text is no integer: 16
+  EXPECT_EQ(levelAt("8", false), 0.5F);     // the same
+  EXPECT_EQ(levelAt(8, false), 0.5F * gain(8));
+  EXPECT_EQ(levelAt(8.5, false), 0.5F);   // no integer
+  EXPECT_EQ(levelAt(true, false), 0.5F);  // the same
+  EXPECT_EQ(levelAt(40, false), 0.5F);    // above the range it is full
+  EXPECT_EQ(levelAt(nullptr, nullptr), 0.5F);
+  EXPECT_EQ(levelAt(8, true), 0);
+  EXPECT_EQ(levelAt(8, 1), 0);
+  EXPECT_EQ(levelAt(json::array({8}), false), 0.5F);
+}
+
+TEST(Volume, AStoredLevelOutOfEveryRangeDoesNoHarm) {
+  for (const json& steps : {json(-5), json(INT64_MIN), json(INT64_MAX), json(1000)}) {
+    const Played played = playScenario(lines(
+        {builtIn, screen, music, preference("steps.HDMI-1", steps), launch, settle, mute, mute, down, up, settle}));
+    EXPECT_EQ(played.swallowed(), Swallowed(8, true));
+    expectNothingLeft(played);
+  }
+}
+
+// ---- Failures ----
+
+// Every call of the start sequence, which of its occurrences it is when the first key is pressed, and what is logged.
+struct StartFailure {
+  std::string call;
+  int nth;
+  std::string text;
+  std::vector<std::string> calls;  // until it is given up
+};
+
+TEST(Volume, EveryCallOfTheStartFails) {
+  const std::vector<StartFailure> failures = {
+      {"AudioObjectGetPropertyDataSize", 1, "Counting streams failed (OSStatus -50)", {}},
+      {"AudioObjectGetPropertyData", 1, "Reading string property 1969841184 failed (OSStatus -50)", {}},
+      {"AudioHardwareCreateProcessTap",
+       1,
+       "Creating the process tap failed (OSStatus -50)",
+       {"AudioHardwareCreateProcessTap"}},
+      {"AudioObjectGetPropertyData",
+       3,
+       "Reading property 1952869748 failed (OSStatus -50)",
+       {"AudioHardwareCreateProcessTap", "AudioHardwareDestroyProcessTap"}},
+      {"AudioObjectGetPropertyData",
+       4,
+       "Reading property 1936092532 failed (OSStatus -50)",
+       {"AudioHardwareCreateProcessTap", "AudioHardwareDestroyProcessTap"}},
+      {"AudioHardwareCreateAggregateDevice",
+       1,
+       "Creating the aggregate device failed (OSStatus -50)",
+       {"AudioHardwareCreateProcessTap", "AudioHardwareCreateAggregateDevice", "AudioHardwareDestroyProcessTap"}},
+      {"AudioDeviceCreateIOProcIDWithBlock",
+       1,
+       "Creating the I/O proc failed (OSStatus -50)",
+       {"AudioHardwareCreateProcessTap", "AudioHardwareCreateAggregateDevice", "AudioDeviceCreateIOProcIDWithBlock",
+        "AudioHardwareDestroyAggregateDevice", "AudioHardwareDestroyProcessTap"}},
+      {"AudioDeviceStart", 1, "Starting the aggregate device failed (OSStatus -50)", joined({building, takingDown})},
+  };
+  for (const StartFailure& failure : failures) {
+    WITH_SEEDS(seed, 3) {
+      const Played played = playScenario(playing + lines({fail(failure.call, -50, failure.nth), down, settle,
+                                                          snapshot("failed"), down, settle, snapshot("14")}),
+                                         seed);
+      EXPECT_TRUE(logged(played, "error VolumeController: Starting the capture for Screen failed: " + failure.text))
+          << failure.text;
+      EXPECT_EQ(audioCalls(played), joined({failure.calls, building, takingDown})) << failure.text;
+      expectSpeaker(played, "failed", 0.5F, true);
+      EXPECT_TRUE(snapshotOf(played, "failed")["taps"].empty());
+      EXPECT_TRUE(snapshotOf(played, "failed")["aggregates"].empty());
+      EXPECT_EQ(snapshotOf(played, "failed")["preferences"]["steps.HDMI-1"], 15);
+      expectSpeaker(played, "14", 0.5F * gain(14), false);
+      EXPECT_EQ(played.swallowed(), Swallowed(4, true));
+      EXPECT_EQ(popUps(played), (PopUps{{3, 15}, {3, 14}}));
+      expectNothingLeft(played);
+    }
+  }
+}
+
+TEST(Volume, TheProcessLookUpFails) {
+  const Played played = playScenario(playing + lines({fail("AudioObjectGetPropertyData", -50, 2), down, settle,
+                                                      snapshot("failed"), down, settle, snapshot("14")}));
+  const auto logs = played.logs();
+  ASSERT_EQ(logs.size(), 3U);
+  EXPECT_EQ(
+      logs[2].find("error VolumeController: Starting the capture for Screen failed: Looking up the process object "
+                   "for pid "),
+      0U);
+  EXPECT_TRUE(logs[2].ends_with(" failed (OSStatus -50)"));
+  expectSpeaker(played, "14", 0.5F * gain(14), false);
+  expectNothingLeft(played);
+}
+
+TEST(Volume, AFailedStartAtLaunchIsTriedAgain) {
+  const Played played =
+      playScenario(lines({builtIn, screen, music, preference("steps.HDMI-1", 8), fail("AudioDeviceStart", 2003329396),
+                          launch, settle, snapshot("failed"), down, settle, snapshot("7")}));
+  EXPECT_TRUE(
+      logged(played,
+             "error VolumeController: Starting the capture for Screen failed: Starting the aggregate device failed "
+             "(OSStatus 2003329396)"));
+  expectSpeaker(played, "failed", 0.5F, true);
+  expectSpeaker(played, "7", 0.5F * gain(7), false);
+  expectNothingLeft(played);
+}
+
+TEST(Volume, EveryCallOfTheTeardownFails) {
+  struct Failure {
+    std::string call;
+    std::string text;
+    json leaks;
+  };
+  const std::vector<Failure> failures = {
+      {"AudioDeviceStop", "Stopping the aggregate device", json::object()},
+      {"AudioDeviceDestroyIOProcID", "Destroying the I/O proc", json::object()},
+      {"AudioHardwareDestroyAggregateDevice", "Destroying the aggregate device", {{"aggregate device", 1}}},
+      {"AudioHardwareDestroyProcessTap", "Destroying the process tap", {{"process tap", 1}}},
+  };
+  for (const Failure& failure : failures) {
+    const Played played = playScenario(playing + lines({down, settle, fail(failure.call, -66), up, settle,
+                                                        snapshot("full"), down, settle, snapshot("15"), up, settle}));
+    EXPECT_TRUE(logged(played, "error AudioRouter: " + failure.text + " failed (OSStatus -66)")) << failure.text;
+    EXPECT_EQ(audioCalls(played), joined({building, takingDown, building, takingDown})) << failure.text;
+    expectSpeaker(played, "full", 0.5F, true);
+    expectSpeaker(played, "15", 0.5F * gain(15), false);
+    json leaks = json::object();
+    for (const json& leak : played.of("leak")) leaks[leak["kind"].get<std::string>()] = leak["count"];
+    EXPECT_EQ(leaks, failure.leaks) << failure.text;
+  }
+}
+
+TEST(Volume, EveryCallOfTheChoiceFails) {
+  struct Failure {
+    std::string call;
+    int nth;
+    std::string text;
+  };
+  const std::vector<Failure> failures = {
+      {"AudioObjectGetPropertyData", 1, "Reading property 1682929012 failed (OSStatus -1)"},
+      {"AudioObjectGetPropertyData", 2, "Reading string property 1819173229 failed (OSStatus -1)"},
+      {"AudioObjectIsPropertySettable", 1, "Checking volume control failed (OSStatus -1)"},
+      {"AudioObjectGetPropertyData", 3, "Reading string property 1969841184 failed (OSStatus -1)"},
+  };
+  for (const Failure& failure : failures) {
+    const Played played = playScenario(lines(
+        {builtIn, output(10, {{"uid", "HDMI-1"}, {"name", "Screen"}, {"volume", "fixed"}, {"default", true}}), music,
+         fail(failure.call, -1, failure.nth), launch, settle, down, wake, settle, down, settle, snapshot("15")}));
+    EXPECT_TRUE(logged(played, "error VolumeController: " + failure.text)) << failure.text;
+    EXPECT_EQ(played.swallowed(), (Swallowed{false, false, true, true})) << failure.text;
+    expectSpeaker(played, "15", 0.5F * gain(15), false);
+    expectNothingLeft(played);
+  }
+}
+
+TEST(Volume, AListenerThatIsRefusedIsLoggedAndDoneWithout) {
+  const Played played =
+      playScenario(lines({fail("AudioObjectAddPropertyListenerBlock", -4)}) + playing +
+                   lines({output(11, {{"uid", "USB"}, {"name", "Headset"}, {"volume", "settable"}, {"default", true}}),
+                          settle, down, settle, snapshot("15")}));
+  EXPECT_TRUE(logged(played, "error VolumeController: Could not watch the default output device (OSStatus -4)"));
+  // Nobody told the program of the new default.
+  expectSpeaker(played, "15", 0.5F * gain(15), false);
+  EXPECT_TRUE(played.calls("AudioObjectRemovePropertyListenerBlock").empty());
+  expectNothingLeft(played);
+}
+
+TEST(Volume, TheSameSeedGivesTheSameBytes) {
+  const std::string scenario = playing + lines({down, wake, down, mute, settle, wake, quit, launch, settle, up});
+  WITH_SEEDS(seed, 5) { EXPECT_EQ(playScenario(scenario, seed).bytes, playScenario(scenario, seed).bytes); }
+}
+
+TEST(Volume, OnTheLiveClock) {
+  const std::string held = R"({"do":"key","key":"volumeDown","action":"press","repeat":true})";
+  std::string scenario =
+      lines({builtIn, output(10, {{"uid", "HDMI-1"}, {"name", "Screen"}, {"frames", 64}, {"default", true}}),
+             R"({"do":"play","process":"music","output":10})", launch, settle});
+  for (int i = 0; i < 20; ++i) scenario += lines({held, advance(0.003), i % 3 == 0 ? mute : wake, advance(0.002)});
+  scenario += lines({settle, snapshot("s"), quit});
+  const Heard heard = listenTo(10, scenario, 1, simulator::Clock::live);
+  expectNothingLeft(heard.played);
+  EXPECT_GT(heard.samples.size(), 0U);
+  for (const float sample : heard.samples) ASSERT_LE(std::abs(sample), 0.5F);
+}
