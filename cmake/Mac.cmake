@@ -8,14 +8,17 @@ set(CMAKE_OBJCXX_EXTENSIONS OFF)
 set(DALVANE_PLATFORM_MACOS
   platform/macos/Alert.mm
   platform/macos/Application.mm
+  platform/macos/AudioTap.mm
   platform/macos/Event.mm
   platform/macos/Menu.mm
   platform/macos/NotificationCenter.mm
   platform/macos/Screen.mm
-  platform/macos/UUID.mm)
+  platform/macos/UUID.mm
+  platform/macos/UserDefaults.mm)
 set(DALVANE_FRAMEWORKS
   AppKit
   ApplicationServices
+  CoreAudio
   CoreFoundation
   CoreGraphics
   Foundation

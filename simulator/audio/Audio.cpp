@@ -195,6 +195,22 @@ AudioObjectID Audio::processObject(pid_t pid) {
   return kAudioObjectUnknown;
 }
 
+std::string Audio::namesOf(const std::vector<AudioObjectID>& processes) const {
+  nlohmann::json names = nlohmann::json::array();
+  for (const AudioObjectID process : processes) {
+    const auto player =
+        std::ranges::find_if(players_, [process](const auto& each) { return each.second->id == process; });
+    if (program_ && program_->id == process) {
+      names.push_back(machine_.process.program().name);
+    } else if (player != players_.end()) {
+      names.push_back(player->first);
+    } else {
+      names.push_back(process);
+    }
+  }
+  return names.dump();
+}
+
 PropertyValue Audio::property(AudioObjectID id, const AudioObjectPropertyAddress& address,
                               std::span<const std::byte> qualifier) {
   return object(id).property(address, qualifier);

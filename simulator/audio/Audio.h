@@ -58,6 +58,9 @@ class Audio : public Part {
   void start(AudioObjectID aggregate, AudioDeviceIOProcID proc);
   void stop(AudioObjectID aggregate, AudioDeviceIOProcID proc);
 
+  // The names of processes, as a JSON list; of what is no process, its number.
+  [[nodiscard]] std::string namesOf(const std::vector<AudioObjectID>& processes) const;
+
   PropertyListeners listeners;
 
   // What was done may change what is heard: `settle` waits until it has come through.

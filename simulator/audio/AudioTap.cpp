@@ -70,7 +70,7 @@ OSStatus AudioHardwareCreateProcessTap(const TapDescription& description, AudioO
       .text("uuid", wanted.uuid)
       .text("device", wanted.deviceUID)
       .number("stream", wanted.stream)
-      .number("excluded", static_cast<std::int64_t>(wanted.excluded.size()))
+      .json("excluded", call.machine.audio->namesOf(wanted.excluded))
       .flag("private", wanted.isPrivate)
       .number("mute", static_cast<std::int64_t>(wanted.mute));
   if (status == kAudioHardwareNoError) record.number("tap", *tap);

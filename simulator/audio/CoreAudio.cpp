@@ -1,6 +1,7 @@
 // The calls of Core Audio.
 #include <CoreAudio/CoreAudio.h>
 
+#include <nlohmann/json.hpp>
 #include <string>
 
 #include "simulator/audio/Audio.h"
@@ -138,11 +139,19 @@ OSStatus AudioHardwareCreateAggregateDevice(CFDictionaryRef inDescription, Audio
   });
   auto record = call.machine.trace.call(name, status);
   if (made) {
+    // Under the keys of the description.
+    const auto& wanted = made->description;
+    nlohmann::ordered_json taps = nlohmann::ordered_json::array();
+    for (const auto& tap : wanted.taps) taps.push_back({{"uid", tap.uid}, {"drift", tap.compensatesDrift}});
     record.number("device", made->id)
-        .text("name", made->description.name)
-        .text("uid", made->description.uid)
-        .text("main", made->description.mainDevice)
-        .flag("private", made->description.isPrivate);
+        .text("name", wanted.name)
+        .text("uid", wanted.uid)
+        .text("master", wanted.mainDevice)
+        .flag("private", wanted.isPrivate)
+        .flag("stacked", wanted.isStacked)
+        .flag("tapautostart", wanted.startsWithTap)
+        .json("subdevices", nlohmann::json(wanted.subDevices).dump())
+        .json("taps", taps.dump());
   }
   if (!problem.empty()) record.text("problem", problem);
   return status;
