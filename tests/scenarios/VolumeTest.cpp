@@ -5,6 +5,7 @@
 #include <cmath>
 #include <initializer_list>
 
+#include "tests/support/RealTimeGuard.h"
 #include "tests/support/Sound.h"
 
 using nlohmann::json;
@@ -724,4 +725,12 @@ TEST(Volume, OnTheLiveClock) {
   expectNothingLeft(heard.played);
   EXPECT_GT(heard.samples.size(), 0U);
   for (const float sample : heard.samples) ASSERT_LE(std::abs(sample), 0.5F);
+}
+
+TEST(Volume, TheCallbackAllocatesAndLocksNothing) {
+  RealTimeGuard::reset();
+  const Heard heard = listenTo(10, playing + lines({down, settle, down, settle, mute, settle, mute, advance(0.1), up}));
+  EXPECT_GT(heard.samples.size(), 512U);
+  EXPECT_EQ(RealTimeGuard::allocations(), 0U);
+  EXPECT_EQ(RealTimeGuard::locks(), 0U);
 }

@@ -1,0 +1,163 @@
+// The consent to recording the system's audio, as the user meets it.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "tests/support/Play.h"
+
+using nlohmann::json;
+using Logs = std::vector<std::string>;
+
+namespace {
+
+const std::string screen = R"(
+{"do":"display","id":1,"name":"Built-in","builtin":true,"frame":[0,0,1512,982]}
+{"do":"output","id":10,"uid":"HDMI-1","name":"Screen","default":true}
+{"do":"play","process":"music","output":10,"tone":0}
+)";
+const std::string launch = "{\"do\":\"launch\"}\n";
+const std::string settle = "{\"do\":\"settle\"}\n";
+const std::string wake = "{\"do\":\"wake\"}\n";
+const std::string down = "{\"do\":\"key\",\"key\":\"volumeDown\"}\n";
+const std::string snapshot = "{\"do\":\"snapshot\",\"name\":\"s\"}\n";
+
+std::string capture(const std::string& permission, bool answer = true) {
+  return R"({"do":"capture","permission":")" + permission + R"(","answer":)" + (answer ? "true" : "false") + "}\n";
+}
+
+bool logged(const Played& played, const std::string& line) {
+  const auto logs = played.logs();
+  return std::ranges::find(logs, line) != logs.end();
+}
+
+void expectAlerts(const Played& played, std::size_t count) {
+  const auto alerts = played.of("alert");
+  ASSERT_EQ(alerts.size(), count);
+  for (const json& alert : alerts) {
+    EXPECT_EQ(alert["message"], "Dalvane needs System Audio Recording");
+    EXPECT_EQ(alert["informative"],
+              "Allow Dalvane in System Settings > Privacy & Security > Screen & System Audio Recording, then quit and "
+              "reopen it.");
+    EXPECT_EQ(alert["buttons"], json::array({"OK"}));
+  }
+}
+
+void expectNothingLeft(const Played& played) {
+  EXPECT_EQ(played.status, 0);
+  EXPECT_TRUE(played.of("leak").empty());
+}
+
+float level(const Played& played) { return played.of("snapshot").back()["speakers"][0]["level"].get<float>(); }
+
+}  // namespace
+
+TEST(AudioPermission, DeniedIsToldOnceAndLeavesTheKeys) {
+  WITH_SEEDS(seed, 10) {
+    const Played played =
+        playScenario(screen + capture("denied") + launch + settle + down + wake + wake + settle, seed);
+    expectAlerts(played, 1);
+    EXPECT_EQ(played.swallowed(), (std::vector<bool>{false, false}));
+    EXPECT_TRUE(played.calls("TCCAccessRequest").empty());
+    EXPECT_TRUE(played.of("prompt").empty());
+    expectNothingLeft(played);
+  }
+}
+
+TEST(AudioPermission, DeniedIsToldAgainInTheNextRun) {
+  const Played played =
+      playScenario(screen + capture("denied") + launch + settle + "{\"do\":\"quit\"}\n" + launch + settle);
+  expectAlerts(played, 2);
+}
+
+TEST(AudioPermission, IsAskedForAndGranted) {
+  WITH_SEEDS(seed, 10) {
+    const Played played =
+        playScenario(screen + capture("undetermined") + launch + settle + down + settle + snapshot, seed);
+    EXPECT_EQ(played.calls("TCCAccessRequest").size(), 1U);
+    ASSERT_EQ(played.of("prompt").size(), 1U);
+    EXPECT_EQ(played.of("prompt")[0]["for"], "capture");
+    expectAlerts(played, 0);
+    EXPECT_TRUE(logged(played, "info VolumeController: Controlling the volume of Screen"));
+    EXPECT_EQ(level(played), 0.5F * 3375 / 4096);
+    EXPECT_EQ(played.swallowed(), (std::vector<bool>{true, true}));
+    expectNothingLeft(played);
+  }
+}
+
+TEST(AudioPermission, IsAskedForAndRefused) {
+  WITH_SEEDS(seed, 10) {
+    const Played played =
+        playScenario(screen + capture("undetermined", false) + launch + settle + down + wake + settle, seed);
+    EXPECT_EQ(played.calls("TCCAccessRequest").size(), 1U);
+    EXPECT_EQ(played.of("prompt").size(), 1U);
+    expectAlerts(played, 1);
+    EXPECT_EQ(played.swallowed(), (std::vector<bool>{false, false}));
+    expectNothingLeft(played);
+  }
+}
+
+TEST(AudioPermission, IsAskedForTwice) {
+  for (const bool granted : {true, false}) {
+    WITH_SEEDS(seed, 10) {
+      // The Mac wakes while the question is on the screen.
+      const Played played = playScenario(
+          screen + capture("undetermined", granted) + launch + wake + wake + settle + down + settle + snapshot, seed);
+      EXPECT_EQ(played.calls("TCCAccessRequest").size(), 3U);
+      EXPECT_EQ(played.of("prompt").size(), 1U);
+      expectAlerts(played, granted ? 0 : 1);
+      EXPECT_EQ(level(played), granted ? 0.5F * 3375 / 4096 : 0.5F);
+      expectNothingLeft(played);
+    }
+  }
+}
+
+TEST(AudioPermission, GrantedLaterByTheUser) {
+  const Played played = playScenario(screen + capture("denied") + launch + settle + capture("authorized") + down +
+                                     wake + settle + down + settle + snapshot);
+  expectAlerts(played, 1);
+  EXPECT_EQ(played.swallowed(), (std::vector<bool>{false, false, true, true}));
+  EXPECT_EQ(level(played), 0.5F * 3375 / 4096);
+  expectNothingLeft(played);
+}
+
+TEST(AudioPermission, QuittingWhileTheUserIsAsked) {
+  WITH_SEEDS(seed, 10) {
+    const Played played = playScenario(
+        screen + capture("undetermined") + launch + "{\"do\":\"quit\"}\n" + settle + launch + settle + snapshot, seed);
+    EXPECT_EQ(played.of("prompt").size(), 2U);
+    expectNothingLeft(played);
+  }
+}
+
+TEST(AudioPermission, WithoutTheLibraryTheKeysGoOn) {
+  const Played played = playScenario("{\"do\":\"missing\",\"library\":\"TCC\"}\n" + screen + launch + settle + down);
+  const auto logs = played.logs();
+  EXPECT_EQ(logs.back().find("error VolumeController: Loading TCC.framework: "), 0U) << logs.back();
+  EXPECT_EQ(played.swallowed(), (std::vector<bool>{false, false}));
+  expectNothingLeft(played);
+}
+
+TEST(AudioPermission, WithoutItsFunctionsTheKeysGoOn) {
+  const Played preflight =
+      playScenario("{\"do\":\"missing\",\"symbol\":\"TCCAccessPreflight\"}\n" + screen + launch + settle + down);
+  EXPECT_TRUE(logged(preflight, "error VolumeController: TCCAccessPreflight not found in TCC.framework"));
+  EXPECT_EQ(preflight.swallowed(), (std::vector<bool>{false, false}));
+  expectNothingLeft(preflight);
+
+  const Played request =
+      playScenario("{\"do\":\"missing\",\"symbol\":\"TCCAccessRequest\"}\n" + screen + capture("undetermined") +
+                   launch + settle + down + capture("authorized") + wake + settle + down);
+  EXPECT_TRUE(logged(request, "error VolumeController: TCCAccessRequest not found in TCC.framework"));
+  EXPECT_TRUE(request.of("prompt").empty());
+  EXPECT_EQ(request.swallowed(), (std::vector<bool>{false, false, true, true}));
+  expectNothingLeft(request);
+}
+
+TEST(AudioPermission, IsNotAskedForADeviceWithItsOwnVolume) {
+  const Played played =
+      playScenario(R"({"do":"output","id":10,"uid":"SPK","name":"Speakers","volume":"settable","default":true})"
+                   "\n" +
+                   capture("denied") + launch + settle);
+  expectAlerts(played, 0);
+  EXPECT_TRUE(played.calls("TCCAccessPreflight").empty());
+}
