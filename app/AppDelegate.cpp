@@ -87,14 +87,14 @@ void AppDelegate::startKeyTapWhenTrusted() {
   os_log_info(logger(), "Waiting for Accessibility permission");
   stopAccessibilityTimer();
   const auto weak = weak_from_this();
-  accessibilityTimer_ = CF::adopt(CFRunLoopTimerCreateWithHandler(
-      kCFAllocatorDefault, CFAbsoluteTimeGetCurrent() + accessibilityPollInterval, accessibilityPollInterval, 0, 0,
-      ^(CFRunLoopTimerRef) {
-        const auto self = weak.lock();
-        if (!self || !AXIsProcessTrusted()) return;
-        self->stopAccessibilityTimer();
-        self->startKeyTap();
-      }));
+  accessibilityTimer_ = CF::adopt(
+      CFRunLoopTimerCreateWithHandler(kCFAllocatorDefault, CFAbsoluteTimeGetCurrent() + accessibilityPollInterval,
+                                      accessibilityPollInterval, 0, 0, ^(CFRunLoopTimerRef) {
+                                        const auto self = weak.lock();
+                                        if (!self || !AXIsProcessTrusted()) return;
+                                        self->stopAccessibilityTimer();
+                                        self->startKeyTap();
+                                      }));
   // In the common modes the poll also goes on while a menu is open.
   CFRunLoopAddTimer(CFRunLoopGetMain(), accessibilityTimer_.get(), kCFRunLoopCommonModes);
 }

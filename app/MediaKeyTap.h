@@ -48,6 +48,6 @@ class MediaKeyTap {
   bool dispatch(const MediaKeyEvent& event) const;
 
   Handler handler_;
-  CF::Ref<CFMachPortRef> port_;           // while installed
+  CF::Ref<CFMachPortRef> port_;         // while installed
   CF::Ref<CFRunLoopSourceRef> source_;  // while installed
 };

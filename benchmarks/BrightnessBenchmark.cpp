@@ -57,16 +57,16 @@ void registryWalk(benchmark::State& state) {
   Desk desk(4);
   std::vector<std::shared_ptr<const RegistryEntry>> entries;
   const auto add = [&entries](const std::string& name, nlohmann::json properties) {
-    entries.push_back(std::make_shared<RegistryEntry>(
-        RegistryEntry{.name = name, .properties = std::move(properties), .children = {}, .monitor = {}, .display = {}}));
+    entries.push_back(std::make_shared<RegistryEntry>(RegistryEntry{
+        .name = name, .properties = std::move(properties), .children = {}, .monitor = {}, .display = {}}));
   };
   for (std::int64_t i = 0; i < state.range(0); ++i) {
     const std::int64_t place = i % (state.range(0) / 4);
     const std::int64_t serial = i / (state.range(0) / 4) + 1;
     if (place == 0) {
-      add("AppleCLCD2", {{"DisplayAttributes",
-                          {{"ProductAttributes",
-                            {{"LegacyManufacturerID", 1}, {"ProductID", 2}, {"SerialNumber", serial}}}}}});
+      add("AppleCLCD2",
+          {{"DisplayAttributes",
+            {{"ProductAttributes", {{"LegacyManufacturerID", 1}, {"ProductID", 2}, {"SerialNumber", serial}}}}}});
     } else if (place == 1) {
       add("DCPAVServiceProxy", {{"Location", "External"}});
     } else {

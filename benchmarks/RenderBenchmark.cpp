@@ -1,11 +1,11 @@
 // Render against a plain copy of the same bytes and against SDL's mixer, in one run.
-#include "volume/Render.h"
-
 #include <SDL2/SDL_audio.h>
 #include <benchmark/benchmark.h>
 
 #include <cstring>
 #include <vector>
+
+#include "volume/Render.h"
 
 namespace {
 

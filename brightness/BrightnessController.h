@@ -29,8 +29,8 @@ class BrightnessController : public std::enable_shared_from_this<BrightnessContr
 
   // What a brightness key does.
   struct KeyDecision {
-    bool isConsumed = false;           // a consumed event must not reach the system
-    std::optional<int> steps;          // the new level, if it is to be set
+    bool isConsumed = false;   // a consumed event must not reach the system
+    std::optional<int> steps;  // the new level, if it is to be set
     friend bool operator==(const KeyDecision&, const KeyDecision&) = default;
   };
 

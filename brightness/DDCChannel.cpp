@@ -162,9 +162,9 @@ void DDCChannel::drainWrites() {
 }
 
 bool DDCChannel::send(std::uint8_t code, std::uint16_t value) const {
-  auto request = packet(
-      setVCPFeature, {code, static_cast<std::uint8_t>(value >> 8), static_cast<std::uint8_t>(value & 0xFF)},
-      setChecksumSeed);
+  auto request =
+      packet(setVCPFeature, {code, static_cast<std::uint8_t>(value >> 8), static_cast<std::uint8_t>(value & 0xFF)},
+             setChecksumSeed);
   for (int attempt = 0; attempt < attempts; ++attempt) {
     std::this_thread::sleep_for(pauseBeforeWrite);
     writePacket(request);

@@ -77,12 +77,14 @@ std::string called(const json& record) {
 std::string sentence(const json& record) {
   const auto& what = record["what"].get_ref<const std::string&>();
   if (what == "call") return called(record);
-  if (what == "log") return "log       " + record["category"].get<std::string>() + ": " + record["text"].get<std::string>();
+  if (what == "log")
+    return "log       " + record["category"].get<std::string>() + ": " + record["text"].get<std::string>();
   if (what == "monitor") {
     return "light     monitor " + record["display"].dump() + " shines at " + record["brightness"].dump();
   }
   if (what == "input") {
-    return "keyboard  " + keyName(record) + (record["swallowed"] == true ? ": taken by Dalvane" : ": goes on to the system");
+    return "keyboard  " + keyName(record) +
+           (record["swallowed"] == true ? ": taken by Dalvane" : ": goes on to the system");
   }
   if (what == "prompt") return "system    asks the user for the permission: " + record["for"].get<std::string>();
   if (what == "alert") {

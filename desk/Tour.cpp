@@ -66,7 +66,8 @@ std::vector<Stop> brightnessStops() {
 }
 
 std::vector<Stop> lastStops() {
-  return {{"Quit", "Dalvane leaves nothing behind.", {R"({"do":"click","item":"Quit Dalvane"})", R"({"do":"settle"})"}}};
+  return {
+      {"Quit", "Dalvane leaves nothing behind.", {R"({"do":"click","item":"Quit Dalvane"})", R"({"do":"settle"})"}}};
 }
 
 }  // namespace
@@ -77,13 +78,11 @@ int tour(std::ostream& out, bool trace) {
     if (!text.empty()) out << text << '\n';
     if (trace) out << "              " << line << '\n';
   };
-  simulator::Machine machine(dalvaneProgram(), {.clock = simulator::Clock::deterministic,
-                                                .seed = 1,
-                                                .trace = show,
-                                                .fatal = [&out] {
-                                                  out.flush();
-                                                  std::_Exit(1);
-                                                }});
+  simulator::Machine machine(dalvaneProgram(),
+                             {.clock = simulator::Clock::deterministic, .seed = 1, .trace = show, .fatal = [&out] {
+                                out.flush();
+                                std::_Exit(1);
+                              }});
   simulator::Scenario scenario(machine);
   int number = 0;
   for (const auto& stops : {brightnessStops(), lastStops()}) {

@@ -60,8 +60,7 @@ void NativeOSD::showImage(std::int64_t image, std::uint32_t displayID, int fille
   const id manager = reinterpret_cast<id>(const_cast<void*>(manager_.get()));
   const SEL selector =
       sel_registerName("showImage:onDisplayID:priority:msecUntilFade:filledChiclets:totalChiclets:locked:");
-  const auto show =
-      reinterpret_cast<ShowImage>(class_getMethodImplementation(object_getClass(manager), selector));
+  const auto show = reinterpret_cast<ShowImage>(class_getMethodImplementation(object_getClass(manager), selector));
   show(manager, selector, image, displayID, priority, millisecondsUntilFade, chiclets(filledSteps),
        chiclets(totalSteps), false);
 }

@@ -11,8 +11,7 @@
 
 namespace simulator {
 
-std::size_t Alerts::show(const std::string& message, const std::string& informative,
-                         std::vector<std::string> buttons) {
+std::size_t Alerts::show(const std::string& message, const std::string& informative, std::vector<std::string> buttons) {
   if (buttons.empty()) buttons.emplace_back("OK");
   std::size_t pressed = 0;
   bool answered = false;

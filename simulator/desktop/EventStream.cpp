@@ -161,7 +161,9 @@ CFMachPortRef CGEventTapCreate(CGEventTapLocation tap, CGEventTapPlacement place
   }
   const auto status = call.fault();
   CFMachPortRef const port = status ? nullptr : call.machine.events->createTap(eventsOfInterest, callback, userInfo);
-  call.machine.trace.call("CGEventTapCreate", status ? *status : port ? 0 : kCGErrorFailure)
+  call.machine.trace.call("CGEventTapCreate", status ? *status
+                                              : port ? 0
+                                                     : kCGErrorFailure)
       .number("tap", tap)
       .number("place", place)
       .number("options", options)

@@ -58,16 +58,14 @@ void NotificationCenters::drop(std::list<Observer*>::iterator observer) {
 }
 
 void NotificationCenters::removeObserver(Which center, const Object* token) {
-  const auto found = std::ranges::find_if(
-      observers_, [&](const Observer* each) { return each == token && each->center == center; });
+  const auto found =
+      std::ranges::find_if(observers_, [&](const Observer* each) { return each == token && each->center == center; });
   if (found != observers_.end()) drop(found);
 }
 
 void NotificationCenters::addCommands(Commands& commands) {
   commands.add("wake", [](Arguments&) -> Action {
-    return [](Machine& machine) {
-      machine.notifications->post(workspaceCenter, NS::WorkspaceDidWakeNotification());
-    };
+    return [](Machine& machine) { machine.notifications->post(workspaceCenter, NS::WorkspaceDidWakeNotification()); };
   });
 }
 

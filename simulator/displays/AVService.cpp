@@ -19,9 +19,7 @@ struct AVService : Object {
   std::optional<std::uint32_t> display;
 };
 
-std::string displayOf(const AVService& service) {
-  return service.display ? std::to_string(*service.display) : "null";
-}
+std::string displayOf(const AVService& service) { return service.display ? std::to_string(*service.display) : "null"; }
 
 }  // namespace
 
@@ -35,7 +33,9 @@ CFTypeRef createAVService(io_service_t entry) {
     service->monitor = from->monitor;
     service->display = from->display;
   }
-  call.machine.trace.call("IOAVServiceCreateWithService", status ? *status : service ? 0 : kIOReturnNoDevice)
+  call.machine.trace.call("IOAVServiceCreateWithService", status    ? *status
+                                                          : service ? 0
+                                                                    : kIOReturnNoDevice)
       .json("display", from->display ? std::to_string(*from->display) : "null");
   return service;
 }
@@ -56,9 +56,7 @@ IOReturn writeI2C(CFTypeRef service, std::uint32_t chip, std::uint32_t address, 
       .number("address", address)
       .bytes("bytes", message);
   if (wire.monitor && wire.monitor->current() != before) {
-    call.machine.trace.record("monitor")
-        .json("display", displayOf(wire))
-        .number("brightness", wire.monitor->current());
+    call.machine.trace.record("monitor").json("display", displayOf(wire)).number("brightness", wire.monitor->current());
   }
   return status;
 }

@@ -55,9 +55,7 @@ Monitor::Fault faultNamed(const std::string& name, Arguments& line) {
 
 }  // namespace
 
-Displays::Displays(Machine& machine) : machine_(machine) {
-  machine.faults.declare({"CGGetOnlineDisplayList"});
-}
+Displays::Displays(Machine& machine) : machine_(machine) { machine.faults.declare({"CGGetOnlineDisplayList"}); }
 
 const Display* Displays::find(std::uint32_t id) const {
   const auto found = std::ranges::find(displays_, id, &Display::id);

@@ -24,7 +24,7 @@ struct Display {
   std::uint32_t vendor;
   std::uint32_t product;
   std::uint32_t serial;
-  std::string location;  // what its AV service says: "External" or "Embedded"
+  std::string location;              // what its AV service says: "External" or "Embedded"
   std::shared_ptr<Monitor> monitor;  // null: no DDC service
 };
 

@@ -42,7 +42,8 @@ std::string Trace::quote(std::string_view text) const {
       stripped.erase(at, root_.size());
     }
   }
-  const bool plain = std::ranges::all_of(stripped, [](char c) { return c >= ' ' && c < 0x7f && c != '"' && c != '\\'; });
+  const bool plain =
+      std::ranges::all_of(stripped, [](char c) { return c >= ' ' && c < 0x7f && c != '"' && c != '\\'; });
   if (plain) return '"' + stripped + '"';
   return nlohmann::json(stripped).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
 }

@@ -112,7 +112,8 @@ void Arguments::finish() const {
 }
 
 void Commands::addNotYetSimulated(const char* name) {
-  add(name, [name](Arguments&) -> Action { throw ScenarioError(std::string("\"") + name + "\" is not yet simulated"); });
+  add(name,
+      [name](Arguments&) -> Action { throw ScenarioError(std::string("\"") + name + "\" is not yet simulated"); });
 }
 
 Action Commands::parse(std::string_view line) const {

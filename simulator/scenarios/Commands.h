@@ -72,8 +72,8 @@ class Arguments {
   // A count of one or more.
   std::uint64_t count(const char* name, std::uint64_t otherwise);
 
-  CGPoint point(const char* name);         // [x, y]
-  CGRect rectangle(const char* name);      // [x, y, width, height]
+  CGPoint point(const char* name);     // [x, y]
+  CGRect rectangle(const char* name);  // [x, y, width, height]
   std::optional<Arguments> object(const char* name);
   std::vector<Arguments> objects(const char* name);
   nlohmann::json json(const char* name);

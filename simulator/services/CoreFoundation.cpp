@@ -25,7 +25,14 @@ __CFDictionary::~__CFDictionary() {
 namespace simulator {
 namespace {
 
-enum TypeID : CFTypeID { unknownType = 1, stringType = 7, booleanType = 21, numberType = 22, arrayType = 19, dictionaryType = 18 };
+enum TypeID : CFTypeID {
+  unknownType = 1,
+  stringType = 7,
+  booleanType = 21,
+  numberType = 22,
+  arrayType = 19,
+  dictionaryType = 18
+};
 
 CFTypeID typeOf(const Object& object) {
   if (dynamic_cast<const __CFString*>(&object)) return stringType;
@@ -49,7 +56,11 @@ CFIndex length16(std::string_view utf8) {
 bool isUTF8(std::string_view text) {
   for (std::size_t i = 0; i < text.size();) {
     const auto lead = static_cast<unsigned char>(text[i]);
-    const std::size_t more = lead < 0x80 ? 0 : (lead & 0xE0) == 0xC0 ? 1 : (lead & 0xF0) == 0xE0 ? 2 : (lead & 0xF8) == 0xF0 ? 3 : 4;
+    const std::size_t more = lead < 0x80             ? 0
+                             : (lead & 0xE0) == 0xC0 ? 1
+                             : (lead & 0xF0) == 0xE0 ? 2
+                             : (lead & 0xF8) == 0xF0 ? 3
+                                                     : 4;
     if (more == 4 || i + more >= text.size() + (more == 0 ? 1 : 0)) return false;
     std::uint32_t code = more == 0 ? lead : lead & (0x3FU >> more);
     for (std::size_t k = 1; k <= more; ++k) {

@@ -37,9 +37,8 @@ void Dispatch::submit(dispatch_queue_s& queue, dispatch_block_t block) {
   const Scheduler::Lock lock(machine_.scheduler);
   if (queue.type == dispatch_queue_s::Type::main) {
     // The run loop owns the block from here on, also when it is dropped unrun at the end of the process.
-    const std::shared_ptr<void> owned(reinterpret_cast<void*>(block), [](void* copied) {
-      Block_release(reinterpret_cast<dispatch_block_t>(copied));
-    });
+    const std::shared_ptr<void> owned(reinterpret_cast<void*>(block),
+                                      [](void* copied) { Block_release(reinterpret_cast<dispatch_block_t>(copied)); });
     machine_.runLoop->post(&queue, commonModes, [owned] { reinterpret_cast<dispatch_block_t>(owned.get())(); });
     return;
   }

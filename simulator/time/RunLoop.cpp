@@ -127,7 +127,8 @@ void RunLoop::removeTimer(__CFRunLoopTimer& timer) {
 
 void RunLoop::processWillEnd(Leaks& leaks) {
   // A timer that fires once may be under way; one that repeats should have been stopped.
-  const auto left = std::ranges::count_if(timers_, [](const auto* timer) { return timer->interval > Duration::zero(); });
+  const auto left =
+      std::ranges::count_if(timers_, [](const auto* timer) { return timer->interval > Duration::zero(); });
   if (left > 0) leaks["timer"] += static_cast<std::size_t>(left);
 }
 
@@ -192,8 +193,9 @@ CFRunLoopTimerRef CFRunLoopTimerCreateWithHandler(CFAllocatorRef, CFAbsoluteTime
   auto* const timer = new __CFRunLoopTimer;
   // Rounded to the microsecond: a double of this size holds no more.
   timer->fireDate = std::chrono::microseconds(std::llround((fireDate - powerOn) * 1e6));
-  timer->interval = interval > 0 ? std::chrono::duration_cast<simulator::Duration>(std::chrono::duration<double>(interval))
-                                 : simulator::Duration::zero();
+  timer->interval = interval > 0
+                        ? std::chrono::duration_cast<simulator::Duration>(std::chrono::duration<double>(interval))
+                        : simulator::Duration::zero();
   timer->handler = Block_copy(block);
   return timer;
 }

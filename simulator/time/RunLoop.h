@@ -23,9 +23,9 @@ struct __CFMachPort : simulator::Object {
   void invalidate();
 
   bool valid = true;
-  bool scheduled = false;            // has a source on the main run loop
-  unsigned int modes = 0;            // the modes of that source
-  std::function<void()> onInvalid;   // tells the port's owner in the machine
+  bool scheduled = false;           // has a source on the main run loop
+  unsigned int modes = 0;           // the modes of that source
+  std::function<void()> onInvalid;  // tells the port's owner in the machine
 };
 
 struct __CFRunLoopSource : simulator::Object {

@@ -49,7 +49,8 @@ TEST(Accessibility, GrantedLaterInstallsTheTapAtTheNextPoll) {
 
 TEST(Accessibility, RefusedTapIsFinal) {
   for (const char* const call : {"CGEventTapCreate", "CFMachPortCreateRunLoopSource"}) {
-    const Played played = playScenario(std::string(R"({"do":"fail","status":1,"call":")") + call + "\"}\n" + launched + R"(
+    const Played played =
+        playScenario(std::string(R"({"do":"fail","status":1,"call":")") + call + "\"}\n" + launched + R"(
 {"do":"advance","seconds":100}
 {"do":"key","key":"brightnessUp"}
 {"do":"settle"}

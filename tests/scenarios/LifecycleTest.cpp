@@ -36,7 +36,8 @@ TEST(Lifecycle, MenuHoldsItsFixedItems) {
   EXPECT_EQ(menu[3]["enabled"], false);
   EXPECT_EQ(menu[4]["title"], "Quit Dalvane");
   EXPECT_EQ(menu[4]["enabled"], true);
-  EXPECT_EQ(snapshots[0]["displays"], nlohmann::json::parse(R"([{"id":1,"brightness":null},{"id":2,"brightness":50}])"));
+  EXPECT_EQ(snapshots[0]["displays"],
+            nlohmann::json::parse(R"([{"id":1,"brightness":null},{"id":2,"brightness":50}])"));
   EXPECT_TRUE(snapshots[1]["menu"].is_null());
 }
 
@@ -66,14 +67,18 @@ TEST(Lifecycle, DisabledItemCannotBeChosen) {
 }
 
 TEST(Lifecycle, QuitsAtEveryPoint) {
-  constexpr std::array before = {"", R"({"do":"key","key":"brightnessUp"})", R"({"do":"wake"})",
-                                 R"({"do":"disable-tap","by":"timeout"})", R"({"do":"menu","open":true})",
+  constexpr std::array before = {"",
+                                 R"({"do":"key","key":"brightnessUp"})",
+                                 R"({"do":"wake"})",
+                                 R"({"do":"disable-tap","by":"timeout"})",
+                                 R"({"do":"menu","open":true})",
                                  R"({"do":"display","id":2,"gone":true})"};
   constexpr std::array times = {"0", "0.005", "0.01", "0.013", "0.02", "0.045", "0.07", "0.2"};
   for (const char* const setup : before) {
     for (const char* const time : times) {
       WITH_SEEDS(seed, 3) {
-        const std::string leave = std::string(setup) + "\n{\"do\":\"advance\",\"seconds\":" + time + "}\n{\"do\":\"quit\"}\n";
+        const std::string leave =
+            std::string(setup) + "\n{\"do\":\"advance\",\"seconds\":" + time + "}\n{\"do\":\"quit\"}\n";
         for (const std::string& start : {launched, twoDisplays + R"({"do":"launch"})" + "\n"}) {
           const Played played = playScenario(start + leave + R"({"do":"advance","seconds":1})" + "\n", seed);
           EXPECT_EQ(played.status, 0) << setup << " " << time;

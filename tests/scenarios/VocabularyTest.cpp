@@ -66,8 +66,9 @@ TEST(Vocabulary, RefusesValuesThatDoNotExist) {
 
 TEST(Vocabulary, RefusesMembersItDoesNotKnow) {
   EXPECT_EQ(errorOf(R"({"do":"launch","seed":1})"), R"(unknown member "seed")");
-  EXPECT_EQ(errorOf(R"({"do":"display","id":1,"name":"A","frame":[0,0,1,1],"monitor":{"current":1,"maximum":2,"x":3}})"),
-            R"(unknown member "monitor.x")");
+  EXPECT_EQ(
+      errorOf(R"({"do":"display","id":1,"name":"A","frame":[0,0,1,1],"monitor":{"current":1,"maximum":2,"x":3}})"),
+      R"(unknown member "monitor.x")");
 }
 
 TEST(Vocabulary, RefusesWhatMakesNoSenseWhereItStands) {

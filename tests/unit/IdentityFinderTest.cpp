@@ -15,9 +15,9 @@ struct Entry {
 };
 
 json attributes(const json& vendor, const json& product, const json& serial) {
-  return {{"DisplayAttributes",
-           {{"ProductAttributes",
-             {{"LegacyManufacturerID", vendor}, {"ProductID", product}, {"SerialNumber", serial}}}}}};
+  return {
+      {"DisplayAttributes",
+       {{"ProductAttributes", {{"LegacyManufacturerID", vendor}, {"ProductID", product}, {"SerialNumber", serial}}}}}};
 }
 
 Entry framebuffer(std::uint32_t serial) { return {"AppleCLCD2", attributes(1, 2, serial)}; }

@@ -1,9 +1,9 @@
 // The monitor that the tests of the program rely on must itself keep to the standard.
-#include "simulator/displays/Monitor.h"
-
 #include <gtest/gtest.h>
 
 #include <array>
+
+#include "simulator/displays/Monitor.h"
 
 using namespace std::chrono_literals;
 using simulator::Monitor;

@@ -1,8 +1,8 @@
-#include "simulator/time/Scheduler.h"
-
 #include <gtest/gtest.h>
 
 #include <set>
+
+#include "simulator/time/Scheduler.h"
 
 using namespace std::chrono_literals;
 using simulator::Clock;

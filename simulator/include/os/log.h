@@ -23,8 +23,7 @@ extern struct os_log_s _os_log_default;
 os_log_t os_log_create(const char* subsystem, const char* category);
 
 // What Apple's macros expand to is the compiler's own; here they call this.
-void _os_log_simulated(os_log_t log, os_log_type_t type, const char* format, ...)
-    __attribute__((format(os_log, 3, 4)));
+void _os_log_simulated(os_log_t log, os_log_type_t type, const char* format, ...) __attribute__((format(os_log, 3, 4)));
 
 #define os_log_with_type(log, type, ...) _os_log_simulated((log), (type), __VA_ARGS__)
 #define os_log_info(log, ...) os_log_with_type(log, OS_LOG_TYPE_INFO, __VA_ARGS__)
