@@ -60,6 +60,8 @@ void Monitor::receive(std::uint32_t address, std::span<const std::uint8_t> bytes
   if (opcode == getFeature && bytes.size() == 4) {
     // Monitors in the field also take a checksum that leaves the host's address out.
     if (!complete && bytes.back() != covering) return;
+    // Asked again for the answer that it owes, it does not begin anew.
+    if (asked_ == bytes[2]) return;
     asked_ = bytes[2];
     askedAt_ = scheduler_.now();
   } else if (opcode == setFeature && bytes.size() == 6 && complete && bytes[2] == luminance) {
@@ -92,8 +94,9 @@ IOReturn Monitor::read(std::uint32_t chip, std::uint32_t offset, std::span<std::
   previous_.clear();
   if (!connected_ || chip != displayChip || offset != 0) return kIOReturnNotResponding;
   if (misbehaves(Fault::noAnswer)) return kIOReturnNotResponding;
+  // Asked too early, it has no answer yet; it still owes one.
+  if (!asked_ || scheduler_.now() - askedAt_ < replyTime) return kIOReturnNotResponding;
   const auto code = std::exchange(asked_, std::nullopt);
-  if (!code || scheduler_.now() - askedAt_ < replyTime) return kIOReturnNotResponding;
   auto bytes = reply(*code);
   if (misbehaves(Fault::badChecksum)) bytes.back() = static_cast<std::uint8_t>(~bytes.back());
   std::ranges::copy(std::span(bytes).first(std::min(bytes.size(), buffer.size())), buffer.begin());

@@ -56,6 +56,11 @@ TEST_F(MonitorTest, NeedsItsTimeForAReply) {
   send(get);
   pass(39ms);
   EXPECT_NE(receive(), kIOReturnSuccess);
+  // It is not thrown off by being read too early, or asked again meanwhile.
+  send(get);
+  pass(1ms);
+  EXPECT_EQ(receive(), kIOReturnSuccess);
+  EXPECT_NE(receive(), kIOReturnSuccess);
 }
 
 TEST_F(MonitorTest, TakesASetRequestWithTheFullChecksumOnly) {
