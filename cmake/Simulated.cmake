@@ -59,12 +59,13 @@ add_library(simulator OBJECT
   simulator/time/RunLoop.cpp
   simulator/time/Scheduler.cpp
   simulator/time/Sleep.cpp
+  simulator/time/StaticInitialization.cpp
   simulator/time/UnfairLock.cpp)
 target_link_libraries(simulator PUBLIC simulated_settings)
 target_compile_definitions(simulator PRIVATE SIMULATED_SYSTEM="${SIMULATED_SYSTEM}")
 target_link_libraries(simulator PUBLIC ${BLOCKS_RUNTIME} Threads::Threads ${CMAKE_DL_LIBS})
 # C library functions whose calls from the program are the machine's.
-foreach(function abort nanosleep)
+foreach(function abort nanosleep __cxa_guard_acquire __cxa_guard_release __cxa_guard_abort)
   target_link_options(simulator INTERFACE -Wl,--wrap=${function})
 endforeach()
 

@@ -12,6 +12,7 @@ struct Scheduler::Thread {
   std::string name;
   State state = State::ready;
   bool done = false;
+  int keptRunning = 0;           // how often `keepRunning` was asked for
   std::unique_ptr<Fiber> fiber;  // on the deterministic clock
   std::thread host;              // on the live clock
   std::condition_variable resumed;
@@ -110,9 +111,14 @@ void Scheduler::spawn(std::string name, std::function<void()> body) {
   });
 }
 
+void Scheduler::keepRunning(bool keep) {
+  if (currentThread) currentThread->keptRunning += keep ? 1 : -1;
+}
+
 bool Scheduler::preempt() {
   if (clock_ == Clock::live || !currentThread || ready_.empty()) return false;
   Thread* const self = currentThread;
+  if (self->keptRunning > 0) return false;
   self->state = Thread::State::ready;
   ready_.push_back(self);
   self->fiber->suspend();

@@ -87,6 +87,9 @@ class Scheduler {
   static Thread* current();
   // A point where another thread may be chosen; false when there was none. Never throws.
   bool preempt();
+  // Until it is taken back, `preempt` chooses no other thread than the calling one. Nests; without effect outside the
+  // program's threads.
+  static void keepRunning(bool keep);
   // Blocks the calling thread for that long. Throws ProcessEnd when the process ends meanwhile.
   void sleep(Duration duration, Waiting waiting = Waiting::work);
   // Blocks the calling thread until `makeReady`. Throws ProcessEnd when the process ends meanwhile.

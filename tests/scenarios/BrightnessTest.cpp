@@ -326,6 +326,44 @@ TEST(Brightness, WakeReadsAgainAndTheStepsAreUnknownMeanwhile) {
   EXPECT_EQ(played.lights(2), (Lights{81}));  // 80 of 100 is step 12
 }
 
+TEST(Brightness, WakesWhileAMonitorIsReadLeaveItControllable) {
+  // Each wake begins a read on a channel of its own while those before are still on the wire.
+  for (const int wakes : {1, 3}) {
+    for (int milliseconds = 0; milliseconds <= 120; milliseconds += 5) {
+      std::string scenario = twoDisplays + R"({"do":"launch"})" + "\n";
+      for (int i = 0; i < wakes; ++i) {
+        scenario +=
+            R"({"do":"advance","seconds":)" + std::to_string(milliseconds * 0.001) + "}\n" + R"({"do":"wake"})" + "\n";
+      }
+      WITH_SEEDS(seed, 3) {
+        const Played played = playScenario(scenario + settle + press + settle, seed);
+        EXPECT_EQ(played.lights(2), (Lights{56})) << wakes << " wakes every " << milliseconds << " ms";
+        EXPECT_EQ(played.status, 0);
+      }
+    }
+  }
+}
+
+TEST(Brightness, MonitorsThatFailAtTheSameMomentAreAllLogged) {
+  std::string scenario;
+  std::string keys;
+  for (int id = 2; id <= 5; ++id) {
+    const std::string number = std::to_string(id);
+    const std::string x = std::to_string(id * 100);
+    scenario += R"({"do":"display","id":)" + number + R"(,"name":"D","frame":[)" + x +
+                R"(,0,100,100],"vendor":1,"product":2,"serial":)" + number +
+                R"(,"monitor":{"current":50,"maximum":100}})" + "\n";
+    keys += R"({"do":"monitor","display":)" + number + R"(,"fault":"write-fails"})" + "\n" +
+            R"({"do":"pointer","at":[)" + x + ",50]}\n" + press;
+  }
+  WITH_SEEDS(seed, 5) {
+    const Played played = playScenario(scenario + R"({"do":"launch"})" + "\n" + settle + keys + settle, seed);
+    const auto logs = played.logs();
+    EXPECT_EQ(std::ranges::count(logs, "error DDC: Writing VCP 0x10 = 56 failed after 5 attempts"), 4);
+    EXPECT_EQ(played.status, 0);
+  }
+}
+
 TEST(Brightness, WakeInTheMiddleOfADrainLetsTheValueThrough) {
   for (const char* const at : {"0", "0.005", "0.01", "0.015", "0.02"}) {
     WITH_SEEDS(seed, 10) {

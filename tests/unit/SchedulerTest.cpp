@@ -89,3 +89,31 @@ TEST(Scheduler, UnwindsThreadsWhenTheProcessEnds) {
     EXPECT_EQ(unwound, 1);
   }
 }
+
+TEST(Scheduler, LetsOneThreadInitialiseAStaticThatOthersNeed) {
+  for (const Clock clock : {Clock::deterministic, Clock::live}) {
+    struct Made {
+      Made(Scheduler& scheduler, int& count) {
+        for (int i = 0; i < 5; ++i) scheduler.preempt();
+        ++count;
+      }
+    };
+    int made = 0;
+    Scheduler scheduler(clock, 1);
+    const auto use = [&](auto which) {
+      static const Made object(scheduler, made);
+      return which;
+    };
+    for (int i = 0; i < 3; ++i) {
+      scheduler.spawn("user", [&] {
+        if (clock == Clock::live) {
+          use(1);
+        } else {
+          use(1.0);  // a static of its own
+        }
+      });
+    }
+    scheduler.runReady();
+    EXPECT_EQ(made, 1);
+  }
+}
