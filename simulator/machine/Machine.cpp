@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
 #include <nlohmann/json.hpp>
 
 #include "simulator/audio/Audio.h"
@@ -25,6 +26,22 @@ namespace {
 
 Machine* currentMachine = nullptr;
 
+// The C++ runtime ends the process: an exception that nothing caught, or one that broke a promise. The program's own
+// end has to show in the trace.
+[[noreturn]] void terminated() {
+  if (!Scheduler::current()) std::abort();
+  std::string text = "The program ended with an uncaught exception";
+  try {
+    if (const auto exception = std::current_exception()) std::rethrow_exception(exception);
+    text = "The program was ended by the C++ runtime";
+  } catch (const std::exception& error) {
+    text += std::string(": ") + error.what();
+  } catch (...) {
+    text += " of an unknown type";
+  }
+  fatal(text);
+}
+
 }  // namespace
 
 Machine::Machine(Program program, Options options)
@@ -34,6 +51,7 @@ Machine::Machine(Program program, Options options)
       onFatal_(std::move(options.fatal)) {
   if (currentMachine) std::abort();  // the platform's functions could not tell which one is meant
   currentMachine = this;
+  previousTerminate_ = std::set_terminate(terminated);
   trace.setRoot(root.path().string());
   faults.declare({"dlopen", "dlsym", "objc_lookUpClass", "OSDManager.sharedManager", "NSEvent.eventWithCGEvent"});
   const auto add = [this](auto& slot, auto part) {
@@ -58,6 +76,7 @@ Machine::Machine(Program program, Options options)
 Machine::~Machine() {
   trace.setMuted(true);
   process.kill();
+  std::set_terminate(previousTerminate_);
   currentMachine = nullptr;
 }
 
@@ -95,6 +114,7 @@ bool Machine::shutDown() {
 void Machine::fatal(std::string_view text) {
   trace.setMuted(false);
   trace.record("fatal").text("text", text);
+  root.remove();
   if (onFatal_) onFatal_();
   std::_Exit(1);
 }

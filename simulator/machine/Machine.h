@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <exception>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -88,6 +89,7 @@ class Machine {
 
  private:
   std::function<void()> onFatal_;
+  std::terminate_handler previousTerminate_ = nullptr;
 };
 
 // Stops the run: the program broke a rule of the platform, or stopped itself.

@@ -1,7 +1,5 @@
 #include "simulator/machine/Process.h"
 
-#include <exception>
-#include <string>
 #include <utility>
 
 #include "simulator/machine/Machine.h"
@@ -24,13 +22,7 @@ void Process::launch() {
       const Scheduler::Lock started(machine_.scheduler);
       mainThread_ = Scheduler::current();
     }
-    int status = 0;
-    try {
-      status = program_.main();
-    } catch (const std::exception& error) {
-      fatal(std::string("The program ended with an uncaught exception: ") + error.what());
-    }
-    exit(status);
+    exit(program_.main());
   });
 }
 

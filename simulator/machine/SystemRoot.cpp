@@ -25,7 +25,9 @@ SystemRoot::SystemRoot() {
   }
 }
 
-SystemRoot::~SystemRoot() {
+SystemRoot::~SystemRoot() { remove(); }
+
+void SystemRoot::remove() const {
   std::error_code ignored;
   fs::remove_all(path_, ignored);
 }

@@ -17,6 +17,9 @@ class SystemRoot {
   SystemRoot(const SystemRoot&) = delete;
   SystemRoot& operator=(const SystemRoot&) = delete;
 
+  // Removes the folder, as the destructor does: for an end of the run that destroys nothing.
+  void remove() const;
+
   [[nodiscard]] const std::filesystem::path& path() const { return path_; }
   // Where an absolute path of the simulated system lies.
   [[nodiscard]] std::filesystem::path below(std::string_view path) const;

@@ -1,0 +1,187 @@
+// The machine tells a program that breaks the platform's rules, and what a program leaves behind. The programs here are
+// small ones that do nothing else.
+#include <CoreGraphics/CoreGraphics.h>
+#include <IOKit/IOKitLib.h>
+#include <dispatch/dispatch.h>
+#include <gtest/gtest.h>
+
+#include <iostream>
+#include <stdexcept>
+#include <thread>
+
+#include "platform/CF.h"
+#include "platform/Menu.h"
+#include "platform/Screen.h"
+#include "simulator/machine/Machine.h"
+
+using namespace std::chrono_literals;
+using simulator::Leaks;
+using simulator::Machine;
+
+namespace {
+
+// Runs a program until it has ended by itself, with the trace on standard error; what it left behind.
+Leaks run(std::function<void()> body) {
+  Machine machine({.main =
+                       [body = std::move(body)] {
+                         body();
+                         return 0;
+                       },
+                   .name = "Test",
+                   .identifier = "example.test",
+                   .version = "1"},
+                  {.trace = [](std::string_view line) { std::cerr << line << '\n'; }, .fatal = {}});
+  machine.process.launch();
+  EXPECT_TRUE(machine.scheduler.settle());
+  EXPECT_FALSE(machine.process.running());
+  machine.shutDown();
+  return machine.process.leaks();
+}
+
+// A program that the machine stops: with a `fatal` record of this text and exit status 1.
+void expectFatal(const std::function<void()>& body, const std::string& text) {
+  EXPECT_EXIT(run(body), testing::ExitedWithCode(1), "\"what\":\"fatal\",\"text\":\"" + text + "\"");
+}
+
+CFStringRef makeString() {
+  const UInt8 text[] = {'a'};
+  return CFStringCreateWithBytes(kCFAllocatorDefault, text, 1, kCFStringEncodingUTF8, false);
+}
+
+void throwing(int value) { throw value; }
+
+void waitForQueues() { std::this_thread::sleep_for(10ms); }
+
+}  // namespace
+
+TEST(Strictness, FindsNothingInAProgramThatGivesEverythingBack) {
+  EXPECT_EQ(run([] {
+              const auto text = CF::string("a");
+              const auto again = CF::retain(text.get());
+              const auto number = CF::number(5);
+              const CF::Ref<CFStringRef> copy = again;
+              const NS::MenuItem item("Item", nullptr, "");
+              const auto menu = NS::Menu::make();
+              menu.addItem(item);
+              const auto queue = dispatch_queue_create("q", nullptr);
+              dispatch_async(queue, ^{
+                CFStringGetLength(copy.get());
+              });
+              dispatch_release(queue);
+              waitForQueues();
+            }),
+            Leaks{});
+}
+
+TEST(Strictness, FindsNothingInAProgramThatEndsInTheMiddleOfItsWork) {
+  EXPECT_EQ(run([] {
+              const auto queue = dispatch_queue_create("q", nullptr);
+              const auto text = CF::string("a");
+              for (int i = 0; i < 3; ++i) {
+                dispatch_async(queue, ^{
+                  CFStringGetLength(text.get());
+                  std::this_thread::sleep_for(20ms);
+                });
+              }
+              dispatch_async(dispatch_get_main_queue(), ^{
+                CFStringGetLength(text.get());
+              });
+              dispatch_release(queue);
+              waitForQueues();
+            }),
+            Leaks{});
+}
+
+TEST(Strictness, CountsWhatIsLeftBehind) {
+  EXPECT_EQ(run([] {
+              makeString();
+              CFRetain(CF::string("b").get());
+              CFRetain(CF::number(7).get());
+              dispatch_queue_create("q", nullptr);
+            }),
+            (Leaks{{"CFString", 2}, {"CFNumber", 1}, {"dispatch queue", 1}}));
+}
+
+TEST(Strictness, CountsIteratorsAndEntries) {
+  EXPECT_EQ(run([] {
+              const io_registry_entry_t root = IORegistryGetRootEntry(kIOMainPortDefault);
+              io_iterator_t iterator = IO_OBJECT_NULL;
+              IORegistryEntryCreateIterator(root, kIOServicePlane, kIORegistryIterateRecursively, &iterator);
+              IOIteratorNext(iterator);
+            }),
+            (Leaks{{"I/O iterator", 1}, {"I/O registry entry", 2}}));
+}
+
+TEST(Strictness, CountsTapsAndRepeatingTimers) {
+  EXPECT_EQ(run([] {
+              CGEventTapCreate(
+                  kCGSessionEventTap, kCGHeadInsertEventTap, kCGEventTapOptionDefault, CGEventMaskBit(kCGEventKeyDown),
+                  [](CGEventTapProxy, CGEventType, CGEventRef event, void*) { return event; }, nullptr);
+              // The run loop holds it until it is invalidated.
+              const auto timer = CF::adopt(CFRunLoopTimerCreateWithHandler(kCFAllocatorDefault, 2, 2, 0, 0,
+                                                                           ^(CFRunLoopTimerRef){
+                                                                           }));
+              CFRunLoopAddTimer(CFRunLoopGetMain(), timer.get(), kCFRunLoopCommonModes);
+            }),
+            (Leaks{{"event tap", 1}, {"CFMachPort", 1}, {"timer", 1}}));
+}
+
+TEST(Strictness, StopsAtAReleasedObject) {
+  expectFatal(
+      [] {
+        const CFStringRef text = makeString();
+        CFRelease(text);
+        CFRelease(text);
+      },
+      "CFRelease was given a released object");
+  expectFatal(
+      [] {
+        const CFStringRef text = makeString();
+        CFRelease(text);
+        // New objects do not take the place of the old one.
+        std::vector<CF::Ref<CFStringRef>> others;
+        for (int i = 0; i < 100; ++i) others.push_back(CF::string("b"));
+        CFStringGetLength(text);
+      },
+      "CFStringGetLength was given a released object");
+  expectFatal(
+      [] {
+        const io_registry_entry_t root = IORegistryGetRootEntry(kIOMainPortDefault);
+        IOObjectRelease(root);
+        IOObjectRelease(root);
+      },
+      "IOObjectRelease was given a released I/O object");
+  expectFatal([] { CFRelease(nullptr); }, "CFRelease was given no object");
+}
+
+TEST(Strictness, StopsAtAnObjectOfAnotherType) {
+  expectFatal([] { CFStringGetLength(reinterpret_cast<CFStringRef>(CF::number(1).get())); },
+              "CFStringGetLength was given an object of type CFNumber");
+}
+
+TEST(Strictness, StopsAtAppKitOffTheMainThread) {
+  expectFatal(
+      [] {
+        const auto queue = dispatch_queue_create("q", nullptr);
+        dispatch_async(queue, ^{
+          NS::Screen::screens();
+        });
+        waitForQueues();
+      },
+      "NSScreen.screens was called off the main thread");
+}
+
+TEST(Strictness, StopsAtAnExceptionThatNothingCatches) {
+  expectFatal([] { throw std::runtime_error("lost"); }, "The program ended with an uncaught exception: lost");
+  expectFatal(
+      [] {
+        const auto queue = dispatch_queue_create("q", nullptr);
+        dispatch_async(queue, ^{
+          throw std::runtime_error("lost");
+        });
+        waitForQueues();
+      },
+      "The program ended with an uncaught exception: lost");
+  expectFatal([] { throwing(7); }, "The program ended with an uncaught exception of an unknown type");
+  expectFatal([] { std::abort(); }, "abort\\(\\) was called");
+}
