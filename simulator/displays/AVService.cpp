@@ -5,6 +5,7 @@
 #include <span>
 #include <string>
 
+#include "simulator/displays/Displays.h"
 #include "simulator/displays/Registry.h"
 #include "simulator/machine/Machine.h"
 #include "simulator/machine/Object.h"
@@ -30,8 +31,9 @@ CFTypeRef createAVService(io_service_t entry) {
   AVService* service = nullptr;
   if (!status && from->name == "DCPAVServiceProxy") {
     service = new AVService;
-    service->monitor = from->monitor;
     service->display = from->display;
+    const Display* const display = from->display ? call.machine.displays->find(*from->display) : nullptr;
+    if (display) service->monitor = display->monitor;
   }
   call.machine.trace.call("IOAVServiceCreateWithService", status    ? *status
                                                           : service ? 0

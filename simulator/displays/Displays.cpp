@@ -37,7 +37,6 @@ std::shared_ptr<const RegistryEntry> registryEntries(const Display& display) {
     auto proxy = std::make_shared<RegistryEntry>();
     proxy->name = "DCPAVServiceProxy";
     proxy->properties = {{"Location", display.location}};
-    proxy->monitor = display.monitor;
     proxy->display = display.id;
     root->children.push_back(std::move(proxy));
   }
@@ -60,6 +59,13 @@ Displays::Displays(Machine& machine) : machine_(machine) { machine.faults.declar
 const Display* Displays::find(std::uint32_t id) const {
   const auto found = std::ranges::find(displays_, id, &Display::id);
   return found == displays_.end() ? nullptr : &*found;
+}
+
+const Display* Displays::main() const {
+  const auto atOrigin = std::ranges::find_if(
+      displays_, [](const Display& each) { return each.frame.origin.x == 0 && each.frame.origin.y == 0; });
+  if (atOrigin != displays_.end()) return &*atOrigin;
+  return displays_.empty() ? nullptr : &displays_.front();
 }
 
 void Displays::connect(Display display) {
@@ -142,29 +148,16 @@ void Displays::addCommands(Commands& commands) {
   });
 
   commands.add("registry", [](Arguments& line) -> Action {
-    std::vector<RegistryEntry> entries;
+    std::vector<std::shared_ptr<const RegistryEntry>> entries;
     for (Arguments& each : line.objects("entries")) {
-      RegistryEntry entry;
-      entry.name = each.text("name");
-      entry.properties = each.json("properties", nlohmann::json::object());
-      entry.display = each.optionalUnsigned32("display");
+      auto entry = std::make_shared<RegistryEntry>();
+      entry->name = each.text("name");
+      if (each.has("properties")) entry->properties = each.jsonObject("properties");
+      entry->display = each.optionalUnsigned32("display");
       each.finish();
       entries.push_back(std::move(entry));
     }
-    return [entries](Machine& machine) {
-      std::vector<std::shared_ptr<const RegistryEntry>> all;
-      for (RegistryEntry entry : entries) {
-        if (entry.display) {
-          const Display* const display = machine.displays->find(*entry.display);
-          if (!display || !display->monitor) {
-            throw ScenarioError("display " + std::to_string(*entry.display) + " has no monitor that can be reached");
-          }
-          entry.monitor = display->monitor;
-        }
-        all.push_back(std::make_shared<const RegistryEntry>(std::move(entry)));
-      }
-      machine.registry->replaceAll(std::move(all));
-    };
+    return [entries](Machine& machine) { machine.registry->replaceAll(entries); };
   });
 }
 
@@ -186,14 +179,10 @@ using simulator::Display;
 
 extern "C" {
 
-// The display with the menu bar: the one whose screen has the coordinates' origin.
 CGDirectDisplayID CGMainDisplayID(void) {
   const Call call("CGMainDisplayID");
-  const auto& displays = call.machine.displays->all();
-  for (const Display& display : displays) {
-    if (display.frame.origin.x == 0 && display.frame.origin.y == 0) return display.id;
-  }
-  return displays.empty() ? kCGNullDirectDisplay : displays.front().id;
+  const Display* const main = call.machine.displays->main();
+  return main ? main->id : kCGNullDirectDisplay;
 }
 
 CGError CGGetOnlineDisplayList(uint32_t maxDisplays, CGDirectDisplayID* onlineDisplays, uint32_t* displayCount) {
@@ -252,8 +241,14 @@ const Display& displayOf(const Screen& screen, const char* call) {
 std::vector<Screen> Screen::screens() {
   const Call call("NSScreen.screens", Call::On::mainThread);
   std::vector<Screen> screens;
-  for (const Display& display : call.machine.displays->all()) {
+  const Display* const main = call.machine.displays->main();
+  const auto add = [&screens](const Display& display) {
     screens.emplace_back(CF::adopt(static_cast<CFTypeRef>(new simulator::ScreenObject(display))));
+  };
+  // The screen with the menu bar comes first.
+  if (main) add(*main);
+  for (const Display& display : call.machine.displays->all()) {
+    if (&display != main) add(display);
   }
   return screens;
 }

@@ -35,6 +35,8 @@ class Displays : public Part {
   // In the order in which they were connected.
   [[nodiscard]] const std::vector<Display>& all() const { return displays_; }
   [[nodiscard]] const Display* find(std::uint32_t id) const;
+  // The display with the menu bar: the one whose screen has the coordinates' origin. Null when there is no display.
+  [[nodiscard]] const Display* main() const;
   [[nodiscard]] CGPoint pointer() const { return pointer_; }
 
   // The id must be free.

@@ -11,7 +11,6 @@
 #include <string>
 #include <vector>
 
-#include "simulator/displays/Monitor.h"
 #include "simulator/machine/Part.h"
 
 namespace simulator {
@@ -22,8 +21,7 @@ struct RegistryEntry {
   std::string name;
   nlohmann::json properties = nlohmann::json::object();
   std::vector<std::shared_ptr<const RegistryEntry>> children;
-  // What the entry's AV service reaches, and the display it belongs to.
-  std::shared_ptr<Monitor> monitor;
+  // The display whose monitor the entry's AV service reaches.
   std::optional<std::uint32_t> display;
 };
 

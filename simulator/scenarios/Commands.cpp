@@ -51,6 +51,12 @@ double Arguments::number(const char* name) {
 
 double Arguments::number(const char* name, double otherwise) { return has(name) ? number(name) : otherwise; }
 
+std::int64_t Arguments::bits64(const char* name) {
+  const nlohmann::json& value = member(name);
+  if (!value.is_number_integer()) wrongType(name, "an integer");
+  return value.get<std::int64_t>();  // an unsigned number above the signed ones keeps its bits
+}
+
 std::uint64_t Arguments::count(const char* name, std::uint64_t otherwise) {
   if (!has(name)) return otherwise;
   const auto value = integer<std::int64_t>(name);
@@ -100,6 +106,11 @@ std::vector<Arguments> Arguments::objects(const char* name) {
 }
 
 nlohmann::json Arguments::json(const char* name) { return member(name); }
+
+nlohmann::json Arguments::jsonObject(const char* name) {
+  if (!member(name).is_object()) wrongType(name, "an object");
+  return member(name);
+}
 
 nlohmann::json Arguments::json(const char* name, nlohmann::json otherwise) {
   return has(name) ? json(name) : std::move(otherwise);

@@ -69,6 +69,8 @@ class Arguments {
     return optionalInteger<std::uint32_t>(name).value_or(otherwise);
   }
   std::optional<std::uint32_t> optionalUnsigned32(const char* name) { return optionalInteger<std::uint32_t>(name); }
+  // 64 bits, written as a signed or as an unsigned number.
+  std::int64_t bits64(const char* name);
   // A count of one or more.
   std::uint64_t count(const char* name, std::uint64_t otherwise);
 
@@ -77,6 +79,7 @@ class Arguments {
   std::optional<Arguments> object(const char* name);
   std::vector<Arguments> objects(const char* name);
   nlohmann::json json(const char* name);
+  nlohmann::json jsonObject(const char* name);
   nlohmann::json json(const char* name, nlohmann::json otherwise);
   void ignore(const char* name) { used_.insert(name); }
 

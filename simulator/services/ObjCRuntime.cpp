@@ -11,6 +11,9 @@
 
 extern "C" {
 
+// The runtime looks into loaded libraries on its own: that is no call of the program's.
+void* hostSymbol(void* handle, const char* symbol) __asm__("dlsym");
+
 // Selectors are unique by name, so they compare as pointers.
 SEL sel_registerName(const char* str) {
   static std::mutex mutex;
@@ -21,10 +24,11 @@ SEL sel_registerName(const char* str) {
 
 Class objc_lookUpClass(const char* name) {
   const simulator::Call call("objc_lookUpClass");
-  if (call.fault() || call.machine.root.isMissing(name)) return nullptr;
   const std::string symbol = std::string("OBJC_CLASS_$_") + name;
-  for (void* const library : call.machine.root.loaded()) {
-    if (void* const found = dlsym(library, symbol.c_str())) return static_cast<Class>(found);
+  const auto& root = call.machine.root;
+  if (call.fault() || root.isMissing(name) || root.isMissing(symbol)) return nullptr;
+  for (void* const library : root.loaded()) {
+    if (void* const found = hostSymbol(library, symbol.c_str())) return static_cast<Class>(found);
   }
   return nullptr;
 }

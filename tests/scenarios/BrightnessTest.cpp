@@ -473,3 +473,56 @@ TEST(Brightness, WithTheProgramsThreadsRunningFreely) {
                                      1, simulator::Clock::live);
   EXPECT_EQ(played.status, 0);
 }
+
+TEST(Brightness, ServiceReachesTheMonitorOfItsDisplayAsItIsNow) {
+  const std::string entries =
+      R"({"do":"registry","entries":[{"name":"AppleCLCD2","properties":{"DisplayAttributes":{"ProductAttributes":{"LegacyManufacturerID":4268,"ProductID":41200,"SerialNumber":7001}}}},{"name":"DCPAVServiceProxy","properties":{"Location":"External"},"display":2}]}
+)";
+  // The registry may name a display that is not there, or not yet.
+  const Played before = playScenario(entries + launched + press + settle);
+  EXPECT_EQ(before.lights(2), (Lights{56}));
+  const Played again =
+      playScenario(launched + entries + R"({"do":"display","id":2,"gone":true})" + "\n" + settle +
+                   twoDisplays.substr(twoDisplays.find(R"({"do":"display","id":2)")) + settle + press + settle);
+  EXPECT_EQ(again.lights(2), (Lights{56}));
+  EXPECT_EQ(again.status, 0);
+}
+
+TEST(Brightness, NothingIsLeftWhenAReleaseFails) {
+  const Played played = playScenario(R"({"do":"fail","call":"IOObjectRelease","status":-1,"times":100})"
+                                     "\n" +
+                                     launched + press + settle);
+  EXPECT_EQ(played.status, 0);
+  EXPECT_EQ(played.lights(2), (Lights{56}));
+}
+
+TEST(Brightness, OnlyTheProgramsOwnLookUpsCountAsFailed) {
+  // Three look-ups: the functions of IOKit. The class of the pop-up service is found by the runtime.
+  const Played played = playScenario(R"({"do":"fail","call":"dlsym","status":1,"nth":3})"
+                                     "\n" +
+                                     launched);
+  EXPECT_EQ(played.logs().back(),
+            "error BrightnessController: Brightness control unavailable: IOAVServiceReadI2C not found in IOKit");
+  const Played symbol = playScenario(R"({"do":"missing","symbol":"OBJC_CLASS_$_OSDManager"})"
+                                     "\n" +
+                                     launched);
+  EXPECT_EQ(symbol.logs()[0], "error AppDelegate: Native pop-up unavailable: OSDManager class not found");
+}
+
+TEST(Brightness, OfOverlappingScreensTheOneWithTheMenuBarIsTheFirst) {
+  const Played played = playScenario(R"(
+{"do":"display","id":4294967295,"name":"Under","frame":[-100,-100,300,300],"vendor":1,"product":2,"serial":3,"monitor":{"current":10,"maximum":100}}
+{"do":"display","id":2,"name":"Main","frame":[0,0,100,100],"vendor":1,"product":2,"serial":4,"monitor":{"current":50,"maximum":65535}}
+{"do":"launch"}
+{"do":"settle"}
+{"do":"pointer","at":[50,50]}
+{"do":"key","key":"brightnessUp"}
+{"do":"pointer","at":[-50,50]}
+{"do":"key","key":"brightnessUp"}
+{"do":"settle"}
+)");
+  EXPECT_EQ(played.lights(2), (Lights{4096}));
+  const auto popUp = played.calls("OSDManager.showImage").back();
+  EXPECT_EQ(popUp["args"]["display"], 4294967295U);
+  EXPECT_EQ(popUp["args"]["filled"], 2);
+}
