@@ -37,8 +37,8 @@ const std::map<std::string, std::int64_t>& keyTypes() {
   return types;
 }
 
-// Whether access for assistive devices is needed to see such events.
-bool isKeyboard(std::uint32_t type) { return type == kCGEventKeyDown || type == kCGEventKeyUp; }
+// Whether this is no event but the system's word to a tap that it was switched off.
+bool isNotice(const InputEvent& event) { return event.type >= kCGEventTapDisabledByTimeout; }
 
 }  // namespace
 
@@ -69,7 +69,8 @@ void EventStream::enableTap(CFMachPortRef port, bool enable) {
 void EventStream::send(const InputEvent& event) {
   const Scheduler::Lock lock(machine_.scheduler);
   if (!tap_ || !tap_->enabled || !tap_->port->scheduled || !machine_.accessibility->granted()) return;
-  if (event.type >= 64 || !(tap_->mask & CGEventMaskBit(event.type))) return;
+  // Notices to the tap pass its mask by.
+  if (!isNotice(event) && (event.type >= 64 || !(tap_->mask & CGEventMaskBit(event.type)))) return;
   machine_.runLoop->post(tap_->port, tap_->port->modes, [this, event] { offer(event); });
 }
 
@@ -83,8 +84,7 @@ void EventStream::disableTaps(std::uint32_t notice) {
 
 // On the main thread: hands the event to the tap, which returns it or not.
 void EventStream::offer(const InputEvent& input) {
-  const bool isNotice = input.type >= kCGEventTapDisabledByTimeout;
-  if (!tap_ || !(tap_->enabled || isNotice)) return;
+  if (!tap_ || !(tap_->enabled || isNotice(input))) return;
   const Tap tap = *tap_;
   const auto event = CF::adopt(static_cast<CGEventRef>(new __CGEvent(input)));
   const Time before = machine_.scheduler.now();
@@ -99,7 +99,7 @@ void EventStream::offer(const InputEvent& input) {
   }
   // A tap that hands out another event than the one it was given passes the new one's ownership on.
   if (passed && passed != event.get()) CFRelease(passed);
-  if (!isNotice && machine_.scheduler.now() - before > tapTimeout) disableTaps(kCGEventTapDisabledByTimeout);
+  if (!isNotice(input) && machine_.scheduler.now() - before > tapTimeout) disableTaps(kCGEventTapDisabledByTimeout);
 }
 
 void EventStream::addCommands(Commands& commands) {
@@ -120,8 +120,8 @@ void EventStream::addCommands(Commands& commands) {
     InputEvent event{.type = line.unsigned32("type"), .subtype = {}, .data1 = {}, .keycode = {}};
     if (event.type == NX_SYSDEFINED) {
       event.subtype = line.integer<std::int16_t>("subtype");
-      event.data1 = line.integer<std::int64_t>("data1");
-    } else if (isKeyboard(event.type)) {
+      event.data1 = line.bits64("data1");
+    } else if (event.type == kCGEventKeyDown) {
       event.keycode = line.integer<std::int64_t>("keycode");
       event.autorepeat = line.truth("autorepeat", false);
     } else {

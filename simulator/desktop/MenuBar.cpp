@@ -43,7 +43,9 @@ MenuObject* MenuBar::update() {
 
 void MenuBar::open() {
   if (!machine_.process.running()) return;
-  machine_.runLoop->post(this, defaultMode, [this] {
+  // Also done, as nothing, while the menu is open: it must not open again when it has been closed.
+  machine_.runLoop->post(this, defaultMode | eventTrackingMode, [this] {
+    if (isOpen_) return;
     const auto opened = CF::retain(static_cast<CFTypeRef>(update()));
     if (!opened) return;
     isOpen_ = true;

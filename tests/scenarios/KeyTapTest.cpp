@@ -44,6 +44,23 @@ TEST(KeyTap, DecodesAKeyUnderBitsItDoesNotKnow) {
             (std::vector<int>{56}));
 }
 
+TEST(KeyTap, ReadsTheSameBitsFromAnUnsignedNumber) {
+  // 0xffff000000020a00, above the signed numbers.
+  EXPECT_EQ(playEvents(R"({"do":"event","type":14,"subtype":8,"data1":18446462598732974592})"
+                       "\n")
+                .lights(2),
+            (std::vector<int>{56}));
+}
+
+TEST(KeyTap, TakesANoticeForWhatItSays) {
+  const Played played = playEvents(R"(
+{"do":"event","type":4294967294}
+{"do":"event","type":11}
+)");
+  EXPECT_EQ(played.calls("CGEventTapEnable").size(), 1U);
+  EXPECT_EQ(played.swallowed(), (Swallowed{false}));
+}
+
 TEST(KeyTap, TakesPlainBrightnessKeys) {
   const Played played = playEvents(R"(
 {"do":"event","type":10,"keycode":144}

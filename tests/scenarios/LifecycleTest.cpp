@@ -53,6 +53,17 @@ TEST(Lifecycle, QuitsFromItsMenu) {
   }
 }
 
+TEST(Lifecycle, OpenMenuIsNotOpenedAgain) {
+  const Played played = playScenario(launched + R"(
+{"do":"menu","open":true}
+{"do":"menu","open":true}
+{"do":"menu","open":false}
+{"do":"snapshot","name":"closed"}
+)");
+  EXPECT_TRUE(played.of("snapshot")[0]["menu"].is_null());
+  EXPECT_EQ(played.status, 0);
+}
+
 TEST(Lifecycle, DisabledItemCannotBeChosen) {
   const Played open = playScenario(launched + R"(
 {"do":"menu","open":true}

@@ -48,6 +48,8 @@ TEST(Vocabulary, NamesTheWrongType) {
             R"(member "frame" must be a list of four numbers)");
   EXPECT_EQ(errorOf(R"({"do":"display","id":1,"name":"A","frame":[0,0,1,1],"monitor":5})"),
             R"(member "monitor" must be an object)");
+  EXPECT_EQ(errorOf(R"({"do":"registry","entries":[{"name":"A","properties":[1]}]})"),
+            R"(member "entries[0].properties" must be an object)");
   EXPECT_EQ(errorOf(R"({"do":"pointer","at":[1,"2"]})"), R"(member "at" must be a list of two numbers)");
   EXPECT_EQ(errorOf(R"({"do":"accessibility","granted":1})"), R"(member "granted" must be true or false)");
   EXPECT_EQ(errorOf(R"({"do":"advance","seconds":"1"})"), R"(member "seconds" must be a number)");
