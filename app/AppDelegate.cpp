@@ -1,6 +1,7 @@
 #include "app/AppDelegate.h"
 
 #include <ApplicationServices/ApplicationServices.h>
+#include <dispatch/dispatch.h>
 #include <objc/objc.h>
 #include <os/log.h>
 
@@ -18,6 +19,8 @@ os_log_t logger() {
   static const os_log_t log = makeLogger("AppDelegate");
   return log;
 }
+
+void assertMainThread() { dispatch_assert_queue(dispatch_get_main_queue()); }
 
 std::string currentVersion() {
   const auto version = CF::cast<CFStringRef>(
@@ -54,6 +57,7 @@ std::shared_ptr<NativeOSD> AppDelegate::makeOSD() {
 }
 
 void AppDelegate::applicationDidFinishLaunching() {
+  assertMainThread();
   buildMenu();
   keyTap_ = std::make_unique<MediaKeyTap>([weak = weak_from_this()](MediaKey key, bool isPressed, bool isRepeat) {
     const auto self = weak.lock();
@@ -87,14 +91,17 @@ void AppDelegate::startKeyTapWhenTrusted() {
   os_log_info(logger(), "Waiting for Accessibility permission");
   stopAccessibilityTimer();
   const auto weak = weak_from_this();
+  const auto poll = ^(CFRunLoopTimerRef) {
+    assertMainThread();
+    const auto self = weak.lock();
+    if (!self || !AXIsProcessTrusted()) return;
+    self->stopAccessibilityTimer();
+    self->startKeyTap();
+  };
   accessibilityTimer_ = CF::adopt(
       CFRunLoopTimerCreateWithHandler(kCFAllocatorDefault, CFAbsoluteTimeGetCurrent() + accessibilityPollInterval,
-                                      accessibilityPollInterval, 0, 0, ^(CFRunLoopTimerRef) {
-                                        const auto self = weak.lock();
-                                        if (!self || !AXIsProcessTrusted()) return;
-                                        self->stopAccessibilityTimer();
-                                        self->startKeyTap();
-                                      }));
+                                      accessibilityPollInterval, 0, 0, poll));
+  if (!accessibilityTimer_) return;  // without it there are no keys, but still the menu
   // In the common modes the poll also goes on while a menu is open.
   CFRunLoopAddTimer(CFRunLoopGetMain(), accessibilityTimer_.get(), kCFRunLoopCommonModes);
 }
@@ -115,11 +122,13 @@ void AppDelegate::startKeyTap() {
 }
 
 bool AppDelegate::handleKey(MediaKey key, bool isPressed, bool isRepeat) {
+  assertMainThread();
   if (key > MediaKey::mute) return brightnessController_->handle(key, isPressed);
   return volumeController_->handle(key, isPressed, isRepeat);
 }
 
 void AppDelegate::applicationWillTerminate() {
+  assertMainThread();
   stopAccessibilityTimer();
   if (keyTap_) keyTap_->stop();
   volumeController_->stop();

@@ -10,7 +10,7 @@
 #include "platform/Menu.h"
 #include "volume/VolumeController.h"
 
-// Main thread only. Made with `make`: closures that outlive a call hold it weakly.
+// Main thread only. Made with std::make_shared: closures that outlive a call hold it weakly.
 class AppDelegate : public NS::ApplicationDelegate,
                     public NS::MenuDelegate,
                     public std::enable_shared_from_this<AppDelegate> {

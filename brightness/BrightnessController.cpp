@@ -16,6 +16,8 @@ namespace {
 // VESA MCCS: luminance.
 constexpr std::uint8_t luminance = 0x10;
 
+void assertMainThread() { dispatch_assert_queue(dispatch_get_main_queue()); }
+
 std::optional<std::uint32_t> displayIDOf(const NS::Screen& screen) {
   const auto description = screen.deviceDescription();
   if (!description) return std::nullopt;
@@ -71,6 +73,7 @@ BrightnessController::BrightnessController(std::shared_ptr<const NativeOSD> osd)
     : logger_(makeLogger("BrightnessController")), osd_(std::move(osd)) {}
 
 void BrightnessController::start() {
+  assertMainThread();
   try {
     api_.emplace();
   } catch (const AppError& error) {
@@ -83,6 +86,7 @@ void BrightnessController::start() {
 }
 
 void BrightnessController::stop() {
+  assertMainThread();
   for (const Observer& observer : observers_) observer.center.removeObserver(observer.token);
   observers_.clear();
   displays_.clear();
@@ -98,6 +102,7 @@ void BrightnessController::observe(const NS::NotificationCenter& center, CFStrin
 // ---- Displays ----
 
 void BrightnessController::refreshDisplays() {
+  assertMainThread();
   if (!api_) return;
   std::vector<DDCChannel::IdentifiedChannel> channels;
   try {
@@ -142,6 +147,7 @@ void BrightnessController::readBrightness(const std::shared_ptr<ExternalDisplay>
 
 void BrightnessController::brightnessWasRead(ExternalDisplay& display, std::uint32_t displayID,
                                              const DDCChannel::Reading& reading) const {
+  assertMainThread();
   if (const auto* const error = std::get_if<AppError>(&reading)) {
     os_log_error(logger_, "Reading brightness of display %u failed: %{public}s", displayID, error->what());
     return;
@@ -164,6 +170,7 @@ BrightnessController::ExternalDisplay* BrightnessController::controllable(std::u
 // ---- Levels ----
 
 bool BrightnessController::handle(MediaKey key, bool isPressed) {
+  assertMainThread();
   if (key != MediaKey::brightnessUp && key != MediaKey::brightnessDown) return false;
   const auto displayID = displayUnderPointer();
   if (!displayID || CGDisplayIsBuiltin(*displayID)) return false;
@@ -177,6 +184,7 @@ bool BrightnessController::handle(MediaKey key, bool isPressed) {
 }
 
 void BrightnessController::setSteps(int steps, std::uint32_t displayID) {
+  assertMainThread();
   if (ExternalDisplay* const display = controllable(displayID)) set(*display, std::clamp(steps, 0, totalSteps));
 }
 
@@ -186,6 +194,7 @@ void BrightnessController::set(ExternalDisplay& display, int steps) {
 }
 
 std::vector<BrightnessController::DisplaySlider> BrightnessController::sliders() const {
+  assertMainThread();
   std::vector<DisplaySlider> sliders;
   for (const NS::Screen& screen : NS::Screen::screens()) {
     const auto displayID = displayIDOf(screen);

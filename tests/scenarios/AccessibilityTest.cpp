@@ -78,3 +78,28 @@ TEST(Accessibility, QuittingDuringTheWaitStopsThePoll) {
   EXPECT_EQ(played.status, 0);
   EXPECT_TRUE(played.of("leak").empty());
 }
+
+TEST(Accessibility, CannotBePolledForWithoutATimer) {
+  const Played played = playScenario(R"({"do":"fail","call":"CFRunLoopTimerCreateWithHandler","status":1})"
+                                     "\n" +
+                                     untrusted + R"(
+{"do":"accessibility","granted":true}
+{"do":"advance","seconds":100}
+)");
+  EXPECT_TRUE(played.calls("CGEventTapCreate").empty());
+  EXPECT_EQ(played.status, 0);
+}
+
+TEST(Accessibility, RevokedKeepsTheKeysAwayUntilItIsGrantedAgain) {
+  const Played played = playScenario(launched + R"(
+{"do":"accessibility","granted":false}
+{"do":"key","key":"brightnessUp"}
+{"do":"settle"}
+{"do":"accessibility","granted":true}
+{"do":"key","key":"brightnessUp"}
+{"do":"settle"}
+)");
+  EXPECT_EQ(played.of("input").size(), 2U);
+  EXPECT_EQ(played.lights(2), (std::vector<int>{56}));
+  EXPECT_EQ(played.status, 0);
+}
