@@ -136,7 +136,8 @@ void BrightnessController::readBrightness(const std::shared_ptr<ExternalDisplay>
   const std::weak_ptr<ExternalDisplay> weakDisplay = display;
   // The completion comes on the channel's queue.
   display->channel->read(luminance, [weakSelf, weakDisplay, displayID](const DDCChannel::Reading& reading) {
-    const DDCChannel::Reading result = reading;
+    // A block would take the reference along, not what it refers to.
+    const DDCChannel::Reading result = reading;  // NOLINT(performance-unnecessary-copy-initialization)
     dispatch_async(dispatch_get_main_queue(), ^{
       const auto self = weakSelf.lock();
       const auto known = weakDisplay.lock();
@@ -198,8 +199,10 @@ std::vector<BrightnessController::DisplaySlider> BrightnessController::sliders()
   std::vector<DisplaySlider> sliders;
   for (const NS::Screen& screen : NS::Screen::screens()) {
     const auto displayID = displayIDOf(screen);
-    const ExternalDisplay* const display = displayID ? controllable(*displayID) : nullptr;
-    if (display) sliders.push_back({*displayID, {screen.localizedName(), *display->steps, totalSteps}});
+    if (!displayID) continue;
+    const ExternalDisplay* const display = controllable(*displayID);
+    if (!display || !display->steps) continue;
+    sliders.push_back({*displayID, {screen.localizedName(), *display->steps, totalSteps}});
   }
   return sliders;
 }

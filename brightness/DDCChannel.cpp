@@ -99,6 +99,8 @@ IOReturn DDCChannel::writePacket(std::vector<std::uint8_t>& packet) const {
                        static_cast<std::uint32_t>(packet.size()));
 }
 
+// By value: a block would take a reference along, not what it refers to.
+// NOLINTNEXTLINE(performance-unnecessary-value-param)
 void DDCChannel::read(std::uint8_t code, std::function<void(const Reading&)> completion) {
   const auto self = shared_from_this();
   dispatch_async(queue_, ^{
