@@ -8,10 +8,7 @@
 int dalvane_main();
 
 simulator::Program dalvaneProgram() {
-  return {.main = dalvane_main,
-          .name = "Dalvane",
-          .identifier = "example.dalvane.Dalvane",
-          .version = DALVANE_VERSION};
+  return {.main = dalvane_main, .name = "Dalvane", .identifier = "example.dalvane.Dalvane", .version = DALVANE_VERSION};
 }
 
 int play(const std::vector<std::string>& files, std::uint64_t seed, std::ostream& trace, std::ostream& errors) {

@@ -424,6 +424,7 @@ void Audio::snapshot(nlohmann::ordered_json& state) {
   for (const auto& [number, device] : outputs_) {
     nlohmann::ordered_json speaker;
     speaker["id"] = number;
+    speaker["name"] = device->settings().name.value_or("");
     speaker["level"] = device->speaker.level();
     speaker["direct"] = device->speaker.direct();
     speaker["default"] = defaultOutput_ == number;
