@@ -3,8 +3,13 @@
 
 #include <algorithm>
 #include <cmath>
+#include <fstream>
 #include <initializer_list>
+#include <sstream>
 
+#include "desk/Desk.h"
+#include "simulator/machine/Machine.h"
+#include "simulator/scenarios/Scenario.h"
 #include "tests/support/RealTimeGuard.h"
 #include "tests/support/Sound.h"
 
@@ -767,4 +772,18 @@ TEST(Volume, TheCallbackAllocatesAndLocksNothing) {
   EXPECT_GT(heard.samples.size(), 512U);
   EXPECT_EQ(RealTimeGuard::allocations(), 0U);
   EXPECT_EQ(RealTimeGuard::locks(), 0U);
+}
+
+TEST(Volume, PreferencesLieInAFile) {
+  simulator::Machine machine(dalvaneProgram(), {});
+  simulator::Scenario scenario(machine);
+  std::istringstream steps(playing + lines({down, mute, quit, settle}));
+  scenario.add(steps, "test");
+  scenario.play();
+  std::ifstream file(machine.root.below("/Users/user/Library/Preferences/example.dalvane.Dalvane.plist"));
+  std::ostringstream text;
+  text << file.rdbuf();
+  EXPECT_NE(text.str().find("<key>steps.HDMI-1</key>\n\t<integer>15</integer>"), std::string::npos) << text.str();
+  EXPECT_NE(text.str().find("<key>muted.HDMI-1</key>\n\t<true/>"), std::string::npos) << text.str();
+  EXPECT_TRUE(machine.shutDown());
 }
