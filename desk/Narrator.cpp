@@ -62,12 +62,42 @@ std::string keyName(const json& record) {
   return "the system switched the event tap off";
 }
 
+std::string sound(const json& record) {
+  const auto& api = record["api"].get_ref<const std::string&>();
+  const std::string refused = record["status"] == 0 ? "" : " (refused)";
+  if (api == "AudioHardwareCreateProcessTap") {
+    return "sound     a tap takes what other programs play to the output" + refused;
+  }
+  if (api == "AudioHardwareCreateAggregateDevice") {
+    return "sound     a private device joins the tap and the output" + refused;
+  }
+  if (api == "AudioDeviceStart") return "sound     it plays the tapped sound; the direct path is muted" + refused;
+  if (api == "AudioDeviceStop") return "sound     it stops; the direct path is open again" + refused;
+  if (api == "AudioHardwareDestroyAggregateDevice") return "sound     the private device is gone" + refused;
+  if (api == "AudioHardwareDestroyProcessTap") return "sound     the tap is gone" + refused;
+  return "";
+}
+
+std::string heard(const json& speakers) {
+  std::string text;
+  for (const json& speaker : speakers) {
+    std::array<char, 16> level{};
+    std::snprintf(level.data(), level.size(), "%.3f", speaker["level"].get<double>());
+    text += (text.empty() ? "speaker   " : "; ") + speaker["name"].get<std::string>() + ": " + level.data() +
+            (speaker["direct"] == true ? ", direct"
+             : speaker["level"] == 0   ? ", silent"
+                                       : ", through Dalvane");
+  }
+  return text;
+}
+
 std::string called(const json& record) {
   const auto& api = record["api"].get_ref<const std::string&>();
   const json& args = record["args"];
   if (api == "IOAVServiceWriteI2C") return written(record);
   if (api == "IOAVServiceReadI2C") return answered(record);
   if (api == "OSDManager.showImage") return popUp(args);
+  if (api.starts_with("Audio")) return sound(record);
   if (api == "CGEventTapCreate") return "system    Dalvane now sees the media keys first";
   if (api == "CGEventTapEnable") return "system    the event tap is on again";
   if (api == "CFMachPortInvalidate") return "system    the event tap is removed";
@@ -90,6 +120,10 @@ std::string sentence(const json& record) {
   if (what == "alert") {
     return "alert     “" + record["message"].get<std::string>() + "”; the user presses “" +
            record["answer"].get<std::string>() + "”";
+  }
+  if (what == "snapshot") return heard(record["speakers"]);
+  if (what == "preference") {
+    return "settings  " + record["key"].get<std::string>() + " = " + record["value"].dump();
   }
   if (what == "exit") return "system    Dalvane has quit";
   if (what == "leak") return "leak      " + record["count"].dump() + " × " + record["kind"].get<std::string>();

@@ -1,12 +1,15 @@
 #include "desk/Tour.h"
 
 #include <cstdlib>
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
 #include "desk/Desk.h"
 #include "desk/Narrator.h"
+#include "simulator/audio/Audio.h"
+#include "simulator/audio/WaveFile.h"
 #include "simulator/machine/Machine.h"
 #include "simulator/scenarios/Scenario.h"
 
@@ -37,6 +40,7 @@ std::vector<Stop> brightnessStops() {
        "monitor up in the I/O Registry and asks it over the display cable how bright it is.",
        {R"({"do":"display","id":1,"name":"Built-in","builtin":true,"frame":[0,0,1512,982]})",
         R"({"do":"display","id":2,"name":"Studio","frame":[1512,0,2560,1440],"vendor":4268,"product":41200,"serial":7001,"monitor":{"current":50,"maximum":100}})",
+        R"({"do":"output","id":9,"uid":"BUILT-IN","name":"Built-in speakers","volume":"settable","default":true})",
         R"({"do":"pointer","at":[2000,700]})", R"({"do":"launch"})", R"({"do":"settle"})"}},
       {"Brightness up",
        "One of 16 steps: the system's own pop-up appears on the monitor, and the new value goes out on the wire,\n"
@@ -65,6 +69,54 @@ std::vector<Stop> brightnessStops() {
   };
 }
 
+// Presses of a key, half a second apart, so that what is recorded can be followed by ear.
+std::vector<std::string> presses(const std::string& key, int count, const std::string& snapshot) {
+  std::vector<std::string> lines;
+  for (int i = 0; i < count; ++i) {
+    lines.push_back(R"({"do":"key","key":")" + key + "\"}");
+    lines.emplace_back(R"({"do":"advance","seconds":0.5})");
+  }
+  lines.push_back(R"({"do":"snapshot","name":")" + snapshot + "\"}");
+  return lines;
+}
+
+std::vector<Stop> volumeStops() {
+  return {
+      {"A television without a volume of its own",
+       "It is connected by HDMI and becomes the default output; a program plays a tone of 440 Hz at half the full "
+       "scale.\n"
+       "At full volume Dalvane stays out of the way: the sound is direct.",
+       {R"({"do":"output","id":10,"uid":"HDMI-TV","name":"Television","default":true})",
+        R"({"do":"play","process":"Music","output":10})", R"({"do":"advance","seconds":0.5})",
+        R"({"do":"snapshot","name":"full"})"}},
+      {"Volume down",
+       "Dalvane taps what all other programs play to the television, which mutes it there, and plays it back through "
+       "a\n"
+       "private device of its own, times a gain: the cube of the level, 15/16 to begin with. The level is kept for\n"
+       "this device.",
+       presses("volumeDown", 1, "15")},
+      {"Further down", "The gain moves to each new level by a ramp over one cycle, so that nothing clicks.",
+       presses("volumeDown", 5, "10")},
+      {"Mute, and back", "The mute flag is kept apart from the level.",
+       [] {
+         auto lines = presses("mute", 1, "muted");
+         for (auto& line : presses("mute", 1, "unmuted")) lines.push_back(std::move(line));
+         return lines;
+       }()},
+      {"The headset is plugged in",
+       "It has a volume of its own: the keys are the system's, and the television sounds as it is.",
+       {R"({"do":"output","id":11,"uid":"USB-HEADSET","name":"Headset","volume":"settable","default":true})",
+        R"({"do":"advance","seconds":0.5})", R"({"do":"key","key":"volumeUp"})",
+        R"({"do":"snapshot","name":"headset"})"}},
+      {"And unplugged",
+       "The television is the default again, at the level that it had.",
+       {R"({"do":"output","id":11,"gone":true})", R"({"do":"advance","seconds":0.5})",
+        R"({"do":"snapshot","name":"television"})"}},
+      {"Up to full volume", "The router stops and nothing of it is left: the sound is direct again.",
+       presses("volumeUp", 6, "full again")},
+  };
+}
+
 std::vector<Stop> lastStops() {
   return {
       {"Quit", "Dalvane leaves nothing behind.", {R"({"do":"click","item":"Quit Dalvane"})", R"({"do":"settle"})"}}};
@@ -72,8 +124,10 @@ std::vector<Stop> lastStops() {
 
 }  // namespace
 
-int tour(std::ostream& out, bool trace) {
-  const auto show = [&out, trace](std::string_view line) {
+int tour(std::ostream& out, const TourOptions& options) {
+  std::unique_ptr<simulator::WaveFile> wave;
+  if (!options.waveFile.empty()) wave = std::make_unique<simulator::WaveFile>(options.waveFile);
+  const auto show = [&out, trace = options.trace](std::string_view line) {
     const std::string text = narrate(nlohmann::json::parse(line));
     if (!text.empty()) out << text << '\n';
     if (trace) out << "              " << line << '\n';
@@ -83,15 +137,21 @@ int tour(std::ostream& out, bool trace) {
                                 out.flush();
                                 std::_Exit(1);
                               }});
+  if (wave) {
+    machine.audio->listen(10, [&wave](std::span<const float> samples, std::size_t channels, double rate) {
+      wave->append(samples, channels, rate);
+    });
+  }
   simulator::Scenario scenario(machine);
   int number = 0;
-  for (const auto& stops : {brightnessStops(), lastStops()}) {
+  for (const auto& stops : {brightnessStops(), volumeStops(), lastStops()}) {
     for (const Stop& stop : stops) {
       out << "\n" << ++number << ". " << stop.title << "\n\n" << stop.story << "\n\n";
       for (const std::string& line : stop.lines) scenario.perform(line);
     }
   }
   const bool clean = machine.shutDown();
+  if (wave) out << "\nWhat the television played is in " << options.waveFile << ".\n";
   out << "\n"
       << (clean ? "Nothing was left alive. That was the tour." : "Something was left alive: that should not be.")
       << "\n";

@@ -2,6 +2,13 @@
 #pragma once
 
 #include <ostream>
+#include <string>
 
-// Writes the tour to `out`; with `trace` the raw records as well. The exit status of `dalvane-desk tour`.
-int tour(std::ostream& out, bool trace);
+struct TourOptions {
+  bool trace = false;    // the raw records as well
+  std::string waveFile;  // where to write what the speaker plays; empty: nowhere
+};
+
+// Writes the tour to `out`. The exit status of `dalvane-desk tour`. Throws std::runtime_error when the wave file cannot
+// be written.
+int tour(std::ostream& out, const TourOptions& options);

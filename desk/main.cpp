@@ -1,6 +1,7 @@
 // dalvane-desk: see `usage`.
 #include <charconv>
 #include <iostream>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -12,7 +13,10 @@ namespace {
 
 constexpr std::string_view usage =
     "dalvane-desk play [--seed N] FILE...   plays scenario files; the trace goes to standard output\n"
-    "dalvane-desk tour [--trace]            a guided run of what Dalvane does; with the raw trace, if you like\n";
+    "dalvane-desk tour [--trace] [--wav FILE]\n"
+    "                                       a guided run of what Dalvane does; with the raw trace, if you like, and "
+    "with\n"
+    "                                       what the speaker plays written to a WAV file\n";
 
 int misused(const std::string& reason) {
   std::cerr << "dalvane-desk: " << reason << "\n" << usage;
@@ -30,9 +34,22 @@ int main(int argc, char** argv) {
     return 0;
   }
   if (arguments[0] == "tour") {
-    const bool trace = arguments.size() == 2 && arguments[1] == "--trace";
-    if (arguments.size() > 1 && !trace) return misused("\"" + arguments[1] + "\" is nothing the tour knows");
-    return tour(std::cout, trace);
+    TourOptions options;
+    for (std::size_t i = 1; i < arguments.size(); ++i) {
+      if (arguments[i] == "--trace") {
+        options.trace = true;
+      } else if (arguments[i] == "--wav") {
+        if (++i == arguments.size()) return misused("--wav needs a file");
+        options.waveFile = arguments[i];
+      } else {
+        return misused("\"" + arguments[i] + "\" is nothing the tour knows");
+      }
+    }
+    try {
+      return tour(std::cout, options);
+    } catch (const std::runtime_error& error) {
+      return misused(error.what());
+    }
   }
   if (arguments[0] != "play") return misused("unknown command \"" + arguments[0] + "\"");
 

@@ -19,6 +19,13 @@ constexpr AudioObjectPropertyAddress global(AudioObjectPropertySelector selector
 // What a device's own inputs pick up. It is nothing that anybody plays, so it is noticed when it comes out somewhere.
 constexpr float roomNoise = 0.125F;
 
+void addToAllChannels(std::vector<float>& mix, const std::vector<float>& block, std::size_t channels) {
+  float* out = mix.data();
+  for (const float sample : block) {
+    for (std::size_t channel = 0; channel < channels; ++channel) *out++ += sample;
+  }
+}
+
 }  // namespace
 
 // The one and only system object.
@@ -352,7 +359,7 @@ std::vector<AggregateDevice::Input> Audio::inputsOf(
     std::vector<float> samples(std::size_t{settings.frames} * channels);
     for (const auto& [player, block] : played) {
       if (!tap->second->hears || !tap->second->covers(*player)) continue;
-      for (std::size_t i = 0; i < samples.size(); ++i) samples[i] += (*block)[i / channels];
+      addToAllChannels(samples, *block, channels);
     }
     inputs.push_back({.channels = channels, .samples = std::move(samples)});
   }
@@ -384,7 +391,7 @@ void Audio::cycle(OutputDevice& device) {
     played.emplace(player.get(), &block);
     if (isMuted(*player)) continue;
     isDirect = isDirect || player->isAudible();
-    for (std::size_t i = 0; i < direct.size(); ++i) direct[i] += block[i / settings.channels];
+    addToAllChannels(direct, block, settings.channels);
   }
   device.beginCycle(std::move(direct), isDirect, running.size());
   for (AggregateDevice* const aggregate : running) {
@@ -424,6 +431,7 @@ void Audio::snapshot(nlohmann::ordered_json& state) {
   for (const auto& [number, device] : outputs_) {
     nlohmann::ordered_json speaker;
     speaker["id"] = number;
+    speaker["name"] = device->settings().name.value_or("");
     speaker["level"] = device->speaker.level();
     speaker["direct"] = device->speaker.direct();
     speaker["default"] = defaultOutput_ == number;

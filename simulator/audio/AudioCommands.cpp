@@ -112,7 +112,9 @@ Action defaultOutputAction(Arguments& line) {
 }
 
 Action playAction(Arguments& line) {
-  const std::string process = line.text("process");
+  const nlohmann::json given = line.json("process");
+  if (!given.is_string() && !given.is_number_integer()) line.fail("member \"process\" must be a text or an integer");
+  const std::string process = given.is_string() ? given.get<std::string>() : given.dump();
   if (line.flag("stop", false)) {
     return [process](Machine& machine) { machine.audio->stopPlaying(process); };
   }

@@ -29,7 +29,6 @@ void Preferences::set(const std::string& key, nlohmann::json value) {
   } else {
     values_[key] = std::move(value);
   }
-  save();
 }
 
 void Preferences::load() {
@@ -53,8 +52,12 @@ void Preferences::addCommands(Commands& commands) {
   });
 }
 
-// The next process finds what is in the file.
-void Preferences::processEnded(Leaks&) { load(); }
+// As on a Mac the file is written some time after a change, at the latest when the process has ended. The next process
+// finds what is in it.
+void Preferences::processEnded(Leaks&) {
+  save();
+  load();
+}
 
 void Preferences::snapshot(nlohmann::ordered_json& state) { state["preferences"] = values_; }
 

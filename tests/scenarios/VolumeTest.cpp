@@ -3,8 +3,13 @@
 
 #include <algorithm>
 #include <cmath>
+#include <fstream>
 #include <initializer_list>
+#include <sstream>
 
+#include "desk/Desk.h"
+#include "simulator/machine/Machine.h"
+#include "simulator/scenarios/Scenario.h"
 #include "tests/support/RealTimeGuard.h"
 #include "tests/support/Sound.h"
 
@@ -714,12 +719,46 @@ TEST(Volume, TheSameSeedGivesTheSameBytes) {
   WITH_SEEDS(seed, 5) { EXPECT_EQ(playScenario(scenario, seed).bytes, playScenario(scenario, seed).bytes); }
 }
 
+TEST(Volume, QuittingAtAnyPoint) {
+  const std::vector<std::string> steps = {builtIn,
+                                          screen,
+                                          music,
+                                          launch,
+                                          down,
+                                          wake,
+                                          settle,
+                                          mute,
+                                          advance(0.005),
+                                          R"({"do":"default-output","id":10})",
+                                          R"({"do":"output","id":10,"gone":true})",
+                                          screen,
+                                          settle,
+                                          up};
+  for (std::size_t point = 4; point <= steps.size(); ++point) {
+    WITH_SEEDS(seed, 5) {
+      std::string scenario;
+      for (std::size_t i = 0; i < point; ++i) scenario += steps[i] + "\n";
+      const Played played = playScenario(scenario + lines({quit, advance(0.05), snapshot("after")}), seed);
+      EXPECT_EQ(played.of("exit").size(), 1U) << point;
+      EXPECT_TRUE(snapshotOf(played, "after")["taps"].empty()) << point;
+      expectNothingLeft(played);
+    }
+  }
+}
+
 TEST(Volume, OnTheLiveClock) {
   const std::string held = R"({"do":"key","key":"volumeDown","action":"press","repeat":true})";
-  std::string scenario =
-      lines({builtIn, output(10, {{"uid", "HDMI-1"}, {"name", "Screen"}, {"frames", 64}, {"default", true}}),
-             R"({"do":"play","process":"music","output":10})", launch, settle});
-  for (int i = 0; i < 20; ++i) scenario += lines({held, advance(0.003), i % 3 == 0 ? mute : wake, advance(0.002)});
+  const json quick = {{"uid", "HDMI-1"}, {"name", "Screen"}, {"frames", 64}, {"default", true}};
+  std::string scenario = lines({builtIn, output(10, quick), output(11, {{"uid", "HDMI-2"}, {"name", "Beamer"}}),
+                                R"({"do":"play","process":"music","output":10})", launch, settle});
+  for (int i = 0; i < 20; ++i) {
+    scenario += lines({held, advance(0.003), i % 3 == 0 ? mute : wake, advance(0.002), up, held});
+    if (i % 5 == 1)
+      scenario += lines({R"({"do":"default-output","id":11})", held, R"({"do":"default-output","id":10})"});
+    if (i % 5 == 3) {
+      scenario += lines({R"({"do":"output","id":10,"gone":true})", advance(0.001), output(10, quick), advance(0.002)});
+    }
+  }
   scenario += lines({settle, snapshot("s"), quit});
   const Heard heard = listenTo(10, scenario, 1, simulator::Clock::live);
   expectNothingLeft(heard.played);
@@ -733,4 +772,18 @@ TEST(Volume, TheCallbackAllocatesAndLocksNothing) {
   EXPECT_GT(heard.samples.size(), 512U);
   EXPECT_EQ(RealTimeGuard::allocations(), 0U);
   EXPECT_EQ(RealTimeGuard::locks(), 0U);
+}
+
+TEST(Volume, PreferencesLieInAFile) {
+  simulator::Machine machine(dalvaneProgram(), {});
+  simulator::Scenario scenario(machine);
+  std::istringstream steps(playing + lines({down, mute, quit, settle}));
+  scenario.add(steps, "test");
+  scenario.play();
+  std::ifstream file(machine.root.below("/Users/user/Library/Preferences/example.dalvane.Dalvane.plist"));
+  std::ostringstream text;
+  text << file.rdbuf();
+  EXPECT_NE(text.str().find("<key>steps.HDMI-1</key>\n\t<integer>15</integer>"), std::string::npos) << text.str();
+  EXPECT_NE(text.str().find("<key>muted.HDMI-1</key>\n\t<true/>"), std::string::npos) << text.str();
+  EXPECT_TRUE(machine.shutDown());
 }

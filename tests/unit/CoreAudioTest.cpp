@@ -2,10 +2,8 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <functional>
-
 #include "app/AppError.h"
-#include "tests/support/Play.h"
+#include "tests/support/Program.h"
 #include "volume/AudioRouter.h"
 #include "volume/CoreAudio.h"
 #include "volume/SystemAudioPermission.h"
@@ -14,20 +12,6 @@ namespace {
 
 const std::string screen = R"({"do":"output","id":10,"uid":"HDMI-1","name":"Bildschirm Ü","default":true})"
                            "\n";
-
-// Sets the machine up by `scenario` and runs `body` there as the program.
-Played run(const std::string& scenario, const std::function<void()>& body, std::uint64_t seed = 1) {
-  Played played = playScenario(scenario + R"({"do":"launch"})"
-                                          "\n"
-                                          R"({"do":"settle"})"
-                                          "\n",
-                               seed, simulator::Clock::deterministic, {.setUp = {}, .program = [&body] {
-                                                                         body();
-                                                                         return 0;
-                                                                       }});
-  EXPECT_EQ(played.of("exit").size(), 1U) << "the program did not come to its end";
-  return played;
-}
 
 // The text of the error that `call` throws; empty when it throws none.
 template <typename Call>
@@ -47,7 +31,8 @@ std::string failing(const std::string& call, int status) {
 }  // namespace
 
 TEST(CoreAudio, ReadsADevice) {
-  run(R"({"do":"output","id":10,"uid":"HDMI-1","name":"Bildschirm Ü","inputs":3,"rate":44100,"channels":6,"default":true})"
+  runAsProgram(
+      R"({"do":"output","id":10,"uid":"HDMI-1","name":"Bildschirm Ü","inputs":3,"rate":44100,"channels":6,"default":true})"
       "\n",
       [] {
         const AudioObjectID device = CoreAudio::defaultOutputDevice();
@@ -67,13 +52,15 @@ TEST(CoreAudio, ReadsADevice) {
 }
 
 TEST(CoreAudio, CountsNoStreams) {
-  run(screen,
-      [] { EXPECT_EQ(CoreAudio::streamCount(CoreAudio::defaultOutputDevice(), kAudioObjectPropertyScopeInput), 0); });
+  runAsProgram(screen, [] {
+    EXPECT_EQ(CoreAudio::streamCount(CoreAudio::defaultOutputDevice(), kAudioObjectPropertyScopeInput), 0);
+  });
 }
 
 TEST(CoreAudio, AVolumeThatCannotBeSetIsNone) {
   for (const auto& [kind, controls] : {std::pair{"none", false}, {"fixed", false}, {"settable", true}}) {
-    run(R"({"do":"output","id":10,"uid":"U","name":"N","default":true,"volume":")" + std::string(kind) + "\"}\n",
+    runAsProgram(
+        R"({"do":"output","id":10,"uid":"U","name":"N","default":true,"volume":")" + std::string(kind) + "\"}\n",
         [expected = controls] {
           EXPECT_EQ(CoreAudio::hasSystemVolumeControl(CoreAudio::defaultOutputDevice()), expected);
         });
@@ -81,7 +68,7 @@ TEST(CoreAudio, AVolumeThatCannotBeSetIsNone) {
 }
 
 TEST(CoreAudio, ErrorsNameTheSelector) {
-  run(screen, [] {
+  runAsProgram(screen, [] {
     constexpr AudioObjectID nothing = 9999;
     const std::string suffix = " failed (OSStatus 560947818)";  // '!obj'
     EXPECT_EQ(errorOf([] { (void)CoreAudio::name(nothing); }), "Reading string property 1819173229" + suffix);
@@ -93,29 +80,29 @@ TEST(CoreAudio, ErrorsNameTheSelector) {
     // An object that isn't there has no volume control either, and that is no error.
     EXPECT_FALSE(CoreAudio::hasSystemVolumeControl(nothing));
   });
-  run(screen + failing("AudioObjectGetPropertyData", -50), [] {
+  runAsProgram(screen + failing("AudioObjectGetPropertyData", -50), [] {
     EXPECT_EQ(errorOf([] { (void)CoreAudio::defaultOutputDevice(); }),
               "Reading property 1682929012 failed (OSStatus -50)");
   });
 }
 
 TEST(CoreAudio, NullStringsAreErrorsOfTheirOwn) {
-  run(R"({"do":"output","id":10,"uid":null,"name":null,"default":true})"
-      "\n",
-      [] {
-        const AudioObjectID device = CoreAudio::defaultOutputDevice();
-        EXPECT_EQ(errorOf([&] { (void)CoreAudio::name(device); }), "String property 1819173229 is empty");
-        EXPECT_EQ(errorOf([&] { (void)CoreAudio::deviceUID(device); }), "String property 1969841184 is empty");
-      });
+  runAsProgram(R"({"do":"output","id":10,"uid":null,"name":null,"default":true})"
+               "\n",
+               [] {
+                 const AudioObjectID device = CoreAudio::defaultOutputDevice();
+                 EXPECT_EQ(errorOf([&] { (void)CoreAudio::name(device); }), "String property 1819173229 is empty");
+                 EXPECT_EQ(errorOf([&] { (void)CoreAudio::deviceUID(device); }), "String property 1969841184 is empty");
+               });
 }
 
 TEST(CoreAudio, FindsProcesses) {
-  const Played played = run(screen, [] {
+  const Played played = runAsProgram(screen, [] {
     EXPECT_NE(CoreAudio::processObject(getpid()), kAudioObjectUnknown);
     EXPECT_EQ(errorOf([] { (void)CoreAudio::processObject(-7); }), "No Core Audio process object for pid -7");
   });
   EXPECT_TRUE(played.of("leak").empty());
-  run(screen + failing("AudioObjectGetPropertyData", 5), [] {
+  runAsProgram(screen + failing("AudioObjectGetPropertyData", 5), [] {
     EXPECT_EQ(errorOf([] { (void)CoreAudio::processObject(42); }),
               "Looking up the process object for pid 42 failed (OSStatus 5)");
   });
@@ -130,7 +117,7 @@ TEST(CoreAudio, AddressesHaveDefaults) {
 // ---- The router ----
 
 TEST(AudioRouter, StopsMoreThanOnce) {
-  const Played played = run(screen, [] {
+  const Played played = runAsProgram(screen, [] {
     AudioRouter router(CoreAudio::defaultOutputDevice(), 0.5F);
     router.setGain(0.25F);
     router.stop();
@@ -142,7 +129,7 @@ TEST(AudioRouter, StopsMoreThanOnce) {
 }
 
 TEST(AudioRouter, DescribesItsObjects) {
-  const Played played = run(screen, [] { AudioRouter(CoreAudio::defaultOutputDevice(), 0.5F).stop(); });
+  const Played played = runAsProgram(screen, [] { AudioRouter(CoreAudio::defaultOutputDevice(), 0.5F).stop(); });
   const auto tap = played.calls("AudioHardwareCreateProcessTap")[0]["args"];
   EXPECT_EQ(tap["name"], "Dalvane");
   EXPECT_EQ(tap["device"], "HDMI-1");
@@ -162,7 +149,7 @@ TEST(AudioRouter, DescribesItsObjects) {
 }
 
 TEST(AudioRouter, ADeviceThatIsGoneIsRefused) {
-  const Played played = run(screen, [] {
+  const Played played = runAsProgram(screen, [] {
     EXPECT_EQ(errorOf([] { AudioRouter(4711, 1).stop(); }), "Counting streams failed (OSStatus 560947818)");
   });
   EXPECT_TRUE(played.calls("AudioHardwareCreateProcessTap").empty());
@@ -218,11 +205,11 @@ OSStatus made(const Entries& entries) {
 }  // namespace
 
 TEST(AggregateDevice, TakesACompleteDescription) {
-  run(screen, [] { EXPECT_EQ(made(complete()), kAudioHardwareNoError); });
+  runAsProgram(screen, [] { EXPECT_EQ(made(complete()), kAudioHardwareNoError); });
 }
 
 TEST(AggregateDevice, RefusesEveryIncompleteOne) {
-  const Played played = run(screen, [] {
+  const Played played = runAsProgram(screen, [] {
     for (std::size_t i = 0; i < complete().size(); ++i) {
       Entries missing = complete();
       missing.erase(missing.begin() + static_cast<std::ptrdiff_t>(i));
@@ -236,7 +223,7 @@ TEST(AggregateDevice, RefusesEveryIncompleteOne) {
 }
 
 TEST(AggregateDevice, RefusesWhatItDoesNotKnow) {
-  run(screen, [] {
+  runAsProgram(screen, [] {
     Entries more = complete();
     more.emplace_back("clock", object("X"));
     EXPECT_EQ(made(more), kAudioHardwareIllegalOperationError);
@@ -263,42 +250,42 @@ TEST(SystemAudioPermission, MapsTheLibrarysAnswers) {
   for (const auto& [permission, status] : {std::pair{"authorized", SystemAudioPermission::Status::authorized},
                                            {"denied", SystemAudioPermission::Status::denied},
                                            {"undetermined", SystemAudioPermission::Status::notDetermined}}) {
-    run(R"({"do":"capture","permission":")" + std::string(permission) + "\"}\n",
-        [expected = status] { EXPECT_EQ(SystemAudioPermission::status(), expected); });
+    runAsProgram(R"({"do":"capture","permission":")" + std::string(permission) + "\"}\n",
+                 [expected = status] { EXPECT_EQ(SystemAudioPermission::status(), expected); });
   }
   for (const int answer : {-1, 2, 3, 256}) {
-    run(failing("TCCAccessPreflight", answer),
-        [] { EXPECT_EQ(SystemAudioPermission::status(), SystemAudioPermission::Status::notDetermined); });
+    runAsProgram(failing("TCCAccessPreflight", answer),
+                 [] { EXPECT_EQ(SystemAudioPermission::status(), SystemAudioPermission::Status::notDetermined); });
   }
 }
 
 TEST(SystemAudioPermission, NamesWhatIsMissing) {
-  run(R"({"do":"missing","library":"TCC"})"
-      "\n",
-      [] {
-        EXPECT_EQ(errorOf([] { (void)SystemAudioPermission::status(); }).find("Loading TCC.framework: "), 0U);
-        EXPECT_EQ(errorOf([] {
-                    SystemAudioPermission::request(^(bool) {
-                      FAIL();
-                    });
-                  }).find("Loading TCC.framework: "),
-                  0U);
-      });
-  run(R"({"do":"missing","symbol":"TCCAccessPreflight"})"
-      "\n",
-      [] {
-        EXPECT_EQ(errorOf([] { (void)SystemAudioPermission::status(); }),
-                  "TCCAccessPreflight not found in TCC.framework");
-      });
-  run(R"({"do":"missing","symbol":"TCCAccessRequest"})"
-      "\n",
-      [] {
-        EXPECT_EQ(SystemAudioPermission::status(), SystemAudioPermission::Status::authorized);
-        EXPECT_EQ(errorOf([] {
-                    SystemAudioPermission::request(^(bool) {
-                      FAIL();
-                    });
-                  }),
-                  "TCCAccessRequest not found in TCC.framework");
-      });
+  runAsProgram(R"({"do":"missing","library":"TCC"})"
+               "\n",
+               [] {
+                 EXPECT_EQ(errorOf([] { (void)SystemAudioPermission::status(); }).find("Loading TCC.framework: "), 0U);
+                 EXPECT_EQ(errorOf([] {
+                             SystemAudioPermission::request(^(bool) {
+                               FAIL();
+                             });
+                           }).find("Loading TCC.framework: "),
+                           0U);
+               });
+  runAsProgram(R"({"do":"missing","symbol":"TCCAccessPreflight"})"
+               "\n",
+               [] {
+                 EXPECT_EQ(errorOf([] { (void)SystemAudioPermission::status(); }),
+                           "TCCAccessPreflight not found in TCC.framework");
+               });
+  runAsProgram(R"({"do":"missing","symbol":"TCCAccessRequest"})"
+               "\n",
+               [] {
+                 EXPECT_EQ(SystemAudioPermission::status(), SystemAudioPermission::Status::authorized);
+                 EXPECT_EQ(errorOf([] {
+                             SystemAudioPermission::request(^(bool) {
+                               FAIL();
+                             });
+                           }),
+                           "TCCAccessRequest not found in TCC.framework");
+               });
 }

@@ -1,8 +1,10 @@
 // Render, sample for sample.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <bit>
 #include <cmath>
-#include <cstring>
+#include <cstdint>
 #include <limits>
 #include <memory>
 #include <random>
@@ -62,8 +64,10 @@ Samples expected(const Samples& in, UInt32 channels, float applied, float target
   return out;
 }
 
+// Also tells zeros of different signs apart.
 bool sameBits(const Samples& a, const Samples& b) {
-  return a.size() == b.size() && std::memcmp(a.data(), b.data(), a.size() * sizeof(float)) == 0;
+  const auto bits = [](float sample) { return std::bit_cast<std::uint32_t>(sample); };
+  return std::ranges::equal(a, b, {}, bits, bits);
 }
 
 }  // namespace

@@ -1,0 +1,43 @@
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+
+#include "simulator/services/PropertyList.h"
+
+using nlohmann::json;
+using simulator::readPropertyList;
+using simulator::writePropertyList;
+
+TEST(PropertyList, KeepsTypes) {
+  const json value = {
+      {"steps.A & <B>", 15}, {"big", INT64_MIN},  {"muted", true}, {"off", false},         {"text", " x\n\"ä\" "},
+      {"real", 0.1},         {"whole real", 8.0}, {"empty", ""},   {"list", {1, "a", {}}}, {"nothing", json::array()},
+      {"inner", {{"k", -1}}}};
+  const json read = readPropertyList(writePropertyList(value));
+  EXPECT_EQ(read["steps.A & <B>"], 15);
+  EXPECT_TRUE(read["steps.A & <B>"].is_number_integer());
+  EXPECT_TRUE(read["whole real"].is_number_float());
+  EXPECT_TRUE(read["muted"].is_boolean());
+  EXPECT_EQ(read["text"], " x\n\"ä\" ");
+  EXPECT_EQ(read["big"], INT64_MIN);
+  EXPECT_EQ(read["real"], 0.1);
+  EXPECT_EQ(read["inner"], value["inner"]);
+  EXPECT_EQ(read["nothing"], json::array());
+  EXPECT_EQ(read["empty"], "");
+}
+
+TEST(PropertyList, LooksAsTheSystemWritesIt) {
+  const std::string text = writePropertyList({{"muted.HDMI", false}, {"steps.HDMI", 15}});
+  EXPECT_NE(text.find("<plist version=\"1.0\">\n<dict>\n\t<key>muted.HDMI</key>\n\t<false/>\n\t<key>steps.HDMI</key>\n"
+                      "\t<integer>15</integer>\n</dict>\n</plist>\n"),
+            std::string::npos)
+      << text;
+}
+
+TEST(PropertyList, RefusesWhatIsNone) {
+  for (const char* const text :
+       {"", "<dict/>", "<plist><dict><key>a</key></dict></plist>", "<plist><integer>x</integer></plist>",
+        "<plist><string>open", "<plist><date>2020</date></plist>"}) {
+    EXPECT_THROW((void)readPropertyList(text), std::runtime_error) << text;
+  }
+}
