@@ -437,7 +437,11 @@ void Audio::snapshot(nlohmann::ordered_json& state) {
     speaker["default"] = defaultOutput_ == number;
     speakers.push_back(std::move(speaker));
   }
-  auto& taps = state["taps"] = nlohmann::ordered_json::array();
+  // How many there are, and what each is like.
+  state["taps"] = taps_.size();
+  state["aggregates"] = aggregates_.size();
+  auto& objects = state["audio"];
+  auto& taps = objects["taps"] = nlohmann::ordered_json::array();
   for (const auto& [id, tap] : taps_) {
     nlohmann::ordered_json entry;
     entry["name"] = tap->name;
@@ -447,7 +451,7 @@ void Audio::snapshot(nlohmann::ordered_json& state) {
     entry["read"] = isRead(*tap);
     taps.push_back(std::move(entry));
   }
-  auto& aggregates = state["aggregates"] = nlohmann::ordered_json::array();
+  auto& aggregates = objects["aggregates"] = nlohmann::ordered_json::array();
   for (const auto& [id, aggregate] : aggregates_) {
     nlohmann::ordered_json entry;
     entry["name"] = aggregate->description.name;
