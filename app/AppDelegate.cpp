@@ -9,6 +9,8 @@
 
 #include "app/AppError.h"
 #include "app/Log.h"
+#include "platform/Alert.h"
+#include "platform/AppService.h"
 
 namespace {
 
@@ -22,14 +24,6 @@ os_log_t logger() {
 
 void assertMainThread() { dispatch_assert_queue(dispatch_get_main_queue()); }
 
-std::string currentVersion() {
-  const auto version = CF::cast<CFStringRef>(
-      CFBundleGetValueForInfoDictionaryKey(CFBundleGetMainBundle(), CFSTR("CFBundleShortVersionString")),
-      CFStringGetTypeID());
-  if (!version) fatalError("Info.plist has no CFBundleShortVersionString");
-  return CF::text(version.get());
-}
-
 bool isTrustedAfterPrompt() {
   const void* key = kAXTrustedCheckOptionPrompt;
   const void* value = kCFBooleanTrue;
@@ -42,6 +36,7 @@ bool isTrustedAfterPrompt() {
 
 AppDelegate::AppDelegate()
     : startAtLoginItem_("Start at Login", nullptr, ""), updateItem_("Check for Updates…", nullptr, "") {
+  updater_ = std::make_shared<Updater>();
   const auto osd = makeOSD();
   volumeController_ = std::make_shared<VolumeController>(osd);
   brightnessController_ = std::make_shared<BrightnessController>(osd);
@@ -66,13 +61,25 @@ void AppDelegate::applicationDidFinishLaunching() {
   startKeyTapWhenTrusted();
   volumeController_->start();
   brightnessController_->start();
+  updater_->setOnChange([weak = weak_from_this()] {
+    if (const auto self = weak.lock()) self->updaterChanged();
+  });
+  refreshUpdateItem();
+  updater_->start();
 }
 
 void AppDelegate::buildMenu() {
   const auto menu = NS::Menu::make();
   menu.setDelegate(this);
   menu.setAutoenablesItems(false);
-  const NS::MenuItem versionItem("Version " + currentVersion(), nullptr, "");
+  const auto weak = weak_from_this();
+  startAtLoginItem_.setTargetAction([weak] {
+    if (const auto self = weak.lock()) self->toggleStartAtLogin();
+  });
+  updateItem_.setTargetAction([weak] {
+    if (const auto self = weak.lock()) self->updateItemClicked();
+  });
+  const NS::MenuItem versionItem("Version " + updater_->currentVersion(), nullptr, "");
   versionItem.setEnabled(false);
   menu.addItem(startAtLoginItem_);
   menu.addItem(updateItem_);
@@ -131,8 +138,94 @@ void AppDelegate::applicationWillTerminate() {
   assertMainThread();
   stopAccessibilityTimer();
   if (keyTap_) keyTap_->stop();
+  updater_->stop();
   volumeController_->stop();
   brightnessController_->stop();
 }
 
-void AppDelegate::menuNeedsUpdate(const NS::Menu&) {}
+void AppDelegate::menuNeedsUpdate(const NS::Menu&) {
+  const bool opensAtLogin = NS::AppService::mainAppService().status() == NS::AppServiceStatus::Enabled;
+  startAtLoginItem_.setState(opensAtLogin ? NS::ControlStateValue::On : NS::ControlStateValue::Off);
+}
+
+void AppDelegate::toggleStartAtLogin() {
+  const NS::AppService service = NS::AppService::mainAppService();
+  NS::Error error;
+  const bool changed = service.status() == NS::AppServiceStatus::Enabled ? service.unregisterAndReturnError(error)
+                                                                         : service.registerAndReturnError(error);
+  // The tick follows when the menu next opens.
+  if (!changed) static_cast<void>(NS::Alert::alertWithError(error).runModal());
+}
+
+void AppDelegate::refreshUpdateItem() {
+  const Updater::State& state = updater_->state();
+  std::string title = "Check for Updates…";
+  bool enabled = true;
+  if (const auto* available = std::get_if<Updater::Available>(&state)) {
+    title = "Update to " + available->release.version + "…";
+  } else if (std::holds_alternative<Updater::Checking>(state)) {
+    title = "Checking for Updates…";
+    enabled = false;
+  } else if (std::holds_alternative<Updater::Installing>(state)) {
+    title = "Installing Update…";
+    enabled = false;
+  }
+  updateItem_.setTitle(title);
+  updateItem_.setEnabled(enabled);
+}
+
+void AppDelegate::updateItemClicked() {
+  if (const auto* available = std::get_if<Updater::Available>(&updater_->state())) {
+    // The updater may leave this state while the user is being asked.
+    const Release release = available->release;
+    confirmInstall(release);
+    return;
+  }
+  pendingReport_ = PendingReport::check;
+  updater_->check();
+}
+
+void AppDelegate::confirmInstall(const Release& release) {
+  const std::string version = "You have version " + updater_->currentVersion() + ".";
+  const NS::Alert alert = NS::Alert::make();
+  alert.setMessageText("Dalvane " + release.version + " is available");
+  alert.setInformativeText(release.notes.empty() ? version : release.notes + "\n\n" + version);
+  alert.addButtonWithTitle("Install and Relaunch");
+  alert.addButtonWithTitle("Later");
+  NS::Application::sharedApplication().activate();
+  if (alert.runModal() != NS::AlertFirstButtonReturn) return;
+  pendingReport_ = PendingReport::install;
+  updater_->install();
+}
+
+void AppDelegate::updaterChanged() {
+  refreshUpdateItem();
+  if (!pendingReport_) return;
+  const Updater::State& state = updater_->state();
+  if (*pendingReport_ == PendingReport::install) {
+    if (const auto* failed = std::get_if<Updater::Failed>(&state)) {
+      pendingReport_.reset();
+      showAlert("Could not install the update", failed->description);
+    }
+    return;
+  }
+  if (const auto* available = std::get_if<Updater::Available>(&state)) {
+    pendingReport_.reset();
+    const Release release = available->release;
+    confirmInstall(release);
+  } else if (const auto* failed = std::get_if<Updater::Failed>(&state)) {
+    pendingReport_.reset();
+    showAlert("Could not check for updates", failed->description);
+  } else if (std::holds_alternative<Updater::UpToDate>(state)) {
+    pendingReport_.reset();
+    showAlert("Dalvane is up to date", "Version " + updater_->currentVersion() + " is the newest version.");
+  }
+}
+
+void AppDelegate::showAlert(const std::string& message, const std::string& informative) {
+  const NS::Alert alert = NS::Alert::make();
+  alert.setMessageText(message);
+  alert.setInformativeText(informative);
+  NS::Application::sharedApplication().activate();
+  static_cast<void>(alert.runModal());
+}

@@ -2,12 +2,15 @@
 #pragma once
 
 #include <memory>
+#include <optional>
+#include <string>
 
 #include "app/MediaKeyTap.h"
 #include "brightness/BrightnessController.h"
 #include "osd/NativeOSD.h"
 #include "platform/Application.h"
 #include "platform/Menu.h"
+#include "updater/Updater.h"
 #include "volume/VolumeController.h"
 
 // Main thread only. Made with std::make_shared: closures that outlive a call hold it weakly.
@@ -24,16 +27,27 @@ class AppDelegate : public NS::ApplicationDelegate,
  private:
   static std::shared_ptr<NativeOSD> makeOSD();
   void buildMenu();
+  void toggleStartAtLogin();
+  void refreshUpdateItem();
+  void updateItemClicked();
+  void confirmInstall(const Release& release);
+  void updaterChanged();
+  static void showAlert(const std::string& message, const std::string& informative);
   void startKeyTapWhenTrusted();
   void startKeyTap();
   void stopAccessibilityTimer();
   bool handleKey(MediaKey key, bool isPressed, bool isRepeat);
+
+  // Which outcome of the updater the user is waiting to be told.
+  enum class PendingReport { check, install };
 
   NS::StatusItem statusItem_;
   NS::MenuItem startAtLoginItem_;
   NS::MenuItem updateItem_;
   std::shared_ptr<VolumeController> volumeController_;
   std::shared_ptr<BrightnessController> brightnessController_;
+  std::shared_ptr<Updater> updater_;
+  std::optional<PendingReport> pendingReport_;
   std::unique_ptr<MediaKeyTap> keyTap_;
   CF::Ref<CFRunLoopTimerRef> accessibilityTimer_;  // while the permission is polled for
 };

@@ -7,12 +7,16 @@ set(CMAKE_OBJCXX_EXTENSIONS OFF)
 # The face of AppKit and Foundation, and the frameworks that it and the program use.
 set(DALVANE_PLATFORM_MACOS
   platform/macos/Alert.mm
+  platform/macos/AppService.mm
   platform/macos/Application.mm
   platform/macos/AudioTap.mm
+  platform/macos/Error.mm
   platform/macos/Event.mm
   platform/macos/Menu.mm
   platform/macos/NotificationCenter.mm
   platform/macos/Screen.mm
+  platform/macos/URL.mm
+  platform/macos/URLSession.mm
   platform/macos/UUID.mm
   platform/macos/UserDefaults.mm)
 set(DALVANE_FRAMEWORKS
@@ -22,7 +26,9 @@ set(DALVANE_FRAMEWORKS
   CoreFoundation
   CoreGraphics
   Foundation
-  IOKit)
+  IOKit
+  Security
+  ServiceManagement)
 
 # Of the folder that nlohmann/json is installed in, only its own headers are made visible.
 find_path(NLOHMANN_JSON_FOLDER nlohmann/json.hpp PATHS /opt/homebrew/include /usr/local/include /usr/include
@@ -37,6 +43,7 @@ target_compile_options(mac_settings INTERFACE $<$<COMPILE_LANGUAGE:OBJCXX>:-fobj
 
 add_executable(Dalvane ${DALVANE_PROGRAM} ${DALVANE_PLATFORM_MACOS})
 target_link_libraries(Dalvane PRIVATE mac_settings objc)
+target_compile_definitions(Dalvane PRIVATE DALVANE_FEED_HOST="${DALVANE_FEED_HOST}")
 foreach(framework ${DALVANE_FRAMEWORKS})
   target_link_libraries(Dalvane PRIVATE "-framework ${framework}")
 endforeach()

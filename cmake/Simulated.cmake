@@ -1,5 +1,7 @@
 # Dalvane on the simulated Mac.
 find_package(nlohmann_json REQUIRED)
+find_package(CURL REQUIRED)
+find_package(OpenSSL REQUIRED)
 find_package(Threads REQUIRED)
 find_library(BLOCKS_RUNTIME BlocksRuntime REQUIRED)
 
@@ -46,14 +48,28 @@ add_library(simulator OBJECT
   simulator/machine/Trace.cpp
   simulator/scenarios/Commands.cpp
   simulator/scenarios/Scenario.cpp
-  simulator/services/Bundle.cpp
+  simulator/services/Applications.cpp
+  simulator/services/Certificates.cpp
+  simulator/services/ChildProcesses.cpp
+  simulator/services/CodeSignature.cpp
   simulator/services/CoreFoundation.cpp
+  simulator/services/DiskImage.cpp
   simulator/services/DynamicLoader.cpp
+  simulator/services/Error.cpp
+  simulator/services/FileContent.cpp
+  simulator/services/Files.cpp
+  simulator/services/Internet.cpp
+  simulator/services/LoginItem.cpp
   simulator/services/ObjCRuntime.cpp
   simulator/services/Preferences.cpp
   simulator/services/PropertyList.cpp
+  simulator/services/ReleaseHost.cpp
+  simulator/services/Security.cpp
+  simulator/services/URL.cpp
+  simulator/services/URLLoading.cpp
   simulator/services/UUID.cpp
   simulator/services/UnifiedLog.cpp
+  simulator/services/Volumes.cpp
   simulator/time/Dispatch.cpp
   simulator/time/Fiber.cpp
   simulator/time/RunLoop.cpp
@@ -62,10 +78,25 @@ add_library(simulator OBJECT
   simulator/time/StaticInitialization.cpp
   simulator/time/UnfairLock.cpp)
 target_link_libraries(simulator PUBLIC simulated_settings)
-target_compile_definitions(simulator PRIVATE SIMULATED_SYSTEM="${SIMULATED_SYSTEM}")
-target_link_libraries(simulator PUBLIC ${BLOCKS_RUNTIME} Threads::Threads ${CMAKE_DL_LIBS})
+target_compile_definitions(simulator PRIVATE
+  SIMULATED_SYSTEM="${SIMULATED_SYSTEM}"
+  DALVANE_FEED_HOST="${DALVANE_FEED_HOST}")
+target_link_libraries(simulator PUBLIC ${BLOCKS_RUNTIME} CURL::libcurl OpenSSL::SSL Threads::Threads ${CMAKE_DL_LIBS})
 # C library functions whose calls from the program are the machine's.
-foreach(function abort nanosleep __cxa_guard_acquire __cxa_guard_release __cxa_guard_abort)
+foreach(function abort getpid nanosleep posix_spawn waitpid
+    __cxa_guard_acquire __cxa_guard_release __cxa_guard_abort)
+  target_link_options(simulator INTERFACE -Wl,--wrap=${function})
+endforeach()
+
+# The same for the C++ file operations, by the names that the C++ library gives them: rename, remove_all (twice),
+# create_directories and the constructor of directory_iterator (twice).
+foreach(function
+    _ZNSt10filesystem6renameERKNS_7__cxx114pathES3_
+    _ZNSt10filesystem10remove_allERKNS_7__cxx114pathE
+    _ZNSt10filesystem10remove_allERKNS_7__cxx114pathERSt10error_code
+    _ZNSt10filesystem18create_directoriesERKNS_7__cxx114pathE
+    _ZNSt10filesystem7__cxx1118directory_iteratorC1ERKNS0_4pathENS_17directory_optionsEPSt10error_code
+    _ZNSt10filesystem7__cxx1118directory_iteratorC2ERKNS0_4pathENS_17directory_optionsEPSt10error_code)
   target_link_options(simulator INTERFACE -Wl,--wrap=${function})
 endforeach()
 
@@ -81,9 +112,25 @@ add_system_library(IOKit /System/Library/Frameworks/IOKit.framework)
 add_system_library(OSD /System/Library/PrivateFrameworks/OSD.framework)
 add_system_library(TCC /System/Library/PrivateFrameworks/TCC.framework/Versions/A)
 
+# A command-line tool of the simulated system, with what it needs of the machine.
+function(add_system_tool name directory)
+  add_executable(system_${name} simulator/tools/${name}.cpp ${ARGN})
+  target_link_libraries(system_${name} PRIVATE simulated_settings)
+  set_target_properties(system_${name} PROPERTIES
+    OUTPUT_NAME ${name} RUNTIME_OUTPUT_DIRECTORY ${SIMULATED_SYSTEM}${directory})
+  add_dependencies(simulator system_${name})
+endfunction()
+set(VOLUMES simulator/services/DiskImage.cpp simulator/services/FileContent.cpp simulator/services/Volumes.cpp)
+add_system_tool(hdiutil /usr/bin ${VOLUMES})
+add_system_tool(ditto /usr/bin ${VOLUMES})
+add_system_tool(open /usr/bin)
+add_system_tool(kill /bin)
+add_system_tool(sleep /bin)
+
 # The program, with its entry point under a name of its own.
 add_library(dalvane OBJECT ${DALVANE_PROGRAM})
 target_link_libraries(dalvane PUBLIC simulated_settings)
+target_compile_definitions(dalvane PRIVATE DALVANE_FEED_HOST="${DALVANE_FEED_HOST}")
 set_source_files_properties(app/main.cpp PROPERTIES COMPILE_DEFINITIONS main=dalvane_main)
 
 add_library(desk OBJECT desk/Desk.cpp desk/Narrator.cpp desk/Tour.cpp)

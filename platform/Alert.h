@@ -3,6 +3,7 @@
 
 #include <string>
 
+#include "platform/Error.h"
 #include "platform/Object.h"
 
 namespace NS {
@@ -13,6 +14,8 @@ inline constexpr long AlertFirstButtonReturn = 1000;
 class Alert : public Object {
  public:
   static Alert make();
+  // The system's alert for an error.
+  static Alert alertWithError(const Error& error);
 
   void setMessageText(const std::string& text) const;
   void setInformativeText(const std::string& text) const;

@@ -13,6 +13,9 @@ namespace NS {
 
 class Menu;
 
+// NSControlStateValue, as far as it is used: whether an item is ticked.
+enum class ControlStateValue : long { Off = 0, On = 1 };
+
 class MenuItem : public Object {
  public:
   MenuItem() noexcept = default;
@@ -22,6 +25,7 @@ class MenuItem : public Object {
 
   void setTitle(const std::string& title) const;
   void setEnabled(bool enabled) const;
+  void setState(ControlStateValue state) const;
   // Makes the item its own target: choosing it calls `action`, which the item keeps.
   void setTargetAction(std::function<void()> action) const;
 

@@ -45,6 +45,9 @@
 
 namespace NS {
 
+static_assert(static_cast<long>(ControlStateValue::Off) == NSControlStateValueOff);
+static_assert(static_cast<long>(ControlStateValue::On) == NSControlStateValueOn);
+
 static NSMenuItem* object(const MenuItem& item) { return (__bridge NSMenuItem*)item.get(); }
 static NSMenu* object(const Menu& menu) { return (__bridge NSMenu*)menu.get(); }
 static NSStatusItem* object(const StatusItem& item) { return (__bridge NSStatusItem*)item.get(); }
@@ -70,6 +73,10 @@ void MenuItem::setTitle(const std::string& title) const {
 }
 
 void MenuItem::setEnabled(bool enabled) const { object(*this).enabled = enabled; }
+
+void MenuItem::setState(ControlStateValue state) const {
+  object(*this).state = static_cast<NSControlStateValue>(state);
+}
 
 void MenuItem::setTargetAction(std::function<void()> action) const {
   DalvaneMenuItemTarget* const target = [[DalvaneMenuItemTarget alloc] initWithAction:std::move(action)];

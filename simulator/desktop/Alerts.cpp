@@ -7,6 +7,7 @@
 #include "simulator/machine/Machine.h"
 #include "simulator/machine/Object.h"
 #include "simulator/scenarios/Commands.h"
+#include "simulator/services/Foundation.h"
 #include "simulator/time/RunLoop.h"
 
 namespace simulator {
@@ -64,6 +65,13 @@ struct AlertObject : simulator::Object {
 Alert Alert::make() {
   const Call call("NSAlert.init", Call::On::mainThread);
   return Alert(CF::adopt(static_cast<CFTypeRef>(new AlertObject)));
+}
+
+Alert Alert::alertWithError(const Error& error) {
+  const Call call("NSAlert.alertWithError", Call::On::mainThread);
+  auto* const alert = new AlertObject;
+  alert->message = simulator::live<simulator::ErrorObject>(error.get(), "NSAlert.alertWithError").text;
+  return Alert(CF::adopt(static_cast<CFTypeRef>(alert)));
 }
 
 void Alert::setMessageText(const std::string& text) const {

@@ -172,6 +172,11 @@ void MenuItem::setEnabled(bool enabled) const {
   live<MenuItemObject>(get(), "NSMenuItem.setEnabled").enabled = enabled;
 }
 
+void MenuItem::setState(ControlStateValue state) const {
+  const Call call("NSMenuItem.setState", Call::On::mainThread);
+  live<MenuItemObject>(get(), "NSMenuItem.setState").ticked = state == ControlStateValue::On;
+}
+
 void MenuItem::setTargetAction(std::function<void()> action) const {
   const Call call("NSMenuItem.setAction", Call::On::mainThread);
   live<MenuItemObject>(get(), "NSMenuItem.setAction").targetAction = std::move(action);

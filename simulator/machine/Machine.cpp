@@ -17,7 +17,11 @@
 #include "simulator/displays/Registry.h"
 #include "simulator/machine/Object.h"
 #include "simulator/machine/RealTime.h"
+#include "simulator/services/Applications.h"
+#include "simulator/services/ChildProcesses.h"
+#include "simulator/services/LoginItem.h"
 #include "simulator/services/Preferences.h"
+#include "simulator/services/URLLoading.h"
 #include "simulator/time/Dispatch.h"
 #include "simulator/time/RunLoop.h"
 
@@ -71,6 +75,10 @@ Machine::Machine(Program program, Options options)
   add(alerts, std::make_unique<Alerts>(*this));
   add(preferences, std::make_unique<Preferences>(*this));
   add(application, std::make_unique<Application>(*this));
+  add(applications, std::make_unique<Applications>(*this));
+  add(childProcesses, std::make_unique<ChildProcesses>(*this));
+  add(urlLoading, std::make_unique<URLLoading>(*this));
+  add(loginItem, std::make_unique<LoginItem>(*this));
 }
 
 Machine::~Machine() {

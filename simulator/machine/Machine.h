@@ -24,16 +24,20 @@ namespace simulator {
 class Accessibility;
 class Alerts;
 class Application;
+class Applications;
 class Audio;
 class AudioCapture;
+class ChildProcesses;
 class Dispatch;
 class Displays;
 class EventStream;
+class LoginItem;
 class MenuBar;
 class NotificationCenters;
 class Preferences;
 class Registry;
 class RunLoop;
+class URLLoading;
 
 struct Options {
   Clock clock = Clock::deterministic;
@@ -81,6 +85,10 @@ class Machine {
   std::unique_ptr<Alerts> alerts;
   std::unique_ptr<Preferences> preferences;
   std::unique_ptr<Application> application;
+  std::unique_ptr<Applications> applications;
+  std::unique_ptr<ChildProcesses> childProcesses;
+  std::unique_ptr<URLLoading> urlLoading;
+  std::unique_ptr<LoginItem> loginItem;
 
   // Every part, in the order in which processes ask for them.
   std::vector<Part*> parts;

@@ -61,11 +61,15 @@ void Dispatch::submitAfter(Duration delay, dispatch_queue_s& queue, dispatch_blo
   const Scheduler::Lock lock(machine_.scheduler);
   retain(&queue, "dispatch_after");
   delayed_.push_back({{}, &queue, block});
-  delayed_.back().timer = machine_.scheduler.after(delay, Waiting::work, [this, &queue, block] {
+  // On the live clock the wait has begun when the time was made, a moment ago.
+  const Duration asked =
+      delay + (machine_.scheduler.clock() == Clock::live ? std::chrono::milliseconds(100) : Duration(0));
+  const auto submitLater = [this, &queue, block] {
     std::erase_if(delayed_, [block](const Delayed& each) { return each.block == block; });
     submit(queue, block);
     release(&queue, "dispatch_after");
-  });
+  };
+  delayed_.back().timer = machine_.scheduler.at(machine_.scheduler.now() + delay, asked, Waiting::work, submitLater);
 }
 
 // A worker thread: serves one queue after the other, and waits when there is none.
@@ -173,6 +177,12 @@ void dispatch_async(dispatch_queue_t queue, dispatch_block_t block) {
 dispatch_time_t dispatch_time(dispatch_time_t when, int64_t delta) {
   const auto now = static_cast<std::uint64_t>(simulator::Machine::current().scheduler.now().count());
   return (when == DISPATCH_TIME_NOW ? now : when) + static_cast<std::uint64_t>(delta);
+}
+
+// The simulated Mac is never asleep while its clock runs, so that wall time and machine time go together.
+dispatch_time_t dispatch_walltime(const struct timespec* when, int64_t delta) {
+  if (when) simulator::fatal("dispatch_walltime: only times from now on are simulated");
+  return dispatch_time(DISPATCH_TIME_NOW, delta);
 }
 
 void dispatch_after(dispatch_time_t when, dispatch_queue_t queue, dispatch_block_t block) {

@@ -80,10 +80,17 @@ FUNCTION(CFDictionaryCreate, CFDictionaryRef(CFAllocatorRef, const void**, const
 FUNCTION(CFDictionaryGetCount, CFIndex(CFDictionaryRef));
 FUNCTION(CFDictionaryGetValue, const void*(CFDictionaryRef, const void*));
 
+// ---- URLs ----
+
+TYPE(CFURLRef, const struct __CFURL*);
+FUNCTION(CFURLCreateFromFileSystemRepresentation, CFURLRef(CFAllocatorRef, const UInt8*, CFIndex, Boolean));
+FUNCTION(CFURLGetFileSystemRepresentation, Boolean(CFURLRef, Boolean, UInt8*, CFIndex));
+
 // ---- The main bundle ----
 
 TYPE(CFBundleRef, struct __CFBundle*);
 FUNCTION(CFBundleGetMainBundle, CFBundleRef());
+FUNCTION(CFBundleCopyBundleURL, CFURLRef(CFBundleRef));
 FUNCTION(CFBundleGetIdentifier, CFStringRef(CFBundleRef));
 FUNCTION(CFBundleGetValueForInfoDictionaryKey, CFTypeRef(CFBundleRef, CFStringRef));
 

@@ -22,6 +22,7 @@ FUNCTION(dispatch_get_global_queue, dispatch_queue_global_t(std::intptr_t, std::
 FUNCTION(dispatch_queue_create, dispatch_queue_t(const char*, dispatch_queue_attr_t));
 FUNCTION(dispatch_async, void(dispatch_queue_t, dispatch_block_t));
 FUNCTION(dispatch_after, void(dispatch_time_t, dispatch_queue_t, dispatch_block_t));
+FUNCTION(dispatch_walltime, dispatch_time_t(const struct timespec*, std::int64_t));
 FUNCTION(dispatch_time, dispatch_time_t(dispatch_time_t, std::int64_t));
 FUNCTION(dispatch_assert_queue, void(dispatch_queue_t));
 // Apple's take any dispatch object.

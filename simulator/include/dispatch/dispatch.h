@@ -30,6 +30,8 @@ dispatch_queue_global_t dispatch_get_global_queue(intptr_t identifier, uintptr_t
 dispatch_queue_t dispatch_queue_create(const char* label, dispatch_queue_attr_t attr);
 void dispatch_async(dispatch_queue_t queue, dispatch_block_t block);
 void dispatch_after(dispatch_time_t when, dispatch_queue_t queue, dispatch_block_t block);
+struct timespec;
+dispatch_time_t dispatch_walltime(const struct timespec* when, int64_t delta);
 dispatch_time_t dispatch_time(dispatch_time_t when, int64_t delta);
 void dispatch_assert_queue(dispatch_queue_t queue);
 

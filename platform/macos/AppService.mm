@@ -1,0 +1,38 @@
+#include "platform/AppService.h"
+
+#import <ServiceManagement/ServiceManagement.h>
+
+namespace NS {
+
+static_assert(static_cast<long>(AppServiceStatus::NotRegistered) == SMAppServiceStatusNotRegistered);
+static_assert(static_cast<long>(AppServiceStatus::Enabled) == SMAppServiceStatusEnabled);
+static_assert(static_cast<long>(AppServiceStatus::RequiresApproval) == SMAppServiceStatusRequiresApproval);
+static_assert(static_cast<long>(AppServiceStatus::NotFound) == SMAppServiceStatusNotFound);
+
+static SMAppService* object(const AppService& service) { return (__bridge SMAppService*)service.get(); }
+
+// Hands `object`, which may be nil, on to `error` and answers `succeeded`.
+static bool report(bool succeeded, NSError* object, Error& error) {
+  error = Error(CF::adopt((__bridge_retained CFTypeRef)object));
+  return succeeded;
+}
+
+AppService AppService::mainAppService() {
+  return AppService(CF::adopt((__bridge_retained CFTypeRef)SMAppService.mainAppService));
+}
+
+AppServiceStatus AppService::status() const { return static_cast<AppServiceStatus>(object(*this).status); }
+
+bool AppService::registerAndReturnError(Error& error) const {
+  NSError* failure = nil;
+  const bool succeeded = [object(*this) registerAndReturnError:&failure];
+  return report(succeeded, failure, error);
+}
+
+bool AppService::unregisterAndReturnError(Error& error) const {
+  NSError* failure = nil;
+  const bool succeeded = [object(*this) unregisterAndReturnError:&failure];
+  return report(succeeded, failure, error);
+}
+
+}  // namespace NS

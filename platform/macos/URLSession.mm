@@ -1,0 +1,64 @@
+#include "platform/URLSession.h"
+
+#import <Foundation/Foundation.h>
+
+namespace NS {
+
+static_assert(static_cast<unsigned long>(URLRequestCachePolicy::UseProtocolCachePolicy) ==
+              NSURLRequestUseProtocolCachePolicy);
+static_assert(static_cast<unsigned long>(URLRequestCachePolicy::ReloadIgnoringLocalCacheData) ==
+              NSURLRequestReloadIgnoringLocalCacheData);
+
+// A handle that shares `object`, which may be nil.
+template <typename Handle>
+static Handle share(id object) {
+  return Handle(CF::adopt((__bridge_retained CFTypeRef)object));
+}
+
+URLRequest URLRequest::requestWithURL(const URL& url, URLRequestCachePolicy cachePolicy, double timeoutInterval) {
+  return URLRequest(CF::adopt((__bridge_retained CFTypeRef)[NSURLRequest
+       requestWithURL:(__bridge NSURL*)url.get()
+          cachePolicy:static_cast<NSURLRequestCachePolicy>(cachePolicy)
+      timeoutInterval:timeoutInterval]));
+}
+
+HTTPURLResponse HTTPURLResponse::cast(const URLResponse& response) {
+  const id object = (__bridge id)response.get();
+  return HTTPURLResponse(
+      CF::retain([object isKindOfClass:[NSHTTPURLResponse class]] ? (__bridge CFTypeRef)object : nullptr));
+}
+
+long HTTPURLResponse::statusCode() const { return ((__bridge NSHTTPURLResponse*)get()).statusCode; }
+
+const char* Data::bytes() const { return static_cast<const char*>(((__bridge NSData*)get()).bytes); }
+
+std::size_t Data::length() const { return ((__bridge NSData*)get()).length; }
+
+void URLSessionTask::resume() const { [(__bridge NSURLSessionTask*)get() resume]; }
+
+URLSession URLSession::sharedSession() {
+  return URLSession(CF::retain((__bridge CFTypeRef)NSURLSession.sharedSession));
+}
+
+URLSessionTask URLSession::dataTaskWithRequest(
+    const URLRequest& request,
+    std::function<void(const Data&, const URLResponse&, const Error&)> completionHandler) const {
+  return share<URLSessionTask>([(__bridge NSURLSession*)get()
+      dataTaskWithRequest:(__bridge NSURLRequest*)request.get()
+        completionHandler:^(NSData* data, NSURLResponse* response, NSError* error) {
+          completionHandler(share<Data>(data), share<URLResponse>(response), share<Error>(error));
+        }]);
+}
+
+URLSessionTask URLSession::downloadTaskWithURL(
+    const URL& url,
+    std::function<void(const std::string&, const URLResponse&, const Error&)> completionHandler) const {
+  return share<URLSessionTask>([(__bridge NSURLSession*)get()
+      downloadTaskWithURL:(__bridge NSURL*)url.get()
+        completionHandler:^(NSURL* location, NSURLResponse* response, NSError* error) {
+          completionHandler(location ? location.fileSystemRepresentation : "", share<URLResponse>(response),
+                            share<Error>(error));
+        }]);
+}
+
+}  // namespace NS

@@ -1,0 +1,265 @@
+#include "simulator/services/Applications.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <map>
+#include <system_error>
+
+#include "simulator/machine/Machine.h"
+#include "simulator/scenarios/Commands.h"
+#include "simulator/services/CoreFoundation.h"
+#include "simulator/services/DiskImage.h"
+#include "simulator/services/FileContent.h"
+#include "simulator/services/Foundation.h"
+#include "simulator/services/PropertyList.h"
+
+namespace simulator {
+namespace {
+
+namespace fs = std::filesystem;
+using nlohmann::json;
+
+constexpr const char* publisher = "Tessbrook";
+
+// What can be done to a bundle after it has been signed.
+const char* const tamperings[] = {"executable", "resource", "added", "missing", "info", "signature", "root", "link"};
+
+void append(const fs::path& file, std::string_view text) { writeFile(file, readFile(file).append(text)); }
+
+void tamper(const fs::path& contents, const std::string& executable, const std::string& how) {
+  if (how == "executable") append(contents / "MacOS" / executable, "and more");
+  if (how == "resource") append(contents / "Resources/en.lproj/InfoPlist.strings", "/* changed */\n");
+  if (how == "added") writeFile(contents / "Resources/added", "added");
+  if (how == "missing") fs::remove(contents / "Resources/AppIcon.icns");
+  if (how == "info") append(contents / "Info.plist", "\n");
+  if (how == "root") writeFile(contents.parent_path() / "beside", "not sealed");
+  if (how == "link") fs::create_symlink("/etc", contents / "Resources/link");
+  if (how == "signature") append(contents / "_CodeSignature/CodeDirectory", " ");
+}
+
+// Reads the members that say what bundle is made.
+BundleContent parseBundle(Arguments& line, const json& ownVersion) {
+  BundleContent content;
+  content.version = line.json("version", ownVersion);
+  content.identifier = line.text("identifier", "");
+  content.signer = publisher;
+  if (line.has("signer")) {
+    content.signer = line.json("signer").is_null() ? std::nullopt : std::optional(line.text("signer"));
+  }
+  content.forged = line.flag("forged", false);
+  if (line.has("tampered") && line.json("tampered").is_string()) {
+    content.tampering = line.text("tampered");
+    if (std::ranges::find(tamperings, content.tampering) == std::end(tamperings)) {
+      line.fail("member \"tampered\" must be true, false or what is changed");
+    }
+  } else if (line.flag("tampered", false)) {
+    content.tampering = "executable";
+  }
+  if (!content.tampering.empty() && !content.signer) line.fail("what is not signed cannot be told to be tampered with");
+  return content;
+}
+
+// A folder that is gone at the end of the scope.
+class ScratchFolder {
+ public:
+  explicit ScratchFolder(const fs::path& parent) {
+    std::string pattern = (parent / "scratch-XXXXXX").string();
+    if (!mkdtemp(pattern.data())) throw std::system_error(errno, std::generic_category(), "mkdtemp");
+    path_ = pattern;
+  }
+  ScratchFolder(const ScratchFolder&) = delete;
+  ScratchFolder& operator=(const ScratchFolder&) = delete;
+  ~ScratchFolder() {
+    std::error_code ignored;
+    fs::remove_all(path_, ignored);
+  }
+  [[nodiscard]] const fs::path& path() const { return path_; }
+
+ private:
+  fs::path path_;
+};
+
+}  // namespace
+
+Applications::Applications(Machine& machine)
+    : machine_(machine),
+      bundle_(machine.root.below("/Applications") / (machine.process.program().name + ".app")),
+      temporaryDirectory_(machine.root.below("/var/folders/zz/zyxvpxvq6csfxvn_n00000/T")) {
+  machine.faults.declare({"SecCodeCopySelf", "SecCodeCopyStaticCode", "SecCodeCopyDesignatedRequirement",
+                          "SecStaticCodeCreateWithPath", "SecStaticCodeCheckValidity"});
+  fs::create_directories(temporaryDirectory_);
+  fs::create_directories(bundle_.parent_path());
+  // The user's temporary directory is told to programs in their environment.
+  if (const char* const before = std::getenv("TMPDIR")) temporaryDirectoryBefore_ = before;
+  setenv("TMPDIR", temporaryDirectory_.c_str(), 1);
+
+  const std::string& version = machine.process.program().version;
+  BundleContent own;
+  own.version = version.empty() ? json() : json(version);
+  own.signer = publisher;
+  install(own);
+}
+
+Applications::~Applications() {
+  if (temporaryDirectoryBefore_) {
+    setenv("TMPDIR", temporaryDirectoryBefore_->c_str(), 1);
+  } else {
+    unsetenv("TMPDIR");
+  }
+}
+
+CodeSigners& Applications::signers() {
+  // Developers and their keys are older than any machine.
+  static CodeSigners everybody;
+  return everybody;
+}
+
+const json& Applications::runningInfo() {
+  const Scheduler::Lock lock(machine_.scheduler);
+  if (!runningInfo_) {
+    try {
+      runningInfo_ = readPropertyList(readFile(bundle_ / "Contents/Info.plist"));
+    } catch (const std::exception&) {
+      runningInfo_ = json::object();
+    }
+  }
+  return *runningInfo_;
+}
+
+void Applications::makeBundle(const fs::path& folder, const BundleContent& content) {
+  const Program& program = machine_.process.program();
+  const fs::path contents = folder / "Contents";
+  fs::create_directories(contents / "MacOS");
+  fs::create_directories(contents / "Resources/en.lproj");
+  json info = {{"CFBundleExecutable", program.name},
+               {"CFBundleIdentifier", content.identifier.empty() ? program.identifier : content.identifier},
+               {"CFBundleName", program.name},
+               {"CFBundlePackageType", "APPL"},
+               {"LSMinimumSystemVersion", "15.0"},
+               {"LSUIElement", true}};
+  const std::string version = content.version.is_string() ? content.version.get<std::string>() : content.version.dump();
+  if (!content.version.is_null()) info["CFBundleShortVersionString"] = content.version;
+  writeFile(contents / "Info.plist", writePropertyList(info));
+  writeFile(contents / "PkgInfo", "APPL????");
+  // What stands for the program's machine code and its resources.
+  writeFile(contents / "MacOS" / program.name, "The program " + program.name + ", version " + version + "\n");
+  fs::permissions(contents / "MacOS" / program.name, fs::perms(0755));
+  writeFile(contents / "Resources/AppIcon.icns", "icns");
+  writeFile(contents / "Resources/en.lproj/InfoPlist.strings", "CFBundleName = \"" + program.name + "\";\n");
+  if (content.signer) signers().sign(folder, *content.signer, content.forged);
+  tamper(contents, program.name, content.tampering);
+}
+
+void Applications::install(const BundleContent& content) {
+  fs::remove_all(bundle_);
+  makeBundle(bundle_, content);
+}
+
+std::string Applications::makeImage(const ImageContent& content) {
+  const ScratchFolder scratch(machine_.root.below("/var"));
+  std::vector<std::string> names = content.applications;
+  if (!content.applicationsGiven) names.push_back(bundle_.filename().string());
+  for (const std::string& name : names) makeBundle(scratch.path() / name, content.each);
+  // As disk images for the user have it.
+  fs::create_symlink("/Applications", scratch.path() / "Applications");
+  return makeDiskImage(scratch.path());
+}
+
+ImageContent ImageContent::parse(Arguments& line, const std::string& ownVersion) {
+  ImageContent content;
+  content.applicationsGiven = line.has("apps");
+  if (content.applicationsGiven) {
+    const json names = line.json("apps");
+    if (!names.is_array()) line.fail("member \"apps\" must be a list of names");
+    for (const json& name : names) {
+      const fs::path path = name.is_string() ? name.get<std::string>() : "";
+      const bool leadsOut = std::ranges::find(path, "..") != path.end();
+      if (path.empty() || path.is_absolute() || leadsOut) line.fail("member \"apps\" must be a list of names");
+      content.applications.push_back(path.string());
+    }
+  }
+  content.each = parseBundle(line, line.has("version") ? json() : json(ownVersion));
+  return content;
+}
+
+void Applications::addCommands(Commands& commands) {
+  commands.add("bundle", [this](Arguments& line) -> Action {
+    const BundleContent content = parseBundle(line, machine_.process.program().version);
+    const bool backup = line.flag("backup", false);
+    return [content, backup](Machine& machine) {
+      Applications& applications = *machine.applications;
+      applications.install(content);
+      if (!backup) return;
+      // What an installation that was cut short leaves.
+      const fs::path left = applications.bundle_.string() + ".bak";
+      fs::remove_all(left);
+      fs::copy(applications.bundle_, left, fs::copy_options::recursive | fs::copy_options::copy_symlinks);
+    };
+  });
+}
+
+void Applications::processEnded(Leaks&) { runningInfo_.reset(); }
+
+void Applications::snapshot(nlohmann::ordered_json& state) {
+  nlohmann::ordered_json installed;
+  installed["version"] = nullptr;
+  try {
+    const json info = readPropertyList(readFile(bundle_ / "Contents/Info.plist"));
+    if (info.contains("CFBundleShortVersionString")) installed["version"] = info["CFBundleShortVersionString"];
+  } catch (const std::exception&) {
+    // Nothing is installed, or something that is no application.
+  }
+  installed["backup"] = fs::exists(fs::symlink_status(bundle_.string() + ".bak"));
+  state["bundle"] = installed;
+}
+
+}  // namespace simulator
+
+// ---- The main bundle ----
+
+struct __CFBundle : simulator::Object {
+  std::string_view kind() const override { return "CFBundle"; }
+};
+
+using simulator::Call;
+
+extern "C" {
+
+CFBundleRef CFBundleGetMainBundle(void) {
+  static __CFBundle* const bundle = [] {
+    auto* const made = new __CFBundle;
+    made->makeImmortal();
+    return made;
+  }();
+  return bundle;
+}
+
+CFTypeRef CFBundleGetValueForInfoDictionaryKey(CFBundleRef bundle, CFStringRef key) {
+  const Call call("CFBundleGetValueForInfoDictionaryKey");
+  simulator::live<__CFBundle>(bundle, "CFBundleGetValueForInfoDictionaryKey");
+  const auto& info = call.machine.applications->runningInfo();
+  const auto value = info.find(simulator::textOf(key, "CFBundleGetValueForInfoDictionaryKey"));
+  if (value == info.end()) return nullptr;
+  // The bundle owns what it hands out, for as long as the system's shared objects live.
+  if (value->is_string()) return simulator::constantString(value->get<std::string>());
+  static auto* const others = new std::map<std::string, CFTypeRef>;
+  CFTypeRef& known = (*others)[value->dump()];
+  if (!known) {
+    known = simulator::createPropertyList(*value);
+    simulator::live(known, "CFBundle").makeImmortal();
+  }
+  return known;
+}
+
+CFStringRef CFBundleGetIdentifier(CFBundleRef bundle) {
+  const CFTypeRef value = CFBundleGetValueForInfoDictionaryKey(bundle, CFSTR("CFBundleIdentifier"));
+  return value && CFGetTypeID(value) == CFStringGetTypeID() ? static_cast<CFStringRef>(value) : nullptr;
+}
+
+CFURLRef CFBundleCopyBundleURL(CFBundleRef bundle) {
+  const Call call("CFBundleCopyBundleURL");
+  simulator::live<__CFBundle>(bundle, "CFBundleCopyBundleURL");
+  return new __CFURL(simulator::fileURL(call.machine.applications->bundle().string() + "/"));
+}
+
+}  // extern "C"

@@ -1,0 +1,300 @@
+#include "simulator/services/ChildProcesses.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <set>
+#include <system_error>
+
+#include "simulator/machine/Machine.h"
+#include "simulator/services/Applications.h"
+#include "simulator/services/FileContent.h"
+#include "simulator/services/Files.h"
+#include "simulator/services/Volumes.h"
+
+extern "C" {
+
+int __real_posix_spawn(pid_t* child, const char* path, const posix_spawn_file_actions_t* actions,
+                       const posix_spawnattr_t* attributes, char* const argv[], char* const envp[]);
+int __wrap_posix_spawn(pid_t* child, const char* path, const posix_spawn_file_actions_t* actions,
+                       const posix_spawnattr_t* attributes, char* const argv[], char* const envp[]);
+pid_t __real_waitpid(pid_t child, int* status, int options);
+pid_t __wrap_waitpid(pid_t child, int* status, int options);
+pid_t __real_getpid(void);
+pid_t __wrap_getpid(void);
+
+}  // extern "C"
+
+namespace simulator {
+namespace {
+
+namespace fs = std::filesystem;
+
+// What the run of a tool takes.
+constexpr Duration runTime = std::chrono::milliseconds(200);
+
+constexpr const char* shell = "/bin/sh";
+
+class FileActions {
+ public:
+  FileActions() {
+    posix_spawn_file_actions_init(&actions_);
+    posix_spawn_file_actions_addopen(&actions_, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    // Standard output is the trace's.
+    posix_spawn_file_actions_adddup2(&actions_, STDERR_FILENO, STDOUT_FILENO);
+  }
+  FileActions(const FileActions&) = delete;
+  FileActions& operator=(const FileActions&) = delete;
+  ~FileActions() { posix_spawn_file_actions_destroy(&actions_); }
+  [[nodiscard]] const posix_spawn_file_actions_t* get() const { return &actions_; }
+
+ private:
+  posix_spawn_file_actions_t actions_;
+};
+
+class Attributes {
+ public:
+  // A process group of its own, so that what a shell starts can be ended with it.
+  Attributes() {
+    posix_spawnattr_init(&attributes_);
+    posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETPGROUP);
+  }
+  Attributes(const Attributes&) = delete;
+  Attributes& operator=(const Attributes&) = delete;
+  ~Attributes() { posix_spawnattr_destroy(&attributes_); }
+  [[nodiscard]] const posix_spawnattr_t* get() const { return &attributes_; }
+
+ private:
+  posix_spawnattr_t attributes_;
+};
+
+std::vector<char*> pointers(std::vector<std::string>& texts) {
+  std::vector<char*> result;
+  for (std::string& text : texts) result.push_back(text.data());
+  result.push_back(nullptr);
+  return result;
+}
+
+int waitForHost(pid_t host) {
+  int status = 0;
+  while (__real_waitpid(host, &status, 0) == -1 && errno == EINTR) {
+  }
+  return status;
+}
+
+// The status that people know: what the program exited with, or the number of the signal that ended it.
+int exitOf(int status) { return WIFSIGNALED(status) ? WTERMSIG(status) : WEXITSTATUS(status); }
+
+std::string listOf(const Trace& trace, const std::vector<std::string>& texts) {
+  std::string list = "[";
+  for (const std::string& text : texts) list += (list.size() > 1 ? "," : "") + trace.quote(text);
+  return list + "]";
+}
+
+}  // namespace
+
+ChildProcesses::ChildProcesses(Machine& machine) : machine_(machine) {
+  machine.faults.declare({"posix_spawn", "waitpid", "hdiutil", "hdiutil attach", "hdiutil detach", "ditto"});
+  declareFileFaults(machine.faults);
+  fs::create_directories(processFile(0).parent_path());
+}
+
+ChildProcesses::~ChildProcesses() {
+  for (const auto& [identifier, child] : children_) {
+    if (child.host != 0) survivors_.push_back(child.host);
+  }
+  for (const pid_t host : survivors_) {
+    kill(-host, SIGKILL);
+    waitForHost(host);
+  }
+}
+
+fs::path ChildProcesses::processFile(pid_t identifier) const {
+  return machine_.root.below("/var/run/processes") / std::to_string(identifier);
+}
+
+pid_t ChildProcesses::programIdentifier() {
+  if (!program_) {
+    program_ = ++lastIdentifier_;
+    writeFile(processFile(*program_), "");
+  }
+  return *program_;
+}
+
+std::string ChildProcesses::translated(const std::string& script) const {
+  const auto isPath = [](char c) { return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '/' || c == '_'; };
+  std::string result;
+  for (std::size_t at = 0; at < script.size();) {
+    if (script[at] != '/') {
+      result += script[at++];
+      continue;
+    }
+    const auto start = script.begin() + static_cast<std::ptrdiff_t>(at);
+    const std::string word(start, std::find_if_not(start, script.end(), isPath));
+    const fs::path below = machine_.root.below(word);
+    result += fs::is_regular_file(below) ? below.string() : word;
+    at += word.size();
+  }
+  return result;
+}
+
+std::optional<int> ChildProcesses::takeFault(const std::string& tool, const std::vector<std::string>& arguments) {
+  const auto whole = machine_.faults.take(tool);
+  const auto verb = arguments.empty() ? std::nullopt : machine_.faults.take(tool + " " + arguments.front());
+  return whole ? whole : verb;
+}
+
+pid_t ChildProcesses::start(const std::string& executable, const std::vector<std::string>& arguments,
+                            std::vector<std::string> environment, int& error) {
+  programIdentifier();  // the program is older than its children
+  const bool isShell = executable == shell;
+  const fs::path below = machine_.root.below(executable);
+  const fs::path host = isShell ? fs::path(shell) : below;
+  if (!isShell && !fs::is_regular_file(below)) error = ENOENT;
+
+  std::vector<std::string> words{executable};
+  for (const std::string& argument : arguments) words.push_back(isShell ? translated(argument) : argument);
+  std::erase_if(environment, [](const std::string& variable) { return variable.starts_with("PATH="); });
+  environment.push_back("PATH=" + machine_.root.below("/usr/bin").string() + ":" +
+                        machine_.root.below("/bin").string() + ":/usr/bin:/bin");
+  environment.push_back("SIMULATED_ROOT=" + machine_.root.path().string());
+  environment.push_back("SIMULATED_HOST=" + std::to_string(__real_getpid()));
+  if (const auto told = takeFault(host.filename().string(), arguments)) {
+    environment.push_back("SIMULATED_FAULT=" + std::to_string(*told));
+  }
+
+  Child child;
+  if (error == 0) {
+    const std::vector<char*> argv = pointers(words);
+    const std::vector<char*> envp = pointers(environment);
+    error = __real_posix_spawn(&child.host, host.c_str(), FileActions().get(), Attributes().get(), argv.data(),
+                               envp.data());
+  }
+  auto record = machine_.trace.call("posix_spawn", error);
+  record.text("executable", executable).json("arguments", listOf(machine_.trace, arguments));
+  if (error != 0) return 0;
+  if (isShell) {
+    record.json("exit", "null");  // it does not end while the program runs
+  } else {
+    child.status = waitForHost(child.host);
+    child.host = 0;
+    record.number("exit", exitOf(child.status));
+  }
+  const pid_t identifier = ++lastIdentifier_;
+  children_[identifier] = child;
+  return identifier;
+}
+
+std::optional<int> ChildProcesses::wait(pid_t identifier) {
+  {
+    const Scheduler::Lock lock(machine_.scheduler);
+    const auto child = children_.find(identifier);
+    if (child == children_.end() || machine_.scheduler.ending()) return std::nullopt;
+    if (child->second.host != 0) fatal("waitpid: waiting for a shell is not simulated");
+  }
+  try {
+    machine_.scheduler.sleep(runTime);
+  } catch (const ProcessEnd&) {
+    // The process has ended in the middle of the call. A C function does not throw, so the thread ends at the next
+    // place where it blocks.
+    return std::nullopt;
+  }
+  const Scheduler::Lock lock(machine_.scheduler);
+  const int status = children_.at(identifier).status;
+  children_.erase(identifier);
+  return status;
+}
+
+void ChildProcesses::processEnded(Leaks&) {
+  if (program_) fs::remove(processFile(*program_));
+  program_.reset();
+  for (const auto& [identifier, child] : children_) {
+    if (child.host != 0) survivors_.push_back(child.host);
+  }
+  children_.clear();
+  if (survivors_.empty()) return;
+  machine_.scheduler.after(runTime, Waiting::work, [this] {
+    for (const pid_t host : std::exchange(survivors_, {})) waitForHost(host);
+    openWhatWasAsked();
+  });
+}
+
+// Carries out what open(1) was asked for: the installed application is launched, as it now is.
+void ChildProcesses::openWhatWasAsked() {
+  const fs::path requests = machine_.root.below("/var/run/opened");
+  std::ifstream lines(requests);
+  for (std::string path; std::getline(lines, path);) {
+    const bool installed = fs::path(path).lexically_normal() == machine_.applications->bundle();
+    machine_.trace.record("open").text("path", path);
+    if (installed) machine_.process.launch();
+  }
+  std::error_code ignored;
+  fs::remove(requests, ignored);
+}
+
+void ChildProcesses::snapshot(nlohmann::ordered_json& state) {
+  auto volumes = nlohmann::ordered_json::array();
+  const std::string& root = machine_.root.path().string();
+  for (const fs::path& point : Volumes(root).mountPoints()) volumes.push_back(point.string().substr(root.size()));
+  state["volumes"] = volumes;
+  std::set<std::string> temporary;
+  for (const auto& entry : fs::directory_iterator(machine_.applications->temporaryDirectory())) {
+    temporary.insert(entry.path().filename().string());
+  }
+  state["temporary"] = temporary;
+}
+
+}  // namespace simulator
+
+// ---- The calls ----
+
+using simulator::Call;
+using simulator::Scheduler;
+
+extern "C" {
+
+int __wrap_posix_spawn(pid_t* child, const char* path, const posix_spawn_file_actions_t* actions,
+                       const posix_spawnattr_t* attributes, char* const argv[], char* const envp[]) {
+  if (!Scheduler::current()) return __real_posix_spawn(child, path, actions, attributes, argv, envp);
+  const Call call("posix_spawn");
+  if (actions || attributes) simulator::fatal("posix_spawn: file actions and attributes are not simulated");
+  if (call.machine.scheduler.ending()) return EAGAIN;
+  std::vector<std::string> arguments;
+  for (char* const* word = argv + 1; *word; ++word) arguments.emplace_back(*word);
+  std::vector<std::string> environment;
+  for (char* const* variable = envp; *variable; ++variable) environment.emplace_back(*variable);
+  int error = call.fault().value_or(0);
+  const pid_t started = call.machine.childProcesses->start(path, arguments, std::move(environment), error);
+  if (error == 0 && child) *child = started;
+  return error;
+}
+
+pid_t __wrap_waitpid(pid_t child, int* status, int options) {
+  if (!Scheduler::current()) return __real_waitpid(child, status, options);
+  simulator::Machine& machine = simulator::Machine::current();
+  if (options != 0) simulator::fatal("waitpid: options are not simulated");
+  const auto told = Call("waitpid").fault();
+  const auto ended = told ? std::nullopt : machine.childProcesses->wait(child);
+  if (!ended) {
+    errno = told.value_or(ECHILD);
+    return -1;
+  }
+  if (status) *status = *ended;
+  return child;
+}
+
+pid_t __wrap_getpid(void) {
+  if (!Scheduler::current()) return __real_getpid();
+  const Call call("getpid");
+  return call.machine.childProcesses->programIdentifier();
+}
+
+}  // extern "C"

@@ -1,0 +1,58 @@
+// The program's child processes, and its own process as other programs see it.
+//
+// The simulated system's tools run as real processes. One that the program waits for runs to its end while the program
+// stands still, and then counts as a step of a fixed time. The shell that relaunches the program outlives it: it is
+// waited for once the program has ended.
+#pragma once
+
+#include <sys/types.h>
+
+#include <filesystem>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "simulator/machine/Part.h"
+
+namespace simulator {
+
+class Machine;
+
+class ChildProcesses : public Part {
+ public:
+  explicit ChildProcesses(Machine& machine);
+  ~ChildProcesses() override;
+
+  // The running program's process identifier: the same in every run.
+  pid_t programIdentifier();
+
+  // Starts a program of the simulated system. `error` is set to the errno when it cannot be started.
+  pid_t start(const std::string& executable, const std::vector<std::string>& arguments,
+              std::vector<std::string> environment, int& error);
+  // Waits for a child; its wait status, or none when there is no such child (any more).
+  std::optional<int> wait(pid_t child);
+
+  void processEnded(Leaks& leaks) override;
+  void snapshot(nlohmann::ordered_json& state) override;
+
+ private:
+  struct Child {
+    pid_t host = 0;  // its identifier on the host; 0 once it has ended
+    int status = 0;  // its wait status
+  };
+
+  [[nodiscard]] std::filesystem::path processFile(pid_t identifier) const;
+  // Absolute paths of programs below the root, in the form in which the host finds them.
+  [[nodiscard]] std::string translated(const std::string& script) const;
+  std::optional<int> takeFault(const std::string& tool, const std::vector<std::string>& arguments);
+  void openWhatWasAsked();
+
+  Machine& machine_;
+  pid_t lastIdentifier_ = 500;
+  std::optional<pid_t> program_;
+  std::map<pid_t, Child> children_;  // not waited for yet
+  std::vector<pid_t> survivors_;     // host identifiers of children that outlived the program
+};
+
+}  // namespace simulator

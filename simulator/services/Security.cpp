@@ -1,0 +1,107 @@
+// Code signing as the program meets it: the objects and calls of the Security framework.
+#include <Security/Security.h>
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "simulator/machine/Machine.h"
+#include "simulator/services/Applications.h"
+#include "simulator/services/CodeSignature.h"
+#include "simulator/services/Files.h"
+#include "simulator/services/Foundation.h"
+
+// Running code and code on disk are told apart by the path: running code is whatever runs.
+struct __SecCode : simulator::Object {
+  explicit __SecCode(std::optional<std::filesystem::path> place) : path(std::move(place)) {}
+  std::string_view kind() const override { return path ? "SecStaticCode" : "SecCode"; }
+  const std::optional<std::filesystem::path> path;
+};
+
+struct __SecRequirement : simulator::Object {
+  explicit __SecRequirement(simulator::CodeRequirement required) : requirement(std::move(required)) {}
+  std::string_view kind() const override { return "SecRequirement"; }
+  const simulator::CodeRequirement requirement;
+};
+
+namespace simulator {
+namespace {
+
+// A call of this framework: told to fail, given wrong flags or nowhere to put its result, it ends with a status.
+class SecurityCall : public Call {
+ public:
+  SecurityCall(const char* name, SecCSFlags flags, SecCSFlags allowed, const void* result) : Call(name) {
+    if (const auto told = fault()) {
+      status = *told;
+    } else if ((flags & ~allowed) != 0) {
+      status = errSecCSInvalidFlags;
+    } else if (!result) {
+      status = errSecCSObjectRequired;
+    }
+  }
+
+  CodeStatus status = errSecSuccess;
+
+ private:
+  MachineAtWork work_;
+};
+
+// Where the code is on disk: running code is that of the installed bundle.
+const std::filesystem::path& placeOf(const __SecCode& code, const Machine& machine) {
+  return code.path ? *code.path : machine.applications->bundle();
+}
+
+}  // namespace
+}  // namespace simulator
+
+using simulator::live;
+using simulator::placeOf;
+using simulator::SecurityCall;
+
+extern "C" {
+
+OSStatus SecCodeCopySelf(SecCSFlags flags, SecCodeRef* self) {
+  const SecurityCall call("SecCodeCopySelf", flags, kSecCSDefaultFlags, self);
+  if (call.status == errSecSuccess) *self = new __SecCode(std::nullopt);
+  return call.status;
+}
+
+OSStatus SecCodeCopyStaticCode(SecCodeRef code, SecCSFlags flags, SecStaticCodeRef* staticCode) {
+  const SecurityCall call("SecCodeCopyStaticCode", flags, kSecCSDefaultFlags, staticCode);
+  if (call.status != errSecSuccess) return call.status;
+  *staticCode = new __SecCode(placeOf(live<__SecCode>(code, "SecCodeCopyStaticCode"), call.machine));
+  return errSecSuccess;
+}
+
+OSStatus SecCodeCopyDesignatedRequirement(SecStaticCodeRef code, SecCSFlags flags, SecRequirementRef* requirement) {
+  const SecurityCall call("SecCodeCopyDesignatedRequirement", flags, kSecCSDefaultFlags, requirement);
+  if (call.status != errSecSuccess) return call.status;
+  simulator::CodeRequirement designated;
+  const auto& path = placeOf(live<__SecCode>(code, "SecCodeCopyDesignatedRequirement"), call.machine);
+  const simulator::CodeStatus status = simulator::Applications::signers().designatedRequirement(path, designated);
+  if (status == errSecSuccess) *requirement = new __SecRequirement(designated);
+  return status;
+}
+
+OSStatus SecStaticCodeCreateWithPath(CFURLRef path, SecCSFlags flags, SecStaticCodeRef* staticCode) {
+  const SecurityCall call("SecStaticCodeCreateWithPath", flags, kSecCSDefaultFlags, staticCode);
+  if (call.status != errSecSuccess) return call.status;
+  const auto place = simulator::filePath(live<__CFURL>(path, "SecStaticCodeCreateWithPath").text);
+  if (!place) return errSecCSStaticCodeNotFound;
+  const simulator::CodeStatus status = simulator::CodeSigners::find(*place);
+  if (status == errSecSuccess) *staticCode = new __SecCode(std::filesystem::path(*place));
+  return status;
+}
+
+OSStatus SecStaticCodeCheckValidity(SecStaticCodeRef staticCode, SecCSFlags flags, SecRequirementRef requirement) {
+  constexpr SecCSFlags known = kSecCSCheckAllArchitectures | kSecCSStrictValidate;
+  const SecurityCall call("SecStaticCodeCheckValidity", flags, known, staticCode);
+  if (call.status != errSecSuccess) return call.status;
+  const auto& path = placeOf(live<__SecCode>(staticCode, "SecStaticCodeCheckValidity"), call.machine);
+  std::optional<simulator::CodeRequirement> required;
+  if (requirement) required = live<__SecRequirement>(requirement, "SecStaticCodeCheckValidity").requirement;
+  return simulator::Applications::signers().check(path, (flags & kSecCSStrictValidate) != 0, required);
+}
+
+}  // extern "C"
