@@ -131,9 +131,10 @@ TEST(Lifecycle, SecondLaunchChangesNothing) {
   EXPECT_EQ(played.calls("CGEventTapCreate").size(), 1U);
 }
 
-TEST(Lifecycle, LastsADayAtRestWithoutDoingAnything) {
+TEST(Lifecycle, LastsADayAtRestLookingForUpdatesOnly) {
   const Played played = playScenario(launched + R"({"do":"advance","seconds":86400})" + "\n");
   for (const auto& record : played.records) {
+    if (record["what"] == "call" && record["api"] == "NSURLSession.dataTaskWithRequest") continue;
     EXPECT_TRUE(record["t"] <= 1 || record["t"] >= 86400) << record;
   }
 }

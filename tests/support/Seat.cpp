@@ -1,0 +1,120 @@
+#include "tests/support/Seat.h"
+
+#include <map>
+#include <sstream>
+#include <utility>
+
+#include "desk/Desk.h"
+#include "simulator/services/Applications.h"
+#include "simulator/services/Certificates.h"
+#include "simulator/services/FileContent.h"
+
+namespace fs = std::filesystem;
+using nlohmann::json;
+
+namespace {
+
+simulator::Options options(std::vector<json>& records, std::uint64_t seed, simulator::Clock clock) {
+  return {.clock = clock,
+          .seed = seed,
+          .trace = [&records](std::string_view line) { records.push_back(json::parse(line)); },
+          .fatal = {}};
+}
+
+}  // namespace
+
+Seat::Seat(std::uint64_t seed, simulator::Clock clock)
+    : machine_(dalvaneProgram(), options(records_, seed, clock)), scenario_(machine_) {}
+
+Seat::Seat(simulator::Program program, std::uint64_t seed)
+    : machine_(std::move(program), options(records_, seed, simulator::Clock::deterministic)), scenario_(machine_) {}
+
+void Seat::play(std::string_view lines) {
+  std::istringstream stream{std::string(lines)};
+  for (std::string line; std::getline(stream, line);) {
+    if (!line.empty()) scenario_.perform(line);
+  }
+}
+
+void Seat::publishUpdate(const std::string& image) {
+  const std::string url = "https://downloads.dalvane.example/Dalvane-1.4.0.dmg";
+  play(R"({"do":"bundle","version":"1.3.9"})");
+  play(R"({"do":"feed","releases":[{"version":"1.4.0","date":"2025-03-02","dmg_url":")" + url +
+       R"(","size_bytes":4812345,"notes":"Fixes volume keys after sleep."}]})");
+  const bool hasVersion = image.find("\"version\"") != std::string::npos;
+  play(R"({"do":"image","url":")" + url + "\"" + (hasVersion ? "" : R"(,"version":"1.4.0")") + image + "}");
+}
+
+void Seat::launchAndCheck() {
+  play(R"({"do":"launch"}
+{"do":"advance","seconds":10}
+{"do":"settle"})");
+}
+
+std::vector<json> Seat::takeRecords() { return std::exchange(records_, {}); }
+
+json Seat::snapshot() { return json::parse(machine_.snapshot().dump()); }
+
+std::string Seat::updateItem() {
+  play(R"({"do":"menu","open":true})");
+  const json menu = snapshot()["menu"];
+  play(R"({"do":"menu","open":false})");
+  for (std::size_t i = 1; i < menu.size(); ++i) {
+    if (menu[i - 1]["title"] != "Start at Login") continue;
+    return menu[i]["title"].get<std::string>() + (menu[i]["enabled"] == true ? "" : " (disabled)");
+  }
+  return "";
+}
+
+std::string Seat::installedBundle() {
+  const fs::path bundle = machine_.applications->bundle();
+  if (!fs::exists(bundle)) return "";
+  std::map<std::string, std::string> content;
+  for (const auto& entry : fs::recursive_directory_iterator(bundle)) {
+    const fs::path& path = entry.path();
+    std::string& kept = content[path.lexically_relative(bundle)];
+    if (entry.is_symlink()) {
+      kept = "link " + fs::read_symlink(path).string();
+    } else if (entry.is_directory()) {
+      kept = "folder";
+    } else {
+      kept = "file " + simulator::readFile(path);
+    }
+    kept += " " + std::to_string(static_cast<unsigned>(entry.symlink_status().permissions()));
+  }
+  std::string all;
+  for (const auto& [path, kept] : content) all += path + "\n" + simulator::sha256(kept) + "\n";
+  return simulator::sha256(all);
+}
+
+std::vector<json> recordsOf(const std::vector<json>& records, std::string_view what) {
+  std::vector<json> found;
+  for (const json& record : records) {
+    if (record["what"] == what) found.push_back(record);
+  }
+  return found;
+}
+
+std::vector<json> callsOf(const std::vector<json>& records, std::string_view api) {
+  std::vector<json> found;
+  for (const json& record : recordsOf(records, "call")) {
+    if (record["api"] == api) found.push_back(record);
+  }
+  return found;
+}
+
+std::vector<std::string> errorsIn(const std::vector<json>& records) {
+  std::vector<std::string> texts;
+  for (const json& record : recordsOf(records, "log")) {
+    if (record["level"] == "error" && record["category"] == "Updater") texts.push_back(record["text"]);
+  }
+  return texts;
+}
+
+std::vector<std::string> alertsIn(const std::vector<json>& records) {
+  std::vector<std::string> texts;
+  for (const json& record : recordsOf(records, "alert")) {
+    texts.push_back(record["message"].get<std::string>() + ": " + record["informative"].get<std::string>());
+  }
+  return texts;
+}
