@@ -1,5 +1,7 @@
 #include "simulator/machine/SystemRoot.h"
 
+#include <unistd.h>
+
 #include <cstdlib>
 #include <system_error>
 
@@ -8,8 +10,19 @@
 namespace simulator {
 namespace fs = std::filesystem;
 
+namespace {
+
+// Where the folder is made: in memory where the host has such a place, since it lives as long as the machine, unless the
+// user of the host wants it elsewhere.
+fs::path parentFolder() {
+  const fs::path memory = "/dev/shm";
+  return !std::getenv("TMPDIR") && access(memory.c_str(), W_OK | X_OK) == 0 ? memory : fs::temp_directory_path();
+}
+
+}  // namespace
+
 SystemRoot::SystemRoot() {
-  std::string pattern = (fs::temp_directory_path() / "dalvane-mac-XXXXXX").string();
+  std::string pattern = (parentFolder() / "dalvane-mac-XXXXXX").string();
   if (!mkdtemp(pattern.data())) throw std::system_error(errno, std::generic_category(), "mkdtemp " + pattern);
   path_ = pattern;
   // The build lays the system's files out below SIMULATED_SYSTEM as they lie on a Mac; each machine gets its own
