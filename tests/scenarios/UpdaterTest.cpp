@@ -350,6 +350,6 @@ TEST(Updater, ABundleWithoutAVersionIsABuildDefect) {
           seat.play(R"({"do":"bundle","version":)" + std::string(version) + R"(})");
           seat.play(R"({"do":"launch"})");
         },
-        testing::ExitedWithCode(1), "");
+        testing::ExitedWithCode(1), "Info.plist has no CFBundleShortVersionString.*fatal");
   }
 }

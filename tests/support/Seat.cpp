@@ -1,5 +1,7 @@
 #include "tests/support/Seat.h"
 
+#include <cstdio>
+#include <cstdlib>
 #include <map>
 #include <sstream>
 #include <utility>
@@ -18,7 +20,10 @@ simulator::Options options(std::vector<json>& records, std::uint64_t seed, simul
   return {.clock = clock,
           .seed = seed,
           .trace = [&records](std::string_view line) { records.push_back(json::parse(line)); },
-          .fatal = {}};
+          .fatal = [&records] {
+            std::fprintf(stderr, "%s\n", records.back().dump().c_str());
+            std::_Exit(1);
+          }};
 }
 
 }  // namespace
