@@ -6,6 +6,7 @@
 #include <system_error>
 
 #include "simulator/machine/Machine.h"
+#include "simulator/services/Files.h"
 
 namespace simulator {
 namespace fs = std::filesystem;
@@ -42,6 +43,7 @@ SystemRoot::~SystemRoot() { remove(); }
 
 void SystemRoot::remove() const {
   std::error_code ignored;
+  const MachineAtWork work;
   fs::remove_all(path_, ignored);
 }
 

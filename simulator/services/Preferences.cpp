@@ -8,6 +8,7 @@
 #include "simulator/machine/Machine.h"
 #include "simulator/scenarios/Commands.h"
 #include "simulator/services/CoreFoundation.h"
+#include "simulator/services/Files.h"
 #include "simulator/services/PropertyList.h"
 
 namespace simulator {
@@ -39,6 +40,7 @@ void Preferences::load() {
 }
 
 void Preferences::save() const {
+  const MachineAtWork work;
   std::filesystem::create_directories(file().parent_path());
   std::ofstream(file()) << writePropertyList(values_);
 }
