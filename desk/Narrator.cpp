@@ -91,6 +91,29 @@ std::string heard(const json& speakers) {
   return text;
 }
 
+// The last component of a path, or the text as it is.
+std::string shortened(const std::string& path) {
+  return path.starts_with('/') ? path.substr(path.find_last_of('/') + 1) : path;
+}
+
+std::string updated(const json& record) {
+  const auto& api = record["api"].get_ref<const std::string&>();
+  const json& args = record["args"];
+  const std::string refused = record["status"] == 0 ? "" : " (refused)";
+  if (api.starts_with("NSURLSession.")) {
+    return "network   " + args["method"].get<std::string>() + " " + args["url"].get<std::string>() + refused;
+  }
+  if (api == "posix_spawn") {
+    const std::string tool = shortened(args["executable"]);
+    if (tool == "sh") return "tool      sh waits for Dalvane to quit, and opens it again" + refused;
+    std::string text = "tool      " + tool;
+    for (const json& argument : args["arguments"]) text += " " + shortened(argument);
+    return text + (args["exit"] == 0 ? "" : "   exit status " + args["exit"].dump()) + refused;
+  }
+  if (api == "rename") return "files     " + shortened(args["from"]) + " becomes " + shortened(args["to"]) + refused;
+  return "files     " + shortened(args["path"]) + " is removed" + refused;
+}
+
 std::string called(const json& record) {
   const auto& api = record["api"].get_ref<const std::string&>();
   const json& args = record["args"];
@@ -98,6 +121,9 @@ std::string called(const json& record) {
   if (api == "IOAVServiceReadI2C") return answered(record);
   if (api == "OSDManager.showImage") return popUp(args);
   if (api.starts_with("Audio")) return sound(record);
+  if (api.starts_with("NSURLSession.") || api == "posix_spawn" || api == "rename" || api == "remove_all") {
+    return updated(record);
+  }
   if (api == "CGEventTapCreate") return "system    Dalvane now sees the media keys first";
   if (api == "CGEventTapEnable") return "system    the event tap is on again";
   if (api == "CFMachPortInvalidate") return "system    the event tap is removed";
@@ -125,6 +151,7 @@ std::string sentence(const json& record) {
   if (what == "preference") {
     return "settings  " + record["key"].get<std::string>() + " = " + record["value"].dump();
   }
+  if (what == "open") return "system    opens " + record["path"].get<std::string>();
   if (what == "exit") return "system    Dalvane has quit";
   if (what == "leak") return "leak      " + record["count"].dump() + " × " + record["kind"].get<std::string>();
   if (what == "fatal") return "fatal     " + record["text"].get<std::string>();

@@ -117,6 +117,25 @@ std::vector<Stop> volumeStops() {
   };
 }
 
+std::vector<Stop> updateStops() {
+  return {
+      {"A newer release is published",
+       "Dalvane asks the release host ten seconds after its start and every six hours, and whenever the user does. "
+       "This\n"
+       "time the user asks, and says yes: the disk image is downloaded and attached, the application in it is "
+       "accepted\n"
+       "because it is signed as the running one is, and takes its place. Then Dalvane relaunches itself.",
+       {R"({"do":"feed","releases":[{"version":"9.0.0","date":"2026-11-21","dmg_url":"https://releases.dalvane.example/Dalvane-9.0.0.dmg","size_bytes":4812345,"notes":"Fixes volume keys after sleep."}]})",
+        R"({"do":"image","url":"https://releases.dalvane.example/Dalvane-9.0.0.dmg","version":"9.0.0"})",
+        R"({"do":"click","item":"Check for Updates…"})", R"({"do":"settle"})", R"({"do":"advance","seconds":5})"}},
+      {"An image from somebody else",
+       "Another release follows, but its image is signed by a stranger. What is installed stays as it is.",
+       {R"({"do":"feed","releases":[{"version":"9.1.0","date":"2026-11-21","dmg_url":"https://releases.dalvane.example/Dalvane-9.1.0.dmg","size_bytes":4812345,"notes":""}]})",
+        R"({"do":"image","url":"https://releases.dalvane.example/Dalvane-9.1.0.dmg","version":"9.1.0","signer":"Mallory"})",
+        R"({"do":"click","item":"Check for Updates…"})", R"({"do":"settle"})", R"({"do":"advance","seconds":5})"}},
+  };
+}
+
 std::vector<Stop> lastStops() {
   return {
       {"Quit", "Dalvane leaves nothing behind.", {R"({"do":"click","item":"Quit Dalvane"})", R"({"do":"settle"})"}}};
@@ -144,7 +163,7 @@ int tour(std::ostream& out, const TourOptions& options) {
   }
   simulator::Scenario scenario(machine);
   int number = 0;
-  for (const auto& stops : {brightnessStops(), volumeStops(), lastStops()}) {
+  for (const auto& stops : {brightnessStops(), volumeStops(), updateStops(), lastStops()}) {
     for (const Stop& stop : stops) {
       out << "\n" << ++number << ". " << stop.title << "\n\n" << stop.story << "\n\n";
       for (const std::string& line : stop.lines) scenario.perform(line);

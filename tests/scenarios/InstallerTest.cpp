@@ -180,6 +180,9 @@ struct Failure {
   bool leftOver = false;  // whether an image stays attached and the working directory stays, because that failed
 };
 
+// What a test's parameter is called where it is listed.
+void PrintTo(const Failure& failure, std::ostream* out) { *out << failure.name; }
+
 class InstallerFailureTest : public testing::TestWithParam<Failure> {};
 
 }  // namespace

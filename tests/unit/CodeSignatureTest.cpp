@@ -88,6 +88,9 @@ struct Change {
   simulator::CodeStatus status;
 };
 
+// What a test's parameter is called where it is listed.
+void PrintTo(const Change& change, std::ostream* out) { *out << change.name; }
+
 class ChangedBundleTest : public CodeSignatureTest, public testing::WithParamInterface<Change> {};
 
 TEST_P(ChangedBundleTest, IsFound) {
