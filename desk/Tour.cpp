@@ -110,8 +110,8 @@ std::vector<Stop> volumeStops() {
         R"({"do":"snapshot","name":"headset"})"}},
       {"And unplugged",
        "The television is the default again, at the level that it had.",
-       {R"({"do":"output","id":11,"gone":true})", R"({"do":"advance","seconds":0.5})",
-        R"({"do":"snapshot","name":"television"})"}},
+       {R"({"do":"output","id":11,"gone":true})", R"({"do":"default-output","id":10})",
+        R"({"do":"advance","seconds":0.5})", R"({"do":"snapshot","name":"television"})"}},
       {"Up to full volume", "The router stops and nothing of it is left: the sound is direct again.",
        presses("volumeUp", 6, "full again")},
   };
