@@ -175,7 +175,8 @@ void ReleaseInstaller::install(const Release& release, std::function<void(Outcom
       fs::rename(location, directory.image);
       return directory.image;
     });
-    const WorkingDirectory places = directory;
+    // The block keeps copies; of what the handler has captured it would only keep the handler's address.
+    const WorkingDirectory places = directory;  // NOLINT(performance-unnecessary-copy-initialization)
     const std::function<void(Outcome<fs::path>)> report = completion;
     dispatch_async(dispatch_get_global_queue(QOS_CLASS_UTILITY, 0), ^{
       report(attempt([&] { return installImage(places, image); }));

@@ -60,6 +60,7 @@ void Updater::check() {
   setState(Checking{});
   const std::weak_ptr<Updater> weak = weak_from_this();
   // A block keeps a copy of what it uses, but of a reference only the reference: hence the handlers take values.
+  // NOLINTNEXTLINE(performance-unnecessary-value-param)
   ReleaseFeed::latest([weak](Outcome<Release> latest) {
     dispatch_async(dispatch_get_main_queue(), ^{
       if (const auto updater = weak.lock()) updater->checked(latest);
@@ -88,6 +89,7 @@ void Updater::install() {
   const Release release = available->release;
   setState(Installing{});
   const std::weak_ptr<Updater> weak = weak_from_this();
+  // NOLINTNEXTLINE(performance-unnecessary-value-param): for the block, as above
   ReleaseInstaller::install(release, [weak](Outcome<std::filesystem::path> application) {
     dispatch_async(dispatch_get_main_queue(), ^{
       if (const auto updater = weak.lock()) updater->installed(application);

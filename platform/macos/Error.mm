@@ -4,8 +4,6 @@
 
 namespace NS {
 
-std::string Error::localizedDescription() const {
-  return ((__bridge NSError*)get()).localizedDescription.UTF8String;
-}
+std::string Error::localizedDescription() const { return ((__bridge NSError*)get()).localizedDescription.UTF8String; }
 
 }  // namespace NS

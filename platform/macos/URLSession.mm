@@ -16,10 +16,10 @@ static Handle share(id object) {
 }
 
 URLRequest URLRequest::requestWithURL(const URL& url, URLRequestCachePolicy cachePolicy, double timeoutInterval) {
-  return URLRequest(CF::adopt((__bridge_retained CFTypeRef)[NSURLRequest
-       requestWithURL:(__bridge NSURL*)url.get()
-          cachePolicy:static_cast<NSURLRequestCachePolicy>(cachePolicy)
-      timeoutInterval:timeoutInterval]));
+  return URLRequest(CF::adopt(
+      (__bridge_retained CFTypeRef)[NSURLRequest requestWithURL:(__bridge NSURL*)url.get()
+                                                    cachePolicy:static_cast<NSURLRequestCachePolicy>(cachePolicy)
+                                                timeoutInterval:timeoutInterval]));
 }
 
 HTTPURLResponse HTTPURLResponse::cast(const URLResponse& response) {
@@ -51,8 +51,7 @@ URLSessionTask URLSession::dataTaskWithRequest(
 }
 
 URLSessionTask URLSession::downloadTaskWithURL(
-    const URL& url,
-    std::function<void(const std::string&, const URLResponse&, const Error&)> completionHandler) const {
+    const URL& url, std::function<void(const std::string&, const URLResponse&, const Error&)> completionHandler) const {
   return share<URLSessionTask>([(__bridge NSURLSession*)get()
       downloadTaskWithURL:(__bridge NSURL*)url.get()
         completionHandler:^(NSURL* location, NSURLResponse* response, NSError* error) {

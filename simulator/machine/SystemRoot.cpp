@@ -13,8 +13,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// Where the folder is made: in memory where the host has such a place, since it lives as long as the machine, unless the
-// user of the host wants it elsewhere.
+// Where the folder is made: in memory where the host has such a place, since it lives as long as the machine, unless
+// the user of the host wants it elsewhere.
 fs::path parentFolder() {
   const fs::path memory = "/dev/shm";
   return !std::getenv("TMPDIR") && access(memory.c_str(), W_OK | X_OK) == 0 ? memory : fs::temp_directory_path();

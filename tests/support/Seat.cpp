@@ -20,10 +20,11 @@ simulator::Options options(std::vector<json>& records, std::uint64_t seed, simul
   return {.clock = clock,
           .seed = seed,
           .trace = [&records](std::string_view line) { records.push_back(json::parse(line)); },
-          .fatal = [&records] {
-            std::fprintf(stderr, "%s\n", records.back().dump().c_str());
-            std::_Exit(1);
-          }};
+          .fatal =
+              [&records] {
+                std::fprintf(stderr, "%s\n", records.back().dump().c_str());
+                std::_Exit(1);
+              }};
 }
 
 }  // namespace
