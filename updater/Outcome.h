@@ -2,6 +2,8 @@
 #pragma once
 
 #include <exception>
+#include <string>
+#include <string_view>
 #include <utility>
 #include <variant>
 
@@ -11,7 +13,11 @@
 template <typename T>
 using Outcome = std::variant<T, AppError>;
 
-// Does `work` and keeps what it returns or throws. An error's text is kept unchanged.
+// The text with a replacement character for what is not UTF-8. Usable from any thread.
+[[nodiscard]] std::string validText(std::string_view text);
+
+// Does `work` and keeps what it returns or throws. An error's text is kept as far as it can be shown to a user: the
+// JSON decoder quotes what it read last, which may end in the middle of a character.
 template <typename Work>
 [[nodiscard]] auto attempt(Work&& work) -> Outcome<decltype(work())> {
   try {
@@ -19,7 +25,7 @@ template <typename Work>
   } catch (const AppError& error) {
     return error;
   } catch (const std::exception& error) {
-    return AppError(error.what());
+    return AppError(validText(error.what()));
   }
 }
 

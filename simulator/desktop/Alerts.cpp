@@ -7,6 +7,7 @@
 #include "simulator/machine/Machine.h"
 #include "simulator/machine/Object.h"
 #include "simulator/scenarios/Commands.h"
+#include "simulator/services/CoreFoundation.h"
 #include "simulator/services/Foundation.h"
 #include "simulator/time/RunLoop.h"
 
@@ -60,6 +61,12 @@ struct AlertObject : simulator::Object {
   std::vector<std::string> buttons;
 };
 
+// A text that the program hands to `call`: no NSString can be made of what is not UTF-8, and AppKit takes no nil.
+const std::string& checked(const std::string& text, const char* call) {
+  if (!simulator::isUTF8(text)) simulator::fatal(std::string(call) + ": the text is not UTF-8");
+  return text;
+}
+
 }  // namespace
 
 Alert Alert::make() {
@@ -76,17 +83,19 @@ Alert Alert::alertWithError(const Error& error) {
 
 void Alert::setMessageText(const std::string& text) const {
   const Call call("NSAlert.setMessageText", Call::On::mainThread);
-  simulator::live<AlertObject>(get(), "NSAlert.setMessageText").message = text;
+  simulator::live<AlertObject>(get(), "NSAlert.setMessageText").message = checked(text, "NSAlert.setMessageText");
 }
 
 void Alert::setInformativeText(const std::string& text) const {
   const Call call("NSAlert.setInformativeText", Call::On::mainThread);
-  simulator::live<AlertObject>(get(), "NSAlert.setInformativeText").informative = text;
+  simulator::live<AlertObject>(get(), "NSAlert.setInformativeText").informative =
+      checked(text, "NSAlert.setInformativeText");
 }
 
 void Alert::addButtonWithTitle(const std::string& title) const {
   const Call call("NSAlert.addButtonWithTitle", Call::On::mainThread);
-  simulator::live<AlertObject>(get(), "NSAlert.addButtonWithTitle").buttons.push_back(title);
+  simulator::live<AlertObject>(get(), "NSAlert.addButtonWithTitle")
+      .buttons.push_back(checked(title, "NSAlert.addButtonWithTitle"));
 }
 
 long Alert::runModal() const {

@@ -53,6 +53,8 @@ CFIndex length16(std::string_view utf8) {
   return length;
 }
 
+}  // namespace
+
 bool isUTF8(std::string_view text) {
   for (std::size_t i = 0; i < text.size();) {
     const auto lead = static_cast<unsigned char>(text[i]);
@@ -74,8 +76,6 @@ bool isUTF8(std::string_view text) {
   }
   return true;
 }
-
-}  // namespace
 
 CFStringRef constantString(std::string_view text) {
   static std::mutex mutex;

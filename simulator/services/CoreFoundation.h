@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <nlohmann/json_fwd.hpp>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <variant>
 #include <vector>
@@ -50,6 +51,8 @@ CFTypeRef createPropertyList(const nlohmann::json& value);
 nlohmann::json jsonOf(CFTypeRef object);
 // The text of a string object that the program handed to `call`.
 const std::string& textOf(CFTypeRef string, const char* call);
+// Whether the text is well-formed; string objects of the platform can be made of nothing else.
+bool isUTF8(std::string_view text);
 // A string object that lives for ever.
 CFStringRef constantString(std::string_view text);
 

@@ -9,6 +9,7 @@
 #include <stdexcept>
 #include <thread>
 
+#include "platform/Alert.h"
 #include "platform/CF.h"
 #include "platform/Menu.h"
 #include "platform/Screen.h"
@@ -169,6 +170,12 @@ TEST(Strictness, StopsAtAppKitOffTheMainThread) {
         waitForQueues();
       },
       "NSScreen.screens was called off the main thread");
+}
+
+TEST(Strictness, StopsAtATextThatIsNoText) {
+  expectFatal([] { NS::Alert::make().setInformativeText("half a character: \xc3"); },
+              "NSAlert.setInformativeText: the text is not UTF-8");
+  EXPECT_TRUE(run([] { NS::Alert::make().setInformativeText("ä😀"); }).empty());
 }
 
 TEST(Strictness, StopsAtAnExceptionThatNothingCatches) {
