@@ -1,5 +1,7 @@
 #include "simulator/services/Applications.h"
 
+#include <limits.h>
+
 #include <algorithm>
 #include <cstdlib>
 #include <map>
@@ -20,6 +22,9 @@ namespace fs = std::filesystem;
 using nlohmann::json;
 
 constexpr const char* publisher = "Tessbrook";
+
+// What lies beside the applications in disk images for users.
+constexpr const char* linkToApplications = "Applications";
 
 // What can be done to a bundle after it has been signed.
 const char* const tamperings[] = {"executable", "resource", "added", "missing", "info", "signature", "root", "link"};
@@ -57,6 +62,17 @@ BundleContent parseBundle(Arguments& line, const json& ownVersion) {
   }
   if (!content.tampering.empty() && !content.signer) line.fail("what is not signed cannot be told to be tampered with");
   return content;
+}
+
+// Whether an application can lie there in an image: a relative path, and not where the link beside the applications is.
+bool isPlaceInImage(const std::string& name) {
+  constexpr std::size_t longest = 1000;
+  const fs::path path = name;
+  if (name.size() > longest || name.find('\0') != std::string::npos) return false;
+  if (path.empty() || *path.begin() == linkToApplications) return false;
+  return std::ranges::all_of(path, [](const fs::path& part) {
+    return part.is_relative() && !part.empty() && part != "." && part != ".." && part.native().size() <= NAME_MAX;
+  });
 }
 
 // A folder that is gone at the end of the scope.
@@ -159,9 +175,12 @@ std::string Applications::makeImage(const ImageContent& content) {
   const ScratchFolder scratch(machine_.root.below("/var"));
   std::vector<std::string> names = content.applications;
   if (!content.applicationsGiven) names.push_back(bundle_.filename().string());
-  for (const std::string& name : names) makeBundle(scratch.path() / name, content.each);
-  // As disk images for the user have it.
-  fs::create_symlink("/Applications", scratch.path() / "Applications");
+  try {
+    for (const std::string& name : names) makeBundle(scratch.path() / name, content.each);
+  } catch (const std::system_error&) {
+    throw ScenarioError("the applications of the image stand in each other's way");
+  }
+  fs::create_symlink("/Applications", scratch.path() / linkToApplications);
   return makeDiskImage(scratch.path());
 }
 
@@ -172,10 +191,10 @@ ImageContent ImageContent::parse(Arguments& line, const std::string& ownVersion)
     const json names = line.json("apps");
     if (!names.is_array()) line.fail("member \"apps\" must be a list of names");
     for (const json& name : names) {
-      const fs::path path = name.is_string() ? name.get<std::string>() : "";
-      const bool leadsOut = std::ranges::find(path, "..") != path.end();
-      if (path.empty() || path.is_absolute() || leadsOut) line.fail("member \"apps\" must be a list of names");
-      content.applications.push_back(path.string());
+      if (!name.is_string() || !isPlaceInImage(name.get<std::string>())) {
+        line.fail("member \"apps\" must be a list of names");
+      }
+      content.applications.push_back(name.get<std::string>());
     }
   }
   content.each = parseBundle(line, line.has("version") ? json() : json(ownVersion));

@@ -43,6 +43,7 @@ HostAnswer parseAnswer(Arguments& line) {
   // Interim answers (1xx) are not answers yet.
   if (answer.status < 200 || answer.status > 999) line.fail("member \"status\" must be from 200 to 999");
   answer.location = line.text("redirect", "");
+  if (line.has("redirect") && !isURL(answer.location)) line.fail("member \"redirect\" must be a URL");
   if (!answer.location.empty() && !line.has("status")) answer.status = 302;
   if (line.has("break-after")) answer.breakAfter = line.unsigned32("break-after");
   return answer;

@@ -66,6 +66,26 @@ TEST(Vocabulary, RefusesValuesThatDoNotExist) {
   EXPECT_EQ(errorOf(R"({"do":"advance","seconds":-1})"), R"(member "seconds" must be from 0 to a billion)");
 }
 
+TEST(Vocabulary, RefusesApplicationsThatNoImageCanHold) {
+  const std::string tooLong(300, 'a');
+  for (const std::string& name : {std::string(), std::string("/Dalvane.app"), std::string("../Dalvane.app"),
+                                  std::string("."), std::string("Dalvane.app/"), std::string("Applications"),
+                                  std::string("Applications/Dalvane.app"), std::string("a\\u0000.app"), tooLong}) {
+    EXPECT_EQ(errorOf(R"({"do":"image","url":"https://a.example/","apps":[")" + name + "\"]}"),
+              R"(member "apps" must be a list of names)")
+        << name;
+  }
+  const Played played =
+      playScenario(R"({"do":"image","url":"https://a.example/","apps":["A.app","A.app/Contents/Info.plist"]})");
+  EXPECT_EQ(played.status, 2);
+  EXPECT_EQ(played.error, "test:1: the applications of the image stand in each other's way");
+}
+
+TEST(Vocabulary, RefusesRedirectsToWhatIsNoAddress) {
+  EXPECT_EQ(errorOf(R"({"do":"feed","redirect":"no address"})"), R"(member "redirect" must be a URL)");
+  EXPECT_EQ(errorOf(R"({"do":"feed","redirect":"a\r\nb"})"), R"(member "redirect" must be a URL)");
+}
+
 TEST(Vocabulary, RefusesMembersItDoesNotKnow) {
   EXPECT_EQ(errorOf(R"({"do":"launch","seed":1})"), R"(unknown member "seed")");
   EXPECT_EQ(
