@@ -114,7 +114,7 @@ Internet::~Internet() = default;
 
 Transfer Internet::get(const std::string& address, const std::function<bool(std::string_view)>& receive) {
   const std::lock_guard lock(mutex_);
-  std::string url = address;
+  std::string url = requestedURL(address);
   for (int followed = 0; followed <= redirectLimit; ++followed) {
     if (url.starts_with("http://")) return {URLError::appTransportSecurityRequiresSecureConnection, 0};
     if (!url.starts_with("https://")) return {URLError::unsupportedURL, 0};
@@ -139,7 +139,7 @@ Transfer Internet::get(const std::string& address, const std::function<bool(std:
       if (!receiver.keptBack.empty() && !receive(receiver.keptBack)) return {URLError::cannotWriteToFile, 0};
       return {std::nullopt, static_cast<int>(status)};
     }
-    url = next;
+    url = requestedURL(next);
   }
   return {URLError::httpTooManyRedirects, 0};
 }

@@ -1,6 +1,7 @@
 #include "simulator/services/ReleaseHost.h"
 
 #include <arpa/inet.h>
+#include <curl/curl.h>
 #include <netinet/tcp.h>
 #include <signal.h>
 #include <sys/socket.h>
@@ -46,6 +47,22 @@ bool writeAll(SSL* connection, std::string_view data) {
 }
 
 }  // namespace
+
+std::string requestedURL(const std::string& url) {
+  const std::unique_ptr<CURLU, Freed<curl_url_cleanup>> parts(curl_url());
+  const auto text = [&parts](CURLUPart part) {
+    char* value = nullptr;
+    curl_url_get(parts.get(), part, &value, CURLU_NO_DEFAULT_PORT);
+    const std::unique_ptr<char, Freed<curl_free>> owned(value);
+    return std::string(value ? value : "");
+  };
+  if (!parts || curl_url_set(parts.get(), CURLUPART_URL, url.c_str(), 0) != CURLUE_OK) return url;
+  curl_url_set(parts.get(), CURLUPART_HOST, lowerCase(text(CURLUPART_HOST)).c_str(), 0);
+  for (const CURLUPart part : {CURLUPART_USER, CURLUPART_PASSWORD, CURLUPART_FRAGMENT}) {
+    curl_url_set(parts.get(), part, nullptr, 0);
+  }
+  return text(CURLUPART_URL);
+}
 
 std::string hostOf(std::string_view url) {
   const std::size_t start = url.find("://");

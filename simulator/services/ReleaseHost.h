@@ -38,7 +38,7 @@ class ReleaseHost {
   ReleaseHost(const ReleaseHost&) = delete;
   ReleaseHost& operator=(const ReleaseHost&) = delete;
 
-  // From now on `url` ("https://host/path") is answered so; other addresses of a known host with status 404.
+  // From now on `url`, as `requestedURL` gives it, is answered so; other addresses of a known host with status 404.
   void setAnswer(const std::string& url, HostAnswer answer);
   void setCertificate(const std::string& host, HostCertificate certificate);
   // Whether the host name exists.
@@ -74,6 +74,10 @@ class ReleaseHost {
   bool closing_ = false;
   std::thread acceptor_;
 };
+
+// The address as it is asked for: scheme and host in lower case, without user, fragment and the scheme's own port, with
+// a path. What is no address stays as it is.
+std::string requestedURL(const std::string& url);
 
 // The host of an address such as "https://host/path", in lower case; empty when it has none.
 std::string hostOf(std::string_view url);

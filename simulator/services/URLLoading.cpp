@@ -71,7 +71,8 @@ ReleaseHost& URLLoading::host() {
   return *host_;
 }
 
-void URLLoading::publish(const std::string& url, HostAnswer answer, Route route, HostCertificate certificate) {
+void URLLoading::publish(const std::string& address, HostAnswer answer, Route route, HostCertificate certificate) {
+  const std::string url = requestedURL(address);
   const Scheduler::Lock lock(machine_.scheduler);
   host().setAnswer(url, std::move(answer));
   host().setCertificate(hostOf(url), certificate);
@@ -99,7 +100,7 @@ Loaded URLLoading::load(const std::string& url, double timeout, const std::funct
     host();
     internet = internet_;
     if (!feedPublished_) publishInstalledVersion();
-    if (const auto known = routes_.find(url); known != routes_.end()) route = known->second;
+    if (const auto known = routes_.find(requestedURL(url)); known != routes_.end()) route = known->second;
   }
   const Duration patience(std::llround(timeout * 1e9));
   if (route.delay >= patience) {

@@ -45,7 +45,7 @@ class URLLoading : public Part {
 
  private:
   ReleaseHost& host();
-  void publish(const std::string& url, HostAnswer answer, Route route, HostCertificate certificate);
+  void publish(const std::string& address, HostAnswer answer, Route route, HostCertificate certificate);
   void publishInstalledVersion();
 
   Machine& machine_;
