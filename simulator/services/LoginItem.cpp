@@ -27,9 +27,9 @@ void LoginItem::addCommands(Commands& commands) {
     if (line.has("enabled")) enabled = line.truth("enabled", false);
     std::optional<std::string> error;
     if (line.has("error") && !line.json("error").is_null()) error = line.text("error");
-    return [enabled, error](Machine& machine) {
+    return [enabled, error, says = line.has("error")](Machine& machine) {
       if (enabled) machine.loginItem->enabled_ = *enabled;
-      machine.loginItem->error_ = error;
+      if (says) machine.loginItem->error_ = error;
     };
   });
 }

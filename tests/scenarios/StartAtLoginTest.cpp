@@ -59,3 +59,19 @@ TEST(StartAtLogin, AFailureIsShownAndChangesNothing) {
     EXPECT_TRUE(seat.shutDown());
   }
 }
+
+TEST(StartAtLogin, AFailureWaitsForTheNextChange) {
+  Seat seat;
+  seat.play(R"({"do":"login-item","error":"Operation not permitted"}
+{"do":"login-item","enabled":true}
+{"do":"launch"}
+{"do":"click","item":"Start at Login"})");
+  EXPECT_EQ(alertsIn(seat.takeRecords()), std::vector<std::string>{"Operation not permitted: "});
+  EXPECT_EQ(seat.snapshot()["login_item"], true);
+  seat.play(R"({"do":"login-item","error":"Operation not permitted"}
+{"do":"login-item","error":null}
+{"do":"click","item":"Start at Login"})");
+  EXPECT_TRUE(alertsIn(seat.takeRecords()).empty());
+  EXPECT_EQ(seat.snapshot()["login_item"], false);
+  EXPECT_TRUE(seat.shutDown());
+}
