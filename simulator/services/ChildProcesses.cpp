@@ -180,7 +180,10 @@ pid_t ChildProcesses::start(const std::string& executable, const std::vector<std
   }
   auto record = machine_.trace.call("posix_spawn", error);
   record.text("executable", executable).json("arguments", listOf(machine_.trace, arguments));
-  if (error != 0) return 0;
+  if (error != 0) {
+    record.json("exit", "null");
+    return 0;
+  }
   if (isShell) {
     record.json("exit", "null");  // it does not end while the program runs
   } else {

@@ -234,6 +234,11 @@ TEST_P(InstallerFailureTest, LeavesEverythingInOrder) {
         !callsOf(records, "posix_spawn").empty() && callsOf(records, "posix_spawn")[0]["status"] == 0 &&
         callsOf(records, "posix_spawn")[0]["args"]["exit"] == 0 && failure.name != std::string("WaitingFails");
     EXPECT_EQ(std::ranges::count(programs, "hdiutil detach"), attached ? 1 : 0);
+    // What was not started has no exit status.
+    for (const json& spawn : callsOf(records, "posix_spawn")) {
+      ASSERT_TRUE(spawn["args"].contains("exit"));
+      EXPECT_EQ(spawn["args"]["exit"].is_null(), spawn["status"] != 0);
+    }
 
     // Nothing of it stands in the way of the next attempt.
     if (failure.bundle != Bundle::neither && !failure.leftOver && failure.image.empty()) {
