@@ -17,7 +17,9 @@ namespace {
 // the user of the host wants it elsewhere.
 fs::path parentFolder() {
   const fs::path memory = "/dev/shm";
-  return !std::getenv("TMPDIR") && access(memory.c_str(), W_OK | X_OK) == 0 ? memory : fs::temp_directory_path();
+  if (!std::getenv("TMPDIR") && access(memory.c_str(), W_OK | X_OK) == 0) return memory;
+  // Paths are compared name by name, from the host's root.
+  return fs::canonical(fs::temp_directory_path());
 }
 
 }  // namespace

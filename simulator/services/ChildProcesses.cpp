@@ -93,6 +93,13 @@ int waitForHost(pid_t host) {
 // The status that people know: what the program exited with, or the number of the signal that ended it.
 int exitOf(int status) { return WIFSIGNALED(status) ? WTERMSIG(status) : WEXITSTATUS(status); }
 
+// The text as one word of a shell script.
+std::string quotedForShell(const std::string& text) {
+  std::string quoted = "'";
+  for (const char c : text) quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
+  return quoted + "'";
+}
+
 std::string listOf(const Trace& trace, const std::vector<std::string>& texts) {
   std::string list = "[";
   for (const std::string& text : texts) list += (list.size() > 1 ? "," : "") + trace.quote(text);
@@ -140,7 +147,7 @@ std::string ChildProcesses::translated(const std::string& script) const {
     const auto start = script.begin() + static_cast<std::ptrdiff_t>(at);
     const std::string word(start, std::find_if_not(start, script.end(), isPath));
     const fs::path below = machine_.root.below(word);
-    result += fs::is_regular_file(below) ? below.string() : word;
+    result += fs::is_regular_file(below) ? quotedForShell(below.string()) : word;
     at += word.size();
   }
   return result;
@@ -161,7 +168,8 @@ pid_t ChildProcesses::start(const std::string& executable, const std::vector<std
   if (!isShell && !fs::is_regular_file(below)) error = ENOENT;
 
   std::vector<std::string> words{executable};
-  for (const std::string& argument : arguments) words.push_back(isShell ? translated(argument) : argument);
+  words.insert(words.end(), arguments.begin(), arguments.end());
+  if (isShell && arguments.size() > 1 && arguments.front() == "-c") words[2] = translated(arguments[1]);
   std::erase_if(environment, [](const std::string& variable) { return variable.starts_with("PATH="); });
   environment.push_back("PATH=" + machine_.root.below("/usr/bin").string() + ":" +
                         machine_.root.below("/bin").string() + ":/usr/bin:/bin");

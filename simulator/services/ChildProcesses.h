@@ -43,7 +43,7 @@ class ChildProcesses : public Part {
   };
 
   [[nodiscard]] std::filesystem::path processFile(pid_t identifier) const;
-  // Absolute paths of programs below the root, in the form in which the host finds them.
+  // The script with its absolute paths of programs below the root in the form in which the host finds them.
   [[nodiscard]] std::string translated(const std::string& script) const;
   std::optional<int> takeFault(const std::string& tool, const std::vector<std::string>& arguments);
   void openWhatWasAsked();

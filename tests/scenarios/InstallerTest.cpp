@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdlib>
+#include <filesystem>
 #include <regex>
 #include <string>
 #include <vector>
@@ -151,6 +153,30 @@ TEST(Installer, ANameWithShellCharactersIsOnlyAName) {
   EXPECT_EQ(opened[0]["path"], "/Applications/" + program.name + ".app");
   EXPECT_FALSE(std::filesystem::exists("pwned"));
   EXPECT_TRUE(seat.shutDown());
+}
+
+TEST(Installer, TheHostsTemporaryDirectoryMayHaveAnyName) {
+  namespace fs = std::filesystem;
+  const fs::path folder = fs::path(testing::TempDir()) / R"(a b'c"$d)";
+  fs::create_directories(folder / "inner");
+  const char* const before = std::getenv("TMPDIR");
+  const std::string restored = before ? before : "";
+  for (const fs::path& name : {folder, folder / "", folder / "inner/../inner", fs::relative(folder)}) {
+    setenv("TMPDIR", name.c_str(), 1);
+    Seat seat;
+    seat.publishUpdate();
+    seat.launchAndCheck();
+    seat.play(install);
+    EXPECT_EQ(seat.snapshot()["bundle"], json::parse(R"({"version":"1.4.0","backup":false})")) << name;
+    EXPECT_EQ(recordsOf(seat.takeRecords(), "open").size(), 1U) << name;
+    EXPECT_TRUE(seat.shutDown());
+  }
+  if (before) {
+    setenv("TMPDIR", restored.c_str(), 1);
+  } else {
+    unsetenv("TMPDIR");
+  }
+  fs::remove_all(folder);
 }
 
 TEST(Installer, TheRunningCopyDecidesNotTheOneInTheImage) {
