@@ -1,6 +1,9 @@
 #include "simulator/services/Preferences.h"
 
+#include <algorithm>
+#include <cstdint>
 #include <fstream>
+#include <limits>
 #include <sstream>
 #include <utility>
 
@@ -12,6 +15,14 @@
 #include "simulator/services/PropertyList.h"
 
 namespace simulator {
+namespace {
+
+// Property lists have no null.
+bool holdsNull(const nlohmann::json& value) {
+  return value.is_null() || (value.is_structured() && std::ranges::any_of(value, holdsNull));
+}
+
+}  // namespace
 
 Preferences::Preferences(Machine& machine) : machine_(machine) {}
 
@@ -47,7 +58,9 @@ void Preferences::save() const {
 
 void Preferences::addCommands(Commands& commands) {
   commands.add("preference", [](Arguments& line) -> Action {
-    return [key = line.text("key"), value = line.json("value")](Machine& machine) {
+    const nlohmann::json given = line.json("value");
+    if (given.is_structured() && holdsNull(given)) line.fail("member \"value\" must not hold null");
+    return [key = line.text("key"), value = given](Machine& machine) {
       const Scheduler::Lock lock(machine.scheduler);
       machine.preferences->set(key, value);
     };
@@ -84,6 +97,13 @@ void write(const Call& call, const UserDefaults& defaults, const char* name, con
   call.machine.trace.record("preference").text("key", key).json("value", value.dump());
 }
 
+// What a program reads. An integer above the signed ones does not turn into a negative one.
+CFTypeRef createValue(const nlohmann::json& value) {
+  constexpr std::uint64_t most = std::numeric_limits<std::int64_t>::max();
+  const bool isTooLarge = value.is_number_unsigned() && value.get<std::uint64_t>() > most;
+  return simulator::createPropertyList(isTooLarge ? nlohmann::json(value.get<double>()) : value);
+}
+
 }  // namespace
 
 UserDefaults UserDefaults::standardUserDefaults() {
@@ -95,7 +115,7 @@ CF::Ref<CFTypeRef> UserDefaults::objectForKey(const std::string& key) const {
   const Call call("NSUserDefaults.objectForKey");
   simulator::live<UserDefaultsObject>(get(), "NSUserDefaults.objectForKey");
   const nlohmann::json* const value = call.machine.preferences->value(key);
-  return CF::adopt(value ? simulator::createPropertyList(*value) : nullptr);
+  return CF::adopt(value ? createValue(*value) : nullptr);
 }
 
 bool UserDefaults::boolForKey(const std::string& key) const {

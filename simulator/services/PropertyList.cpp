@@ -2,6 +2,7 @@
 
 #include <charconv>
 #include <limits>
+#include <optional>
 #include <stdexcept>
 
 namespace simulator {
@@ -96,7 +97,7 @@ class Reader {
     if (tag == "true/") return true;
     if (tag == "false/") return false;
     if (tag == "string") return unescape(content(tag));
-    if (tag == "integer") return number<std::int64_t>(content(tag));
+    if (tag == "integer") return integer(content(tag));
     if (tag == "real") return number<double>(content(tag));
     if (tag == "array") {
       auto list = nlohmann::json::array();
@@ -146,14 +147,23 @@ class Reader {
   }
 
   template <typename T>
-  static T number(std::string_view digits) {
+  static std::optional<T> parsed(std::string_view digits) {
     T result{};
     const auto end = digits.data() + digits.size();
-    if (const auto parsed = std::from_chars(digits.data(), end, result);
-        parsed.ec != std::errc() || parsed.ptr != end) {
-      fail("\"" + std::string(digits) + "\" is no number");
-    }
-    return result;
+    const auto [stop, error] = std::from_chars(digits.data(), end, result);
+    return error == std::errc() && stop == end ? std::optional(result) : std::nullopt;
+  }
+
+  template <typename T>
+  static T number(std::string_view digits) {
+    if (const auto result = parsed<T>(digits)) return *result;
+    fail("\"" + std::string(digits) + "\" is no number");
+  }
+
+  // Integers reach from the least signed one to the greatest unsigned one.
+  static nlohmann::json integer(std::string_view digits) {
+    if (const auto result = parsed<std::int64_t>(digits)) return *result;
+    return number<std::uint64_t>(digits);
   }
 
   std::string_view text_;

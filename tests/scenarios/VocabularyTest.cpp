@@ -86,6 +86,12 @@ TEST(Vocabulary, RefusesRedirectsToWhatIsNoAddress) {
   EXPECT_EQ(errorOf(R"({"do":"feed","redirect":"a\r\nb"})"), R"(member "redirect" must be a URL)");
 }
 
+TEST(Vocabulary, RefusesPreferencesThatNoPropertyListHolds) {
+  EXPECT_EQ(errorOf(R"({"do":"preference","key":"a","value":[1,null]})"), R"(member "value" must not hold null)");
+  EXPECT_EQ(errorOf(R"({"do":"preference","key":"a","value":{"b":[null]}})"), R"(member "value" must not hold null)");
+  EXPECT_EQ(playScenario(R"({"do":"preference","key":"a","value":null})").status, 0);  // removes it
+}
+
 TEST(Vocabulary, RefusesMembersItDoesNotKnow) {
   EXPECT_EQ(errorOf(R"({"do":"launch","seed":1})"), R"(unknown member "seed")");
   EXPECT_EQ(

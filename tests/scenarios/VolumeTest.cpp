@@ -552,9 +552,10 @@ TEST(Volume, StoredValuesOfOtherKinds) {
   EXPECT_EQ(levelAt("loud", false), 0.5F);  // a text is no integer: 16
   EXPECT_EQ(levelAt("8", false), 0.5F);     // the same
   EXPECT_EQ(levelAt(8, false), 0.5F * gain(8));
-  EXPECT_EQ(levelAt(8.5, false), 0.5F);   // no integer
-  EXPECT_EQ(levelAt(true, false), 0.5F);  // the same
-  EXPECT_EQ(levelAt(40, false), 0.5F);    // above the range it is full
+  EXPECT_EQ(levelAt(8.5, false), 0.5F);         // no integer
+  EXPECT_EQ(levelAt(true, false), 0.5F);        // the same
+  EXPECT_EQ(levelAt(40, false), 0.5F);          // above the range it is full
+  EXPECT_EQ(levelAt(UINT64_MAX, false), 0.5F);  // the same
   EXPECT_EQ(levelAt(nullptr, nullptr), 0.5F);
   EXPECT_EQ(levelAt(8, true), 0);
   EXPECT_EQ(levelAt(8, 1), 0);
@@ -562,9 +563,12 @@ TEST(Volume, StoredValuesOfOtherKinds) {
 }
 
 TEST(Volume, AStoredLevelOutOfEveryRangeDoesNoHarm) {
-  for (const json& steps : {json(-5), json(INT64_MIN), json(INT64_MAX), json(1000)}) {
-    const Played played = playScenario(lines(
-        {builtIn, screen, music, preference("steps.HDMI-1", steps), launch, settle, mute, mute, down, up, settle}));
+  for (const json& steps : {json(-5), json(INT64_MIN), json(INT64_MAX), json(UINT64_MAX), json(1000)}) {
+    // The next process finds it in the file.
+    const Played played =
+        playScenario(lines({builtIn, screen, music, preference("steps.HDMI-1", steps), launch, settle, quit, settle,
+                            snapshot("kept"), launch, settle, mute, mute, down, up, settle}));
+    EXPECT_EQ(snapshotOf(played, "kept")["preferences"]["steps.HDMI-1"], steps);
     EXPECT_EQ(played.swallowed(), Swallowed(8, true));
     expectNothingLeft(played);
   }

@@ -9,10 +9,12 @@ using simulator::readPropertyList;
 using simulator::writePropertyList;
 
 TEST(PropertyList, KeepsTypes) {
-  const json value = {
-      {"steps.A & <B>", 15}, {"big", INT64_MIN},  {"muted", true}, {"off", false},         {"text", " x\n\"ä\" "},
-      {"real", 0.1},         {"whole real", 8.0}, {"empty", ""},   {"list", {1, "a", {}}}, {"nothing", json::array()},
-      {"inner", {{"k", -1}}}};
+  const json value = {{"steps.A & <B>", 15},  {"big", INT64_MIN},
+                      {"muted", true},        {"off", false},
+                      {"text", " x\n\"ä\" "}, {"real", 0.1},
+                      {"whole real", 8.0},    {"empty", ""},
+                      {"list", {1, "a", {}}}, {"nothing", json::array()},
+                      {"inner", {{"k", -1}}}, {"biggest", UINT64_MAX}};
   const json read = readPropertyList(writePropertyList(value));
   EXPECT_EQ(read["steps.A & <B>"], 15);
   EXPECT_TRUE(read["steps.A & <B>"].is_number_integer());
@@ -20,6 +22,7 @@ TEST(PropertyList, KeepsTypes) {
   EXPECT_TRUE(read["muted"].is_boolean());
   EXPECT_EQ(read["text"], " x\n\"ä\" ");
   EXPECT_EQ(read["big"], INT64_MIN);
+  EXPECT_EQ(read["biggest"], UINT64_MAX);
   EXPECT_EQ(read["real"], 0.1);
   EXPECT_EQ(read["inner"], value["inner"]);
   EXPECT_EQ(read["nothing"], json::array());
@@ -37,7 +40,8 @@ TEST(PropertyList, LooksAsTheSystemWritesIt) {
 TEST(PropertyList, RefusesWhatIsNone) {
   for (const char* const text :
        {"", "<dict/>", "<plist><dict><key>a</key></dict></plist>", "<plist><integer>x</integer></plist>",
-        "<plist><string>open", "<plist><date>2020</date></plist>"}) {
+        "<plist><integer>18446744073709551616</integer></plist>", "<plist><string>open",
+        "<plist><date>2020</date></plist>"}) {
     EXPECT_THROW((void)readPropertyList(text), std::runtime_error) << text;
   }
 }
