@@ -100,13 +100,17 @@ foreach(function
   target_link_options(simulator INTERFACE -Wl,--wrap=${function})
 endforeach()
 
+# What the simulated system's root holds. Whatever runs a machine depends on it: an object library does not pass its own
+# dependencies on.
+add_custom_target(simulated_system)
+
 # A loadable library of the simulated system. Its symbols are looked up in the machine when it is loaded.
 function(add_system_library name directory)
   add_library(system_${name} MODULE simulator/libraries/${name}.cpp)
   target_link_libraries(system_${name} PRIVATE simulated_settings)
   set_target_properties(system_${name} PROPERTIES
     PREFIX "" SUFFIX "" OUTPUT_NAME ${name} LIBRARY_OUTPUT_DIRECTORY ${SIMULATED_SYSTEM}${directory})
-  add_dependencies(simulator system_${name})
+  add_dependencies(simulated_system system_${name})
 endfunction()
 add_system_library(IOKit /System/Library/Frameworks/IOKit.framework)
 add_system_library(OSD /System/Library/PrivateFrameworks/OSD.framework)
@@ -118,7 +122,7 @@ function(add_system_tool name directory)
   target_link_libraries(system_${name} PRIVATE simulated_settings)
   set_target_properties(system_${name} PROPERTIES
     OUTPUT_NAME ${name} RUNTIME_OUTPUT_DIRECTORY ${SIMULATED_SYSTEM}${directory})
-  add_dependencies(simulator system_${name})
+  add_dependencies(simulated_system system_${name})
 endfunction()
 set(VOLUMES simulator/services/DiskImage.cpp simulator/services/FileContent.cpp simulator/services/Volumes.cpp)
 add_system_tool(hdiutil /usr/bin ${VOLUMES})
@@ -140,6 +144,7 @@ target_link_libraries(desk PUBLIC simulated_settings)
 add_executable(dalvane-desk desk/main.cpp)
 target_link_libraries(dalvane-desk PRIVATE desk simulator dalvane)
 set_target_properties(dalvane-desk PROPERTIES ENABLE_EXPORTS ON)
+add_dependencies(dalvane-desk simulated_system)
 
 add_subdirectory(benchmarks)
 
