@@ -120,6 +120,7 @@ Action playAction(Arguments& line) {
   }
   const auto number = line.integer<std::int64_t>("output");
   const Sound sound{.level = line.number("level", 0.5), .tone = line.number("tone", 440)};
+  if (std::abs(sound.level) > 1e6) line.fail("member \"level\" must be within a million");
   if (!(sound.tone >= 0)) line.fail("member \"tone\" must not be negative");
   return [process, number, sound](Machine& machine) {
     (void)existing(machine, number);

@@ -63,6 +63,9 @@ TEST(Vocabulary, RefusesValuesThatDoNotExist) {
   EXPECT_EQ(errorOf(R"({"do":"disable-tap","by":"me"})"), R"(unknown reason "me")");
   EXPECT_EQ(errorOf(R"({"do":"fail","call":"printf","status":1})"),
             R"(there is no call "printf" that can be made to fail)");
+  // A sample is a 32-bit float, and a sum of many must be one.
+  EXPECT_EQ(errorOf(R"({"do":"play","process":"a","output":1,"level":-1e300})"),
+            R"(member "level" must be within a million)");
   EXPECT_EQ(errorOf(R"({"do":"advance","seconds":-1})"), R"(member "seconds" must be from 0 to a billion)");
 }
 
