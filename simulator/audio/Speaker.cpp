@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <bit>
 #include <cstdint>
+#include <limits>
 
 namespace simulator {
 
@@ -10,7 +11,9 @@ void Speaker::play(std::span<const float> samples, std::size_t channels, double 
   // Magnitudes are in the same order as their bits, and those are compared many at a time.
   std::uint32_t level = 0;
   for (const float sample : samples) level = std::max(level, std::bit_cast<std::uint32_t>(sample) & 0x7FFF'FFFFU);
-  level_ = std::bit_cast<float>(level);
+  // What is no number any more, or none that is finite, is as loud as it gets.
+  constexpr float loudest = std::numeric_limits<float>::max();
+  level_ = std::bit_cast<float>(std::min(level, std::bit_cast<std::uint32_t>(loudest)));
   direct_ = direct;
   if (listener_) listener_(samples, channels, rate);
 }

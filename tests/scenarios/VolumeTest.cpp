@@ -565,10 +565,11 @@ TEST(Volume, StoredValuesOfOtherKinds) {
 TEST(Volume, AStoredLevelOutOfEveryRangeDoesNoHarm) {
   for (const json& steps : {json(-5), json(INT64_MIN), json(INT64_MAX), json(UINT64_MAX), json(1000)}) {
     // The next process finds it in the file.
-    const Played played =
-        playScenario(lines({builtIn, screen, music, preference("steps.HDMI-1", steps), launch, settle, quit, settle,
-                            snapshot("kept"), launch, settle, mute, mute, down, up, settle}));
+    const Played played = playScenario(
+        lines({builtIn, screen, music, preference("steps.HDMI-1", steps), launch, settle, snapshot("running"), quit,
+               settle, snapshot("kept"), launch, settle, mute, mute, down, up, settle}));
     EXPECT_EQ(snapshotOf(played, "kept")["preferences"]["steps.HDMI-1"], steps);
+    EXPECT_TRUE(speaker(played, "running")["level"].is_number());
     EXPECT_EQ(played.swallowed(), Swallowed(8, true));
     expectNothingLeft(played);
   }
