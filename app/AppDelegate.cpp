@@ -1,7 +1,6 @@
 #include "app/AppDelegate.h"
 
 #include <ApplicationServices/ApplicationServices.h>
-#include <dispatch/dispatch.h>
 #include <objc/objc.h>
 #include <os/log.h>
 
@@ -21,8 +20,6 @@ os_log_t logger() {
   static const os_log_t log = makeLogger("AppDelegate");
   return log;
 }
-
-void assertMainThread() { dispatch_assert_queue(dispatch_get_main_queue()); }
 
 bool isTrustedAfterPrompt() {
   const void* key = kAXTrustedCheckOptionPrompt;

@@ -1,5 +1,6 @@
 #include "app/AppError.h"
 
+#include <dispatch/dispatch.h>
 #include <os/log.h>
 
 #include <cstdlib>
@@ -11,3 +12,5 @@ void fatalError(std::string_view message) {
   os_log_fault(OS_LOG_DEFAULT, "%{public}s", std::string(message).c_str());
   std::abort();
 }
+
+void assertMainThread() { dispatch_assert_queue(dispatch_get_main_queue()); }

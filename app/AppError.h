@@ -21,3 +21,6 @@ class AppError : public std::exception {
 
 // Stops the process on a programming or packaging error, with `message` in the unified log.
 [[noreturn]] void fatalError(std::string_view message);
+
+// Stops the process unless it is called on the main thread.
+void assertMainThread();

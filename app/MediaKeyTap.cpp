@@ -2,8 +2,8 @@
 
 #include <IOKit/hidsystem/IOLLEvent.h>
 #include <IOKit/hidsystem/ev_keymap.h>
-#include <dispatch/dispatch.h>
 
+#include "app/AppError.h"
 #include "platform/Event.h"
 
 namespace {
@@ -99,6 +99,6 @@ bool MediaKeyTap::takes(CGEventType type, CGEventRef event) const {
 }
 
 bool MediaKeyTap::dispatch(const MediaKeyEvent& event) const {
-  dispatch_assert_queue(dispatch_get_main_queue());
+  assertMainThread();
   return handler_(event.key, event.isPressed, event.isRepeat);
 }

@@ -1,12 +1,12 @@
-#include <dispatch/dispatch.h>
 
 #include <memory>
 
 #include "app/AppDelegate.h"
+#include "app/AppError.h"
 #include "platform/Application.h"
 
 int main() {
-  dispatch_assert_queue(dispatch_get_main_queue());
+  assertMainThread();
   const auto application = NS::Application::sharedApplication();
   const auto delegate = std::make_shared<AppDelegate>();
   application.setDelegate(delegate.get());

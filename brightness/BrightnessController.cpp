@@ -16,8 +16,6 @@ namespace {
 // VESA MCCS: luminance.
 constexpr std::uint8_t luminance = 0x10;
 
-void assertMainThread() { dispatch_assert_queue(dispatch_get_main_queue()); }
-
 std::optional<std::uint32_t> displayIDOf(const NS::Screen& screen) {
   const auto description = screen.deviceDescription();
   if (!description) return std::nullopt;

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <mutex>
 #include <numeric>
 #include <string>
 #include <thread>
@@ -48,7 +47,7 @@ std::string hexadecimal(std::uint8_t code) {
   return {digits.data(), static_cast<std::size_t>(std::snprintf(digits.data(), digits.size(), "%x", code))};
 }
 
-// An os_unfair_lock for std::lock_guard.
+// Holds an os_unfair_lock for a scope.
 class UnfairLock {
  public:
   explicit UnfairLock(os_unfair_lock& lock) : lock_(lock) { os_unfair_lock_lock(&lock_); }

@@ -1,7 +1,6 @@
 #include "osd/NativeOSD.h"
 
 #include <CoreGraphics/CoreGraphics.h>
-#include <dispatch/dispatch.h>
 #include <dlfcn.h>
 #include <objc/runtime.h>
 
@@ -56,7 +55,7 @@ void NativeOSD::showBrightness(int filledSteps, int totalSteps, std::uint32_t di
 }
 
 void NativeOSD::showImage(std::int64_t image, std::uint32_t displayID, int filledSteps, int totalSteps) const {
-  dispatch_assert_queue(dispatch_get_main_queue());
+  assertMainThread();
   const id manager = reinterpret_cast<id>(const_cast<void*>(manager_.get()));
   const SEL selector =
       sel_registerName("showImage:onDisplayID:priority:msecUntilFade:filledChiclets:totalChiclets:locked:");

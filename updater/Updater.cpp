@@ -32,7 +32,7 @@ Updater::Updater() : currentVersion_(runningVersion()), logger_(makeLogger("Upda
 Updater::~Updater() { stop(); }
 
 void Updater::start() {
-  dispatch_assert_queue(dispatch_get_main_queue());
+  assertMainThread();
   stop();
   const std::weak_ptr<Updater> weak = weak_from_this();
   timer_ =
@@ -55,7 +55,7 @@ void Updater::stop() {
 }
 
 void Updater::check() {
-  dispatch_assert_queue(dispatch_get_main_queue());
+  assertMainThread();
   if (std::holds_alternative<Checking>(state_) || std::holds_alternative<Installing>(state_)) return;
   setState(Checking{});
   const std::weak_ptr<Updater> weak = weak_from_this();
@@ -83,7 +83,7 @@ void Updater::checked(const Outcome<Release>& latest) {
 }
 
 void Updater::install() {
-  dispatch_assert_queue(dispatch_get_main_queue());
+  assertMainThread();
   const auto* available = std::get_if<Available>(&state_);
   if (!available) return;
   const Release release = available->release;

@@ -7,6 +7,7 @@
 #include <limits>
 #include <utility>
 
+#include "app/AppError.h"
 #include "app/Log.h"
 #include "platform/Alert.h"
 #include "platform/CF.h"
@@ -43,14 +44,14 @@ int shown(long steps) { return static_cast<int>(std::clamp(steps, 0L, long{std::
 VolumeController::VolumeController(std::shared_ptr<const NativeOSD> osd) : osd_(std::move(osd)) {}
 
 void VolumeController::start() {
-  dispatch_assert_queue(dispatch_get_main_queue());
+  assertMainThread();
   listenForDefaultOutputChanges();
   observeWake();
   refresh();
 }
 
 void VolumeController::stop() {
-  dispatch_assert_queue(dispatch_get_main_queue());
+  assertMainThread();
   if (wakeObserver_) {
     NS::Workspace::sharedWorkspace().notificationCenter().removeObserver(std::exchange(wakeObserver_, {}));
   }
@@ -65,14 +66,14 @@ void VolumeController::stop() {
 }
 
 std::optional<SliderState> VolumeController::sliderState() const {
-  dispatch_assert_queue(dispatch_get_main_queue());
+  assertMainThread();
   if (!output_) return std::nullopt;
   const int steps = storedMute(output_->uid) ? 0 : shown(storedSteps(output_->uid));
   return SliderState{.title = output_->name, .steps = steps, .totalSteps = totalSteps};
 }
 
 bool VolumeController::handle(MediaKey key, bool isPressed, bool isRepeat) {
-  dispatch_assert_queue(dispatch_get_main_queue());
+  assertMainThread();
   if (key > MediaKey::mute || !output_) return false;
   if (!isPressed) return true;
 
@@ -99,13 +100,13 @@ bool VolumeController::handle(MediaKey key, bool isPressed, bool isRepeat) {
 }
 
 void VolumeController::setSteps(int steps) {
-  dispatch_assert_queue(dispatch_get_main_queue());
+  assertMainThread();
   if (!output_) return;
   apply(std::clamp(steps, 0, totalSteps), false, Output(*output_));
 }
 
 void VolumeController::refresh() {
-  dispatch_assert_queue(dispatch_get_main_queue());
+  assertMainThread();
   stopRouter();
   output_.reset();
   try {

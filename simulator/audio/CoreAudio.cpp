@@ -60,6 +60,15 @@ OSStatus listen(const char* name, bool adds, AudioObjectID object, const AudioOb
   return status;
 }
 
+// A call that does something to one of a device's procs.
+OSStatus changeProc(const char* name, AudioObjectID device, AudioDeviceIOProcID proc,
+                    void (Audio::*change)(AudioObjectID, AudioDeviceIOProcID)) {
+  const Call call(name);
+  const OSStatus status = answer(call, [&](Audio& audio) { (audio.*change)(device, proc); });
+  call.machine.trace.call(name, status).number("device", device).number("proc", number(proc));
+  return status;
+}
+
 }  // namespace
 }  // namespace simulator
 
@@ -67,6 +76,7 @@ using simulator::answer;
 using simulator::Audio;
 using simulator::AudioError;
 using simulator::Call;
+using simulator::changeProc;
 using simulator::require;
 
 extern "C" {
@@ -180,30 +190,15 @@ OSStatus AudioDeviceCreateIOProcIDWithBlock(AudioDeviceIOProcID* outIOProcID, Au
 }
 
 OSStatus AudioDeviceDestroyIOProcID(AudioObjectID inDevice, AudioDeviceIOProcID inIOProcID) {
-  const Call call("AudioDeviceDestroyIOProcID");
-  const OSStatus status = answer(call, [&](Audio& audio) { audio.destroyProc(inDevice, inIOProcID); });
-  call.machine.trace.call("AudioDeviceDestroyIOProcID", status)
-      .number("device", inDevice)
-      .number("proc", simulator::number(inIOProcID));
-  return status;
+  return changeProc("AudioDeviceDestroyIOProcID", inDevice, inIOProcID, &Audio::destroyProc);
 }
 
 OSStatus AudioDeviceStart(AudioObjectID inDevice, AudioDeviceIOProcID inProcID) {
-  const Call call("AudioDeviceStart");
-  const OSStatus status = answer(call, [&](Audio& audio) { audio.start(inDevice, inProcID); });
-  call.machine.trace.call("AudioDeviceStart", status)
-      .number("device", inDevice)
-      .number("proc", simulator::number(inProcID));
-  return status;
+  return changeProc("AudioDeviceStart", inDevice, inProcID, &Audio::start);
 }
 
 OSStatus AudioDeviceStop(AudioObjectID inDevice, AudioDeviceIOProcID inProcID) {
-  const Call call("AudioDeviceStop");
-  const OSStatus status = answer(call, [&](Audio& audio) { audio.stop(inDevice, inProcID); });
-  call.machine.trace.call("AudioDeviceStop", status)
-      .number("device", inDevice)
-      .number("proc", simulator::number(inProcID));
-  return status;
+  return changeProc("AudioDeviceStop", inDevice, inProcID, &Audio::stop);
 }
 
 }  // extern "C"

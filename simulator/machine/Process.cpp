@@ -58,7 +58,6 @@ void Process::cleanUp() {
   forgetLiveObjects();
   machine_.trace.setMuted(false);
   ending_ = false;
-  if (const auto action = std::exchange(whenEnded_, nullptr)) action();
 }
 
 }  // namespace simulator

@@ -34,8 +34,6 @@ class Process {
   [[noreturn]] void exit(int status);
   // Ends it from outside, as pulling the plug does.
   void kill();
-  // Calls `action` once the process has ended and nothing of it is left.
-  void whenEnded(std::function<void()> action) { whenEnded_ = std::move(action); }
 
   // What processes that have ended left alive.
   [[nodiscard]] const Leaks& leaks() const { return leaks_; }
@@ -49,7 +47,6 @@ class Process {
   bool running_ = false;
   bool ending_ = false;
   Scheduler::Thread* mainThread_ = nullptr;
-  std::function<void()> whenEnded_;
   Leaks leaks_;
 };
 

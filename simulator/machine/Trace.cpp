@@ -16,6 +16,7 @@ void appendInteger(std::string& line, std::int64_t value) {
   line.append(digits.data(), end);
 }
 
+// Seconds as a plain decimal number, exact to the nanosecond.
 void appendSeconds(std::string& line, Time time) {
   appendInteger(line, time.count() / 1'000'000'000);
   auto fraction = time.count() % 1'000'000'000;
@@ -28,12 +29,6 @@ void appendSeconds(std::string& line, Time time) {
 }
 
 }  // namespace
-
-std::string seconds(Time time) {
-  std::string text;
-  appendSeconds(text, time);
-  return text;
-}
 
 std::string Trace::quote(std::string_view text) const {
   std::string stripped(text);

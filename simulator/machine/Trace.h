@@ -69,7 +69,4 @@ class Trace {
   bool muted_ = false;
 };
 
-// Seconds as a plain decimal number, exact to the nanosecond.
-std::string seconds(Time time);
-
 }  // namespace simulator
