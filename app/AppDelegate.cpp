@@ -6,10 +6,12 @@
 
 #include <string>
 
-#include "app/AppError.h"
-#include "app/Log.h"
+#include "base/AppError.h"
+#include "base/Assertions.h"
+#include "base/Log.h"
 #include "platform/Alert.h"
 #include "platform/AppService.h"
+#include "platform/CFCollections.h"
 
 namespace {
 
@@ -22,10 +24,7 @@ os_log_t logger() {
 }
 
 bool isTrustedAfterPrompt() {
-  const void* key = kAXTrustedCheckOptionPrompt;
-  const void* value = kCFBooleanTrue;
-  const auto options = CF::adopt(CFDictionaryCreate(kCFAllocatorDefault, &key, &value, 1,
-                                                    &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks));
+  const auto options = CF::dictionary({{kAXTrustedCheckOptionPrompt, CF::value(true)}});
   return AXIsProcessTrustedWithOptions(options.get());
 }
 

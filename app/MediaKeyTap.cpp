@@ -3,7 +3,7 @@
 #include <IOKit/hidsystem/IOLLEvent.h>
 #include <IOKit/hidsystem/ev_keymap.h>
 
-#include "app/AppError.h"
+#include "base/Assertions.h"
 #include "platform/Event.h"
 
 namespace {

@@ -7,7 +7,7 @@
 #include <functional>
 #include <optional>
 
-#include "app/MediaKey.h"
+#include "base/MediaKey.h"
 #include "platform/CF.h"
 
 // A media key as an event carries it.

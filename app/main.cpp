@@ -2,7 +2,7 @@
 #include <memory>
 
 #include "app/AppDelegate.h"
-#include "app/AppError.h"
+#include "base/Assertions.h"
 #include "platform/Application.h"
 
 int main() {

@@ -6,8 +6,9 @@
 #include <cmath>
 #include <utility>
 
-#include "app/AppError.h"
-#include "app/Log.h"
+#include "base/AppError.h"
+#include "base/Assertions.h"
+#include "base/Log.h"
 #include "platform/Event.h"
 #include "platform/Screen.h"
 

@@ -10,8 +10,8 @@
 #include <optional>
 #include <vector>
 
-#include "app/MediaKey.h"
-#include "app/SliderState.h"
+#include "base/MediaKey.h"
+#include "base/SliderState.h"
 #include "brightness/DDCChannel.h"
 #include "brightness/IOAVServiceAPI.h"
 #include "osd/NativeOSD.h"

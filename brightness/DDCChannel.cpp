@@ -2,12 +2,15 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdio>
 #include <numeric>
 #include <string>
 #include <thread>
 
-#include "app/Log.h"
+#include "base/Assertions.h"
+#include "base/Log.h"
 #include "platform/IO.h"
+#include "platform/UnfairLock.h"
 
 namespace {
 
@@ -46,18 +49,6 @@ std::string hexadecimal(std::uint8_t code) {
   std::array<char, 3> digits{};
   return {digits.data(), static_cast<std::size_t>(std::snprintf(digits.data(), digits.size(), "%x", code))};
 }
-
-// Holds an os_unfair_lock for a scope.
-class UnfairLock {
- public:
-  explicit UnfairLock(os_unfair_lock& lock) : lock_(lock) { os_unfair_lock_lock(&lock_); }
-  ~UnfairLock() { os_unfair_lock_unlock(&lock_); }
-  UnfairLock(const UnfairLock&) = delete;
-  UnfairLock& operator=(const UnfairLock&) = delete;
-
- private:
-  os_unfair_lock& lock_;
-};
 
 }  // namespace
 

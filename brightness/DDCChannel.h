@@ -16,7 +16,7 @@
 #include <variant>
 #include <vector>
 
-#include "app/AppError.h"
+#include "base/AppError.h"
 #include "brightness/DisplayIdentity.h"
 #include "brightness/IOAVServiceAPI.h"
 #include "platform/CF.h"

@@ -78,9 +78,9 @@ add_library(simulator OBJECT
   simulator/time/StaticInitialization.cpp
   simulator/time/UnfairLock.cpp)
 target_link_libraries(simulator PUBLIC simulated_settings)
-target_compile_definitions(simulator PRIVATE
-  SIMULATED_SYSTEM="${SIMULATED_SYSTEM}"
-  DALVANE_FEED_HOST="${DALVANE_FEED_HOST}")
+set_source_files_properties(simulator/machine/SystemRoot.cpp PROPERTIES
+  COMPILE_DEFINITIONS SIMULATED_SYSTEM="${SIMULATED_SYSTEM}")
+target_compile_definitions(simulator PRIVATE DALVANE_FEED_HOST="${DALVANE_FEED_HOST}")
 target_link_libraries(simulator PUBLIC ${BLOCKS_RUNTIME} CURL::libcurl OpenSSL::SSL Threads::Threads ${CMAKE_DL_LIBS})
 # C library functions whose calls from the program are the machine's.
 foreach(function abort getpid nanosleep posix_spawn waitpid

@@ -6,7 +6,8 @@
 
 #include <string>
 
-#include "app/AppError.h"
+#include "base/AppError.h"
+#include "base/Assertions.h"
 
 namespace {
 

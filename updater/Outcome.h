@@ -7,7 +7,7 @@
 #include <utility>
 #include <variant>
 
-#include "app/AppError.h"
+#include "base/AppError.h"
 
 // The work's result, or the error that ended it.
 template <typename T>

@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "base/Assertions.h"
 #include "platform/CF.h"
 #include "platform/URLSession.h"
 #include "platform/UUID.h"

@@ -5,8 +5,9 @@
 
 #include <utility>
 
-#include "app/AppError.h"
-#include "app/Log.h"
+#include "base/AppError.h"
+#include "base/Assertions.h"
+#include "base/Log.h"
 #include "platform/Application.h"
 #include "updater/ChildProcess.h"
 #include "updater/ReleaseFeed.h"

@@ -1,13 +1,11 @@
 #include "volume/AudioObjects.h"
 
-#include "app/AppError.h"
-#include "app/Log.h"
+#include "base/Log.h"
+#include "volume/CoreAudio.h"
+
+using CoreAudio::require;
 
 namespace {
-
-void require(OSStatus status, const char* step) {
-  if (status != kAudioHardwareNoError) throw AppError(step, status);
-}
 
 // For teardown, which always goes on to its next step.
 void check(OSStatus status, const char* step) {

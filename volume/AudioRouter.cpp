@@ -5,43 +5,15 @@
 #include <array>
 #include <charconv>
 #include <string>
-#include <utility>
-#include <vector>
 
-#include "app/AppError.h"
-#include "platform/CF.h"
+#include "base/AppError.h"
+#include "platform/CFCollections.h"
 #include "platform/UUID.h"
 #include "volume/CoreAudio.h"
 
 namespace {
 
 constexpr const char* objectName = "Dalvane";
-
-using Entry = std::pair<const char*, CF::Ref<CFTypeRef>>;
-
-CF::Ref<CFTypeRef> value(const std::string& text) { return CF::retain<CFTypeRef>(CF::string(text).get()); }
-
-CF::Ref<CFTypeRef> value(bool flag) { return CF::retain<CFTypeRef>(flag ? kCFBooleanTrue : kCFBooleanFalse); }
-
-CF::Ref<CFDictionaryRef> dictionary(const std::vector<Entry>& entries) {
-  std::vector<CF::Ref<CFStringRef>> names;
-  std::vector<const void*> keys;
-  std::vector<const void*> values;
-  for (const auto& [key, entry] : entries) {
-    keys.push_back(names.emplace_back(CF::string(key)).get());
-    values.push_back(entry.get());
-  }
-  return CF::adopt(CFDictionaryCreate(kCFAllocatorDefault, keys.data(), values.data(),
-                                      static_cast<CFIndex>(keys.size()), &kCFTypeDictionaryKeyCallBacks,
-                                      &kCFTypeDictionaryValueCallBacks));
-}
-
-// A list of one dictionary.
-CF::Ref<CFTypeRef> listOfOne(const std::vector<Entry>& entries) {
-  const CF::Ref<CFDictionaryRef> element = dictionary(entries);
-  const void* elements[] = {element.get()};
-  return CF::adopt<CFTypeRef>(CFArrayCreate(kCFAllocatorDefault, elements, 1, &kCFTypeArrayCallBacks));
-}
 
 CA::TapDescription tapDescription(const std::string& deviceUID) {
   // The router's own output goes to the same device: tapping it too would feed the sound back.
@@ -56,16 +28,19 @@ CA::TapDescription tapDescription(const std::string& deviceUID) {
 }
 
 CF::Ref<CFDictionaryRef> aggregateDescription(const std::string& deviceUID, const std::string& tapUID) {
-  return dictionary({
-      {kAudioAggregateDeviceNameKey, value(std::string(objectName))},
-      {kAudioAggregateDeviceUIDKey, value(NS::UUID::make().UUIDString())},
-      {kAudioAggregateDeviceMainSubDeviceKey, value(deviceUID)},
-      {kAudioAggregateDeviceIsPrivateKey, value(true)},
-      {kAudioAggregateDeviceIsStackedKey, value(false)},
-      {kAudioAggregateDeviceTapAutoStartKey, value(true)},
-      {kAudioAggregateDeviceSubDeviceListKey, listOfOne({{kAudioSubDeviceUIDKey, value(deviceUID)}})},
-      {kAudioAggregateDeviceTapListKey,
-       listOfOne({{kAudioSubTapUIDKey, value(tapUID)}, {kAudioSubTapDriftCompensationKey, value(true)}})},
+  using CF::value;
+  const auto subDevice = CF::dictionary({{CFSTR(kAudioSubDeviceUIDKey), value(deviceUID)}});
+  const auto tap = CF::dictionary(
+      {{CFSTR(kAudioSubTapUIDKey), value(tapUID)}, {CFSTR(kAudioSubTapDriftCompensationKey), value(true)}});
+  return CF::dictionary({
+      {CFSTR(kAudioAggregateDeviceNameKey), value(std::string(objectName))},
+      {CFSTR(kAudioAggregateDeviceUIDKey), value(NS::UUID::make().UUIDString())},
+      {CFSTR(kAudioAggregateDeviceMainSubDeviceKey), value(deviceUID)},
+      {CFSTR(kAudioAggregateDeviceIsPrivateKey), value(true)},
+      {CFSTR(kAudioAggregateDeviceIsStackedKey), value(false)},
+      {CFSTR(kAudioAggregateDeviceTapAutoStartKey), value(true)},
+      {CFSTR(kAudioAggregateDeviceSubDeviceListKey), CF::listOf(subDevice.get())},
+      {CFSTR(kAudioAggregateDeviceTapListKey), CF::listOf(tap.get())},
   });
 }
 

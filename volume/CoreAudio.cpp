@@ -2,16 +2,16 @@
 
 #include <AudioToolbox/AudioHardwareService.h>
 
-#include "app/AppError.h"
+#include "base/AppError.h"
 #include "platform/CF.h"
 
 namespace CoreAudio {
 
-namespace {
-
-void require(OSStatus status, const std::string& operation) {
+void require(OSStatus status, std::string_view operation) {
   if (status != kAudioHardwareNoError) throw AppError(operation, status);
 }
+
+namespace {
 
 // A property of fixed size.
 template <typename T>

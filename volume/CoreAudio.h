@@ -8,8 +8,12 @@
 #include <sys/types.h>
 
 #include <string>
+#include <string_view>
 
 namespace CoreAudio {
+
+// Throws an AppError, "<operation> failed (OSStatus <status>)", for a status other than success.
+void require(OSStatus status, std::string_view operation);
 
 inline constexpr AudioObjectID system = kAudioObjectSystemObject;
 

@@ -5,7 +5,7 @@
 
 #include <string>
 
-#include "app/AppError.h"
+#include "base/AppError.h"
 #include "platform/CF.h"
 
 namespace SystemAudioPermission {

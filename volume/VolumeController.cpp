@@ -7,8 +7,8 @@
 #include <limits>
 #include <utility>
 
-#include "app/AppError.h"
-#include "app/Log.h"
+#include "base/Assertions.h"
+#include "base/Log.h"
 #include "platform/Alert.h"
 #include "platform/CF.h"
 #include "volume/CoreAudio.h"

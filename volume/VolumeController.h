@@ -7,8 +7,8 @@
 #include <optional>
 #include <string>
 
-#include "app/MediaKey.h"
-#include "app/SliderState.h"
+#include "base/MediaKey.h"
+#include "base/SliderState.h"
 #include "osd/NativeOSD.h"
 #include "platform/Block.h"
 #include "platform/NotificationCenter.h"

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "app/AppError.h"
+#include "base/AppError.h"
 
 TEST(AppError, KeepsItsMessage) { EXPECT_STREQ(AppError("Something is missing").what(), "Something is missing"); }
 

@@ -2,7 +2,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include "app/AppError.h"
+#include "base/AppError.h"
 #include "tests/support/Program.h"
 #include "volume/AudioRouter.h"
 #include "volume/CoreAudio.h"

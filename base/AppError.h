@@ -1,10 +1,11 @@
-// The program's one error type, and the way it stops on a broken assumption.
+// The program's one error type.
 #pragma once
 
 #include <cstdint>
 #include <exception>
 #include <string>
 #include <string_view>
+#include <utility>
 
 // A value holding one text, its description, which is what is logged or shown.
 class AppError : public std::exception {
@@ -18,9 +19,3 @@ class AppError : public std::exception {
  private:
   std::string message_;
 };
-
-// Stops the process on a programming or packaging error, with `message` in the unified log.
-[[noreturn]] void fatalError(std::string_view message);
-
-// Stops the process unless it is called on the main thread.
-void assertMainThread();

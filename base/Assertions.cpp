@@ -1,12 +1,10 @@
-#include "app/AppError.h"
+#include "base/Assertions.h"
 
 #include <dispatch/dispatch.h>
 #include <os/log.h>
 
 #include <cstdlib>
-
-AppError::AppError(std::string_view operation, std::int32_t status)
-    : message_(std::string(operation) + " failed (OSStatus " + std::to_string(status) + ")") {}
+#include <string>
 
 void fatalError(std::string_view message) {
   os_log_fault(OS_LOG_DEFAULT, "%{public}s", std::string(message).c_str());

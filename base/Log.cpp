@@ -1,6 +1,6 @@
-#include "app/Log.h"
+#include "base/Log.h"
 
-#include "app/AppError.h"
+#include "base/Assertions.h"
 #include "platform/CF.h"
 
 os_log_t makeLogger(const char* category) {
