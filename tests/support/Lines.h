@@ -1,0 +1,78 @@
+// The words that test scenarios are written in: each is one scenario line with its line feed, so that a scenario is
+// the sum of what happens: launched + key("brightnessUp") + settle + snapshot("brighter").
+#pragma once
+
+#include <nlohmann/json.hpp>
+#include <string>
+
+namespace lines {
+
+// A line from its members: line("answer", {{"button", nullptr}}).
+inline std::string line(const char* what, const nlohmann::json& members = nlohmann::json::object()) {
+  nlohmann::json object = {{"do", what}};
+  object.update(members);
+  return object.dump() + "\n";
+}
+// The same about a thing with an id.
+inline std::string line(const char* what, int id, nlohmann::json members) {
+  members["id"] = id;
+  return line(what, members);
+}
+
+// ---- The program and time ----
+
+inline const std::string launch = line("launch");
+inline const std::string quit = line("quit");
+inline const std::string settle = line("settle");
+inline const std::string wake = line("wake");
+inline std::string advance(double seconds) { return line("advance", {{"seconds", seconds}}); }
+inline std::string snapshot(const std::string& name) { return line("snapshot", {{"name", name}}); }
+
+// ---- The keyboard, the pointer, the menu ----
+
+inline std::string key(const std::string& name, const nlohmann::json& more = nlohmann::json::object()) {
+  nlohmann::json members = {{"key", name}};
+  members.update(more);
+  return line("key", members);
+}
+inline std::string press(const std::string& name) { return key(name, {{"action", "press"}}); }
+inline std::string repeated(const std::string& name) { return key(name, {{"action", "press"}, {"repeat", true}}); }
+inline std::string release(const std::string& name) { return key(name, {{"action", "release"}}); }
+inline std::string pointer(double x, double y) { return line("pointer", {{"at", {x, y}}}); }
+inline std::string menu(bool open) { return line("menu", {{"open", open}}); }
+inline std::string click(const std::string& item) { return line("click", {{"item", item}}); }
+inline std::string answer(const nlohmann::json& button) { return line("answer", {{"button", button}}); }
+
+// ---- Hardware ----
+
+inline std::string display(int id, const nlohmann::json& members) { return line("display", id, members); }
+inline std::string displayGone(int id) { return display(id, {{"gone", true}}); }
+inline std::string monitor(int display, const nlohmann::json& members) {
+  nlohmann::json all = {{"display", display}};
+  all.update(members);
+  return line("monitor", all);
+}
+inline std::string output(int id, const nlohmann::json& members) { return line("output", id, members); }
+inline std::string outputGone(int id) { return output(id, {{"gone", true}}); }
+inline std::string defaultOutput(int id) { return line("default-output", id, nlohmann::json::object()); }
+inline std::string play(const std::string& process, int output, const nlohmann::json& more = {{"tone", 0}}) {
+  nlohmann::json members = {{"process", process}, {"output", output}};
+  members.update(more);
+  return line("play", members);
+}
+
+// ---- The system ----
+
+inline std::string accessibility(bool granted) { return line("accessibility", {{"granted", granted}}); }
+inline std::string capture(const nlohmann::json& members) { return line("capture", members); }
+inline std::string preference(const std::string& key, const nlohmann::json& value) {
+  return line("preference", {{"key", key}, {"value", value}});
+}
+// Makes `times` calls fail, the `nth` from now first.
+inline std::string fail(const std::string& call, int status, int nth = 1, int times = 1) {
+  return line("fail", {{"call", call}, {"status", status}, {"nth", nth}, {"times", times}});
+}
+inline std::string missingLibrary(const std::string& library) { return line("missing", {{"library", library}}); }
+inline std::string missingSymbol(const std::string& symbol) { return line("missing", {{"symbol", symbol}}); }
+
+}  // namespace lines
