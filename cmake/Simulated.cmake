@@ -146,7 +146,10 @@ target_link_libraries(dalvane-desk PRIVATE desk simulator dalvane)
 set_target_properties(dalvane-desk PROPERTIES ENABLE_EXPORTS ON)
 add_dependencies(dalvane-desk simulated_system)
 
-add_subdirectory(benchmarks)
+option(DALVANE_BENCHMARKS "Build the benchmarks" OFF)
+if(DALVANE_BENCHMARKS)
+  add_subdirectory(benchmarks)
+endif()
 
 include(CTest)
 if(BUILD_TESTING)
