@@ -73,6 +73,7 @@ add_library(simulator OBJECT
   simulator/time/Dispatch.cpp
   simulator/time/Fiber.cpp
   simulator/time/RunLoop.cpp
+  simulator/time/Schedule.cpp
   simulator/time/Scheduler.cpp
   simulator/time/Sleep.cpp
   simulator/time/StaticInitialization.cpp
@@ -137,7 +138,7 @@ target_link_libraries(dalvane PUBLIC simulated_settings)
 target_compile_definitions(dalvane PRIVATE DALVANE_FEED_HOST="${DALVANE_FEED_HOST}")
 set_source_files_properties(app/main.cpp PROPERTIES COMPILE_DEFINITIONS main=dalvane_main)
 
-add_library(desk OBJECT desk/Desk.cpp desk/Narrator.cpp desk/Tour.cpp)
+add_library(desk OBJECT desk/Desk.cpp desk/Explore.cpp desk/Narrator.cpp desk/Tour.cpp)
 target_compile_definitions(desk PRIVATE DALVANE_VERSION="${PROJECT_VERSION}")
 target_link_libraries(desk PUBLIC simulated_settings)
 

@@ -11,7 +11,8 @@ simulator::Program dalvaneProgram() {
   return {.main = dalvane_main, .name = "Dalvane", .identifier = "example.dalvane.Dalvane", .version = DALVANE_VERSION};
 }
 
-int play(const std::vector<std::string>& files, std::uint64_t seed, std::ostream& trace, std::ostream& errors) {
+int play(const std::vector<std::string>& files, const simulator::Seed& seed, std::ostream& trace,
+         std::ostream& errors) {
   simulator::Machine machine(dalvaneProgram(), {.clock = simulator::Clock::deterministic,
                                                 .seed = seed,
                                                 .trace = [&trace](std::string_view line) { trace << line << '\n'; },

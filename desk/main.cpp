@@ -1,18 +1,24 @@
 // dalvane-desk: see `usage`.
+#include <unistd.h>
+
 #include <charconv>
 #include <iostream>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "desk/Desk.h"
+#include "desk/Explore.h"
 #include "desk/Tour.h"
 
 namespace {
 
 constexpr std::string_view usage =
     "dalvane-desk play [--seed N] FILE...   plays scenario files; the trace goes to standard output\n"
+    "dalvane-desk explore [--preemptions N] FILE...\n"
+    "                                       plays them under every schedule with up to N (2) preemptions\n"
     "dalvane-desk tour [--trace] [--wav FILE]\n"
     "                                       a guided run of what Dalvane does; with the raw trace, if you like, and "
     "with\n"
@@ -21,6 +27,48 @@ constexpr std::string_view usage =
 int misused(const std::string& reason) {
   std::cerr << "dalvane-desk: " << reason << "\n" << usage;
   return 2;
+}
+
+// The files that a command is given, and its one option, which takes a value.
+struct FilesAndOption {
+  std::vector<std::string> files;
+  std::optional<std::string> value;
+  std::string problem;  // empty: none
+};
+FilesAndOption filesAnd(const std::string& option, const std::vector<std::string>& arguments) {
+  FilesAndOption result;
+  for (std::size_t i = 1; i < arguments.size(); ++i) {
+    if (arguments[i] != option) {
+      result.files.push_back(arguments[i]);
+    } else if (++i < arguments.size()) {
+      result.value = arguments[i];
+    } else {
+      result.problem = option + " needs a value";
+    }
+  }
+  if (result.problem.empty() && result.files.empty()) result.problem = "a scenario file is missing";
+  return result;
+}
+
+int playCommand(const std::vector<std::string>& arguments) {
+  const FilesAndOption given = filesAnd("--seed", arguments);
+  if (!given.problem.empty()) return misused(given.problem);
+  const auto seed = given.value ? simulator::Seed::parse(*given.value) : simulator::Seed();
+  if (!seed) return misused("\"" + *given.value + "\" is no seed");
+  return play(given.files, *seed, std::cout, std::cerr);
+}
+
+int exploreCommand(const std::vector<std::string>& arguments) {
+  const FilesAndOption given = filesAnd("--preemptions", arguments);
+  if (!given.problem.empty()) return misused(given.problem);
+  std::size_t preemptions = 2;
+  if (given.value) {
+    const char* const last = given.value->data() + given.value->size();
+    const auto [end, error] = std::from_chars(given.value->data(), last, preemptions);
+    if (error != std::errc{} || end != last) return misused("\"" + *given.value + "\" is no number of preemptions");
+  }
+  return explore(dalvaneProgram(), given.files, preemptions, std::cout, std::cerr,
+                 isatty(STDERR_FILENO) != 0 ? &std::cerr : nullptr);
 }
 
 }  // namespace
@@ -51,20 +99,7 @@ int main(int argc, char** argv) {
       return misused(error.what());
     }
   }
-  if (arguments[0] != "play") return misused("unknown command \"" + arguments[0] + "\"");
-
-  std::uint64_t seed = 1;
-  std::vector<std::string> files;
-  for (std::size_t i = 1; i < arguments.size(); ++i) {
-    if (arguments[i] != "--seed") {
-      files.push_back(arguments[i]);
-      continue;
-    }
-    if (++i == arguments.size()) return misused("--seed needs a number");
-    const std::string& text = arguments[i];
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), seed);
-    if (error != std::errc{} || end != text.data() + text.size()) return misused("\"" + text + "\" is no seed");
-  }
-  if (files.empty()) return misused("a scenario file is missing");
-  return play(files, seed, std::cout, std::cerr);
+  if (arguments[0] == "explore") return exploreCommand(arguments);
+  if (arguments[0] == "play") return playCommand(arguments);
+  return misused("unknown command \"" + arguments[0] + "\"");
 }

@@ -49,7 +49,8 @@ Machine* currentMachine = nullptr;
 }  // namespace
 
 Machine::Machine(Program program, Options options)
-    : scheduler(options.clock, options.seed),
+    : seed_(std::move(options.seed)),
+      scheduler(options.clock, seed_),
       trace(scheduler, std::move(options.trace)),
       process(*this, std::move(program)),
       onFatal_(std::move(options.fatal)) {
@@ -97,6 +98,15 @@ Machine& Machine::current() {
 }
 
 Machine* Machine::currentOrNull() { return currentMachine; }
+
+void Machine::introduce() {
+  if (std::exchange(isIntroduced_, true)) return;
+  const std::string seed = seed_.text();
+  trace.record("machine")
+      .text("version", process.program().version)
+      .json("seed", seed_.departures ? trace.quote(seed) : seed)
+      .text("clock", scheduler.clock() == Clock::live ? "live" : "deterministic");
+}
 
 nlohmann::ordered_json Machine::snapshot() {
   const Scheduler::Lock lock(scheduler);

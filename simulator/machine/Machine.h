@@ -41,7 +41,7 @@ class URLLoading;
 
 struct Options {
   Clock clock = Clock::deterministic;
-  std::uint64_t seed = 1;
+  Seed seed = {};
   Trace::Sink trace;  // none: nothing is recorded
   // What happens after a `fatal` record. It must not return; by default the process ends with status 1.
   std::function<void()> fatal;
@@ -59,6 +59,13 @@ class Machine {
   // Null when there is none, as when objects of the platform are used in a plain unit test.
   static Machine* currentOrNull();
 
+ private:
+  const Seed seed_;  // the parts below are made from it
+  bool isIntroduced_ = false;
+
+ public:
+  // Writes the trace's first record, which says what machine this is; once.
+  void introduce();
   // Everything visible, as the `snapshot` record has it (without its name).
   [[nodiscard]] nlohmann::ordered_json snapshot();
   // Lets everything run that is ready at this instant.

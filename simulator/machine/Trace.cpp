@@ -57,6 +57,7 @@ Trace::Record Trace::call(std::string_view api, std::int64_t status) {
   Record result = record("call");
   if (!result.trace_) return result;
   result.text("api", api);
+  if (const std::string_view thread = Scheduler::currentName(); !thread.empty()) result.text("thread", thread);
   result.line_ += ",\"args\":{";
   result.first_ = true;
   result.suffix_ = "},\"status\":" + std::to_string(status) + "}";

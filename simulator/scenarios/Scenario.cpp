@@ -41,6 +41,12 @@ void addMachineCommands(Commands& commands) {
     };
   });
 
+  commands.add("temper", [](Arguments& line) -> Action {
+    const std::string threads = line.text("threads");
+    if (threads != "smooth" && threads != "rough") line.fail("member \"threads\" must be \"smooth\" or \"rough\"");
+    return [rough = threads == "rough"](Machine& machine) { machine.scheduler.setRough(rough); };
+  });
+
   commands.add("missing", [](Arguments& line) -> Action {
     if (line.has("library") == line.has("symbol")) line.fail("needs \"library\" or \"symbol\"");
     if (line.has("symbol")) {
@@ -82,7 +88,7 @@ void Scenario::add(std::istream& lines, const std::string& name) {
     if (start == std::string::npos || line.compare(start, 2, "//") == 0) continue;
     const std::string where = name + ":" + std::to_string(number) + ": ";
     try {
-      steps_.push_back({where, commands_.parse(line)});
+      steps_.push_back({where, line, commands_.parse(line)});
     } catch (const ScenarioError& error) {
       throw ScenarioError(where + error.what());
     }
@@ -92,16 +98,19 @@ void Scenario::add(std::istream& lines, const std::string& name) {
 void Scenario::play() {
   for (const Step& step : std::exchange(steps_, {})) {
     try {
-      step.action(machine_);
+      carryOut(step);
     } catch (const ScenarioError& error) {
       throw ScenarioError(step.where + error.what());
     }
-    machine_.runReady();
   }
 }
 
-void Scenario::perform(const std::string& line) {
-  commands_.parse(line)(machine_);
+void Scenario::perform(const std::string& line) { carryOut({"", line, commands_.parse(line)}); }
+
+void Scenario::carryOut(const Step& step) {
+  machine_.introduce();
+  machine_.trace.record("do").json("line", step.line);
+  step.action(machine_);
   machine_.runReady();
 }
 

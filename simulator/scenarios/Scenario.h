@@ -30,8 +30,11 @@ class Scenario {
  private:
   struct Step {
     std::string where;
+    std::string line;
     Action action;
   };
+
+  void carryOut(const Step& step);
 
   Machine& machine_;
   Commands commands_;

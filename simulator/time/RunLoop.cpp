@@ -63,7 +63,7 @@ void RunLoop::runOnce(Modes mode) {
         if (pending_[i].modes & mode) choices.push_back(i);
       }
       if (!choices.empty()) {
-        const std::size_t chosen = choices[choices.size() == 1 ? 0 : machine_.scheduler.random(choices.size())];
+        const std::size_t chosen = choices[machine_.scheduler.choose(choices.size())];
         perform = std::move(pending_[chosen].perform);
         pending_.erase(pending_.begin() + static_cast<std::ptrdiff_t>(chosen));
         break;

@@ -13,6 +13,7 @@ struct Scheduler::Thread {
   State state = State::ready;
   bool done = false;
   int keptRunning = 0;           // how often `keepRunning` was asked for
+  Schedule::Rank rank;           // among those that are ready
   std::unique_ptr<Fiber> fiber;  // on the deterministic clock
   std::thread host;              // on the live clock
   std::condition_variable resumed;
@@ -46,8 +47,8 @@ Scheduler::Unlock::~Unlock() {
 
 // ---- The machine ----
 
-Scheduler::Scheduler(Clock clock, std::uint64_t seed)
-    : clock_(clock), generator_(seed), powerOn_(std::chrono::steady_clock::now()) {
+Scheduler::Scheduler(Clock clock, const Seed& seed)
+    : clock_(clock), schedule_(seed), powerOn_(std::chrono::steady_clock::now()) {
   if (clock_ == Clock::live) timerThread_ = std::thread([this] { runTimers(); });
 }
 
@@ -74,12 +75,19 @@ Time Scheduler::now() const {
 
 std::uint64_t Scheduler::random(std::uint64_t n) {
   const Lock lock(*this);
-  return generator_() % n;
+  return schedule_.random(n);
+}
+
+std::size_t Scheduler::choose(std::size_t n) {
+  const Lock lock(*this);
+  return schedule_.choose(n);
 }
 
 // ---- The program's threads ----
 
 Scheduler::Thread* Scheduler::current() { return currentThread; }
+
+std::string_view Scheduler::currentName() { return currentThread ? std::string_view(currentThread->name) : ""; }
 
 void Scheduler::spawn(std::string name, std::function<void()> body) {
   const Lock lock(*this);
@@ -95,6 +103,7 @@ void Scheduler::spawn(std::string name, std::function<void()> body) {
   };
   if (clock_ == Clock::deterministic) {
     thread.fiber = std::make_unique<Fiber>(std::move(guarded));
+    schedule_.begin(thread.rank);
     ready_.push_back(&thread);
     return;
   }
@@ -115,13 +124,41 @@ void Scheduler::keepRunning(bool keep) {
   if (currentThread) currentThread->keptRunning += keep ? 1 : -1;
 }
 
-bool Scheduler::preempt() {
-  if (clock_ == Clock::live || !currentThread || ready_.empty()) return false;
+void Scheduler::beginBurst() {
+  if (!schedule_.ranks()) return;
+  ranks_.clear();
+  for (const auto& thread : threads_) ranks_.push_back(&thread->rank);
+  schedule_.beginBurst(ranks_);
+}
+
+// Which thread runs next: 0 is the one that runs now, if it could go on; then come those that are ready.
+std::size_t Scheduler::pick(Thread* running) {
+  if (!schedule_.ranks()) return schedule_.choose(ready_.size() + (running ? 1 : 0));
+  ranks_.clear();
+  if (running) ranks_.push_back(&running->rank);
+  for (Thread* const thread : ready_) ranks_.push_back(&thread->rank);
+  return schedule_.pick(ranks_, running != nullptr);
+}
+
+// Suspends the running thread, which stays ready, for that thread, or for whichever is chosen.
+void Scheduler::suspendFor(Thread* next) {
   Thread* const self = currentThread;
-  if (self->keptRunning > 0) return false;
+  next_ = next;
   self->state = Thread::State::ready;
   ready_.push_back(self);
   self->fiber->suspend();
+}
+
+void Scheduler::preempt() {
+  if (clock_ == Clock::live || !currentThread || ready_.empty() || currentThread->keptRunning > 0) return;
+  const std::size_t chosen = pick(currentThread);
+  if (chosen > 0) suspendFor(ready_[chosen - 1]);
+}
+
+bool Scheduler::yield() {
+  if (clock_ == Clock::live || !currentThread || ready_.empty() || currentThread->keptRunning > 0) return false;
+  schedule_.yield(currentThread->rank);
+  suspendFor(nullptr);
   return true;
 }
 
@@ -244,6 +281,16 @@ void Scheduler::resume(Thread& thread) {
   thread.done = thread.fiber->done();
 }
 
+// Takes the processor away from a thread that was about to run, for a while.
+bool Scheduler::holdsBack(Thread& thread) {
+  constexpr std::uint64_t oneIn = 32;
+  constexpr std::uint64_t longest = 5'000'000;  // ns: an unlucky time slice
+  if (ending_ || schedule_.random(oneIn) > 0) return false;
+  thread.state = Thread::State::blocked;
+  after(Duration(schedule_.random(longest)), Waiting::work, [this, &thread] { makeReady(&thread); });
+  return true;
+}
+
 void Scheduler::removeFinished() {
   std::erase_if(threads_, [](const auto& thread) {
     if (!thread->done) return false;
@@ -265,14 +312,14 @@ void Scheduler::runReady() {
     return;
   }
   fireDue();
+  if (!ready_.empty()) beginBurst();
   bool finished = false;
   while (!ready_.empty()) {
-    const auto chosen = ready_.begin() + static_cast<std::ptrdiff_t>(ready_.size() == 1 ? 0 : random(ready_.size()));
-    Thread& thread = **chosen;
-    *chosen = ready_.back();
-    ready_.pop_back();
-    resume(thread);
-    finished |= thread.done;
+    Thread* const thread = next_ ? std::exchange(next_, nullptr) : ready_[pick(nullptr)];
+    std::erase(ready_, thread);
+    if (rough_ && holdsBack(*thread)) continue;
+    resume(*thread);
+    finished |= thread->done;
   }
   if (finished) removeFinished();
 }

@@ -1,7 +1,7 @@
 // The machine's clock and the program's threads.
 //
 // On the deterministic clock time is virtual and the program's threads are fibers of the host thread that drives the
-// machine: one runs at a time, and a seeded generator chooses among those that are ready. On the live clock time is
+// machine: one runs at a time, and the run's schedule chooses among those that are ready. On the live clock time is
 // real and each is a thread of the host. Everything else is the same: a thread runs, is ready, or is blocked until
 // something makes it ready, and `Timer`s are what time itself does.
 #pragma once
@@ -13,12 +13,13 @@
 #include <map>
 #include <memory>
 #include <mutex>
-#include <random>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
 #include "simulator/time/Fiber.h"
+#include "simulator/time/Schedule.h"
 
 namespace simulator {
 
@@ -44,7 +45,7 @@ class Scheduler {
   struct Thread;
   using TimerID = std::pair<Time, std::uint64_t>;
 
-  Scheduler(Clock clock, std::uint64_t seed);
+  Scheduler(Clock clock, const Seed& seed);
   ~Scheduler();
   Scheduler(const Scheduler&) = delete;
   Scheduler& operator=(const Scheduler&) = delete;
@@ -53,6 +54,10 @@ class Scheduler {
   [[nodiscard]] Time now() const;
   // A number from 0 to n - 1 (n >= 1) from the run's seed.
   std::uint64_t random(std::uint64_t n);
+  // A choice from the run's seed among n things (n >= 1) that may happen in any order.
+  std::size_t choose(std::size_t n);
+  // How many possibilities each choice had, on a run whose seed gives the choices themselves.
+  [[nodiscard]] const std::vector<std::uint32_t>& choices() const { return schedule_.choices(); }
 
   // The machine's lock: held while the machine's state is looked at or changed. It may be taken again by its holder.
   // On the deterministic clock nothing else runs meanwhile and it costs nothing.
@@ -85,8 +90,12 @@ class Scheduler {
   void spawn(std::string name, std::function<void()> body);
   // The thread that asks, if it is one of the program's; otherwise null.
   static Thread* current();
-  // A point where another thread may be chosen; false when there was none. Never throws.
-  bool preempt();
+  // The asking thread's name; empty for what is none of the program's.
+  static std::string_view currentName();
+  // A point where another thread may be chosen. Never throws.
+  void preempt();
+  // The same for a thread that cannot go on before another has done something: false when no other is ready.
+  bool yield();
   // Until it is taken back, `preempt` chooses no other thread than the calling one. Nests; without effect outside the
   // program's threads.
   static void keepRunning(bool keep);
@@ -101,6 +110,10 @@ class Scheduler {
   [[nodiscard]] bool ending() const { return ending_; }
   // Called outside the program's threads when the last of them has ended after `endThreads`.
   void setThreadsEnded(std::function<void()> action) { threadsEnded_ = std::move(action); }
+
+  // Rough: now and then a thread that is ready is held back for up to 5 ms, so that time and other threads overtake it,
+  // as on a Mac that is busy. Without effect on the live clock.
+  void setRough(bool rough) { rough_ = rough; }
 
   // ---- What time does ----
 
@@ -126,6 +139,10 @@ class Scheduler {
   };
 
   void resume(Thread& thread);
+  void beginBurst();
+  std::size_t pick(Thread* running);
+  void suspendFor(Thread* next);
+  bool holdsBack(Thread& thread);
   void fireDue();
   void removeFinished();
   void addTimer(TimerID id, Timer timer);
@@ -133,9 +150,12 @@ class Scheduler {
   void runTimers();
 
   const Clock clock_;
-  std::mt19937_64 generator_;
+  Schedule schedule_;
   std::vector<std::unique_ptr<Thread>> threads_;
-  std::vector<Thread*> ready_;
+  std::vector<Thread*> ready_;  // in the order in which they became ready
+  Thread* next_ = nullptr;      // chosen already
+  std::vector<Schedule::Rank*> ranks_;
+  bool rough_ = false;
   std::map<TimerID, Timer> timers_;
   std::uint64_t nextTimer_ = 0;
   std::size_t counted_ = 0;  // timers that settle waits for

@@ -32,7 +32,7 @@ void os_unfair_lock_lock(os_unfair_lock_t lock) {
     if (machine && machine->scheduler.clock() == Clock::deterministic) {
       if (machine->scheduler.ending()) return;  // its holder may never come back
       // Its holder is ready, unless it sleeps with the lock held: then time has to pass.
-      if (!machine->scheduler.preempt()) machine->scheduler.sleep(std::chrono::microseconds(10));
+      if (!machine->scheduler.yield()) machine->scheduler.sleep(std::chrono::microseconds(10));
     } else {
       word(lock).wait(owner, std::memory_order_relaxed);
     }

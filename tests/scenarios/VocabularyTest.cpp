@@ -1,6 +1,7 @@
 // Scenario lines that cannot be understood.
 #include <gtest/gtest.h>
 
+#include "tests/support/Lines.h"
 #include "tests/support/Play.h"
 
 namespace {
@@ -54,6 +55,20 @@ TEST(Vocabulary, NamesTheWrongType) {
   EXPECT_EQ(errorOf(R"({"do":"accessibility","granted":1})"), R"(member "granted" must be true or false)");
   EXPECT_EQ(errorOf(R"({"do":"advance","seconds":"1"})"), R"(member "seconds" must be a number)");
   EXPECT_EQ(errorOf(R"({"do":"fail","call":"dlopen","status":1,"nth":0})"), R"(member "nth" must be 1 or more)");
+}
+
+TEST(Vocabulary, OnARoughMachineThreadsAreHeldBack) {
+  const auto readAt = [](const std::string& temper, std::uint64_t seed) {
+    return playScenario(twoDisplays + temper + lines::launch + lines::settle, seed).calls("IOAVServiceReadI2C")[0]["t"];
+  };
+  int late = 0;
+  for (std::uint64_t seed = 1; seed <= 50; ++seed) {
+    EXPECT_EQ(readAt(lines::line("temper", {{"threads", "smooth"}}), seed), 0.07);
+    const double read = readAt(lines::line("temper", {{"threads", "rough"}}), seed);
+    EXPECT_GE(read, 0.07);
+    if (read > 0.07) ++late;
+  }
+  EXPECT_GT(late, 2);
 }
 
 TEST(Vocabulary, RefusesValuesThatDoNotExist) {
