@@ -4,6 +4,7 @@ find_package(CURL REQUIRED)
 find_package(OpenSSL REQUIRED)
 find_package(Threads REQUIRED)
 find_library(BLOCKS_RUNTIME BlocksRuntime REQUIRED)
+find_library(PLIST plist-2.0 REQUIRED)
 
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})
 # The simulated system's files, laid out as they lie on a Mac.
@@ -82,7 +83,7 @@ target_link_libraries(simulator PUBLIC simulated_settings)
 set_source_files_properties(simulator/machine/SystemRoot.cpp PROPERTIES
   COMPILE_DEFINITIONS SIMULATED_SYSTEM="${SIMULATED_SYSTEM}")
 target_compile_definitions(simulator PRIVATE DALVANE_FEED_HOST="${DALVANE_FEED_HOST}")
-target_link_libraries(simulator PUBLIC ${BLOCKS_RUNTIME} CURL::libcurl OpenSSL::SSL Threads::Threads ${CMAKE_DL_LIBS})
+target_link_libraries(simulator PUBLIC ${BLOCKS_RUNTIME} CURL::libcurl OpenSSL::SSL ${PLIST} Threads::Threads ${CMAKE_DL_LIBS})
 # C library functions whose calls from the program are the machine's.
 foreach(function abort getpid nanosleep posix_spawn waitpid
     __cxa_guard_acquire __cxa_guard_release __cxa_guard_abort)

@@ -1,189 +1,141 @@
 #include "simulator/services/PropertyList.h"
 
-#include <charconv>
+#include <plist/plist.h>
+
+#include <cstdint>
+#include <cstdlib>
 #include <limits>
-#include <optional>
+#include <memory>
 #include <stdexcept>
 
 namespace simulator {
 namespace {
 
-constexpr std::string_view header =
-    "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
-    "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" \"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n"
-    "<plist version=\"1.0\">\n";
-constexpr std::string_view footer = "</plist>\n";
+using nlohmann::json;
 
-std::string escape(std::string_view text) {
-  std::string result;
-  for (const char c : text) {
-    switch (c) {
-      case '&':
-        result += "&amp;";
-        break;
-      case '<':
-        result += "&lt;";
-        break;
-      case '>':
-        result += "&gt;";
-        break;
-      default:
-        result += c;
+struct Freed {
+  void operator()(plist_t node) const { plist_free(node); }
+  void operator()(char* text) const { std::free(text); }  // as libplist's documentation has it
+};
+using Node = std::unique_ptr<void, Freed>;
+using Text = std::unique_ptr<char, Freed>;
+
+std::string xml(plist_t node) {
+  char* text = nullptr;
+  std::uint32_t size = 0;
+  plist_to_xml(node, &text, &size);
+  const Text owned(text);
+  return {text, size};
+}
+
+Node parse(std::string_view text) {
+  plist_t node = nullptr;
+  if (text.size() <= std::numeric_limits<std::uint32_t>::max()) {
+    plist_from_xml(text.data(), static_cast<std::uint32_t>(text.size()), &node);
+  }
+  if (!node) throw std::runtime_error("property list: the text is none");
+  return Node(node);
+}
+
+// Integers reach from the least signed one to the greatest unsigned one. libplist keeps their 64 bits and tells the two
+// kinds apart in text alone.
+Node integerNode(const std::string& digits) { return parse("<plist><integer>" + digits + "</integer></plist>"); }
+
+json integer(plist_t node) {
+  const std::string text = xml(node);
+  constexpr std::string_view tag = "<integer>";
+  std::uint64_t bits = 0;
+  plist_get_uint_val(node, &bits);
+  const bool isNegative = text.at(text.find(tag) + tag.size()) == '-';
+  if (isNegative) return static_cast<std::int64_t>(bits);
+  return bits;
+}
+
+std::string string(plist_t node) {
+  char* text = nullptr;
+  plist_get_string_val(node, &text);
+  const Text owned(text);
+  return text;
+}
+
+json value(plist_t node);
+
+json dictionary(plist_t node) {
+  json result = json::object();
+  plist_dict_iter iterator = nullptr;
+  plist_dict_new_iter(node, &iterator);
+  const std::unique_ptr<void, decltype(&std::free)> owned(iterator, &std::free);
+  for (;;) {
+    char* key = nullptr;
+    plist_t member = nullptr;
+    plist_dict_next_item(node, iterator, &key, &member);
+    const Text ownedKey(key);
+    if (!member) return result;
+    result[key] = value(member);
+  }
+}
+
+json value(plist_t node) {
+  switch (plist_get_node_type(node)) {
+    case PLIST_BOOLEAN: {
+      std::uint8_t truth = 0;
+      plist_get_bool_val(node, &truth);
+      return truth != 0;
     }
-  }
-  return result;
-}
-
-std::string unescape(std::string_view text) {
-  std::string result;
-  for (std::size_t i = 0; i < text.size();) {
-    const std::string_view rest = text.substr(i);
-    if (rest.starts_with("&amp;")) {
-      result += '&';
-      i += 5;
-    } else if (rest.starts_with("&lt;")) {
-      result += '<';
-      i += 4;
-    } else if (rest.starts_with("&gt;")) {
-      result += '>';
-      i += 4;
-    } else {
-      result += text[i++];
+    case PLIST_UINT:
+      return integer(node);
+    case PLIST_REAL: {
+      double real = 0;
+      plist_get_real_val(node, &real);
+      return real;
     }
-  }
-  return result;
-}
-
-void write(std::string& out, const nlohmann::json& value, const std::string& indent) {
-  const auto element = [&](std::string_view tag, const std::string& content) {
-    out += indent + "<" + std::string(tag) + ">" + content + "</" + std::string(tag) + ">\n";
-  };
-  switch (value.type()) {
-    case nlohmann::json::value_t::string:
-      return element("string", escape(value.get<std::string>()));
-    case nlohmann::json::value_t::boolean:
-      out += indent + (value.get<bool>() ? "<true/>\n" : "<false/>\n");
-      return;
-    case nlohmann::json::value_t::number_integer:
-    case nlohmann::json::value_t::number_unsigned:
-      return element("integer", value.dump());
-    case nlohmann::json::value_t::number_float:
-      return element("real", value.dump());
-    case nlohmann::json::value_t::array:
-      out += indent + "<array>\n";
-      for (const auto& each : value) write(out, each, indent + "\t");
-      out += indent + "</array>\n";
-      return;
-    case nlohmann::json::value_t::object:
-      out += indent + "<dict>\n";
-      for (const auto& [key, each] : value.items()) {
-        if (each.is_null()) continue;
-        out += indent + "\t<key>" + escape(key) + "</key>\n";
-        write(out, each, indent + "\t");
-      }
-      out += indent + "</dict>\n";
-      return;
-    default:
-      return;
-  }
-}
-
-class Reader {
- public:
-  explicit Reader(std::string_view text) : text_(text) {}
-
-  nlohmann::json value() {
-    const std::string tag = open();
-    if (tag == "true/") return true;
-    if (tag == "false/") return false;
-    if (tag == "string") return unescape(content(tag));
-    if (tag == "integer") return integer(content(tag));
-    if (tag == "real") return number<double>(content(tag));
-    if (tag == "array") {
-      auto list = nlohmann::json::array();
-      while (!close(tag)) list.push_back(value());
+    case PLIST_STRING:
+      return string(node);
+    case PLIST_ARRAY: {
+      json list = json::array();
+      for (std::uint32_t i = 0; i < plist_array_get_size(node); ++i)
+        list.push_back(value(plist_array_get_item(node, i)));
       return list;
     }
-    if (tag == "dict") {
-      auto dictionary = nlohmann::json::object();
-      while (!close(tag)) {
-        if (open() != "key") fail("a key is missing");
-        const std::string key = unescape(content("key"));
-        dictionary[key] = value();
+    case PLIST_DICT:
+      return dictionary(node);
+    default:
+      throw std::runtime_error("property list: a value of a type that JSON lacks");
+  }
+}
+
+Node nodeOf(const json& value) {
+  switch (value.type()) {
+    case json::value_t::string:
+      return Node(plist_new_string(value.get_ref<const std::string&>().c_str()));
+    case json::value_t::boolean:
+      return Node(plist_new_bool(value.get<bool>() ? 1 : 0));
+    case json::value_t::number_integer:
+    case json::value_t::number_unsigned:
+      return integerNode(value.dump());
+    case json::value_t::number_float:
+      return Node(plist_new_real(value.get<double>()));
+    case json::value_t::array: {
+      Node list(plist_new_array());
+      for (const json& each : value) {
+        if (!each.is_null()) plist_array_append_item(list.get(), nodeOf(each).release());
       }
-      return dictionary;
+      return list;
     }
-    fail("unknown element " + tag);
+    default: {
+      Node members(plist_new_dict());
+      for (const auto& [key, each] : value.items()) {
+        if (!each.is_null()) plist_dict_set_item(members.get(), key.c_str(), nodeOf(each).release());
+      }
+      return members;
+    }
   }
-
- private:
-  [[noreturn]] static void fail(const std::string& reason) { throw std::runtime_error("property list: " + reason); }
-
-  void skipSpace() { at_ = std::min(text_.find_first_not_of(" \t\r\n", at_), text_.size()); }
-
-  std::string open() {
-    skipSpace();
-    const auto end = text_.find('>', at_);
-    if (at_ == text_.size() || text_[at_] != '<' || end == std::string_view::npos) fail("an element is missing");
-    const std::string tag(text_.substr(at_ + 1, end - at_ - 1));
-    at_ = end + 1;
-    return tag;
-  }
-
-  bool close(const std::string& tag) {
-    skipSpace();
-    const std::string end = "</" + tag + ">";
-    if (!text_.substr(at_).starts_with(end)) return false;
-    at_ += end.size();
-    return true;
-  }
-
-  std::string_view content(const std::string& tag) {
-    const auto end = text_.find("</" + tag + ">", at_);
-    if (end == std::string_view::npos) fail("the end of " + tag + " is missing");
-    const std::string_view inner = text_.substr(at_, end - at_);
-    at_ = end + tag.size() + 3;
-    return inner;
-  }
-
-  template <typename T>
-  static std::optional<T> parsed(std::string_view digits) {
-    T result{};
-    const auto end = digits.data() + digits.size();
-    const auto [stop, error] = std::from_chars(digits.data(), end, result);
-    return error == std::errc() && stop == end ? std::optional(result) : std::nullopt;
-  }
-
-  template <typename T>
-  static T number(std::string_view digits) {
-    if (const auto result = parsed<T>(digits)) return *result;
-    fail("\"" + std::string(digits) + "\" is no number");
-  }
-
-  // Integers reach from the least signed one to the greatest unsigned one.
-  static nlohmann::json integer(std::string_view digits) {
-    if (const auto result = parsed<std::int64_t>(digits)) return *result;
-    return number<std::uint64_t>(digits);
-  }
-
-  std::string_view text_;
-  std::size_t at_ = 0;
-};
+}
 
 }  // namespace
 
-std::string writePropertyList(const nlohmann::json& value) {
-  std::string out(header);
-  write(out, value, "");
-  out += footer;
-  return out;
-}
+std::string writePropertyList(const json& value) { return xml(nodeOf(value).get()); }
 
-nlohmann::json readPropertyList(std::string_view text) {
-  const auto start = text.find("<plist");
-  const auto root = start == std::string_view::npos ? start : text.find('>', start);
-  if (root == std::string_view::npos) throw std::runtime_error("property list: no plist element");
-  return Reader(text.substr(root + 1)).value();
-}
+json readPropertyList(std::string_view text) { return value(parse(text).get()); }
 
 }  // namespace simulator

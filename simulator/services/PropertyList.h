@@ -1,4 +1,4 @@
-// XML property lists, the form in which the system keeps preferences.
+// XML property lists, the form in which the system keeps preferences: libplist's.
 #pragma once
 
 #include <nlohmann/json.hpp>

@@ -37,11 +37,17 @@ TEST(PropertyList, LooksAsTheSystemWritesIt) {
       << text;
 }
 
+TEST(PropertyList, ReadsWhatOthersWrite) {
+  const json read = readPropertyList(
+      "<?xml version=\"1.0\"?>\n<!-- by hand -->\n<plist version=\"1.0\"><dict><key>a&quot;b</key><dict/>"
+      "<key>&#228;</key><array/><key>c</key><string><![CDATA[<&>]]></string><key>d</key><string/></dict></plist>");
+  EXPECT_EQ(read, (json{{"a\"b", json::object()}, {"ä", json::array()}, {"c", "<&>"}, {"d", ""}}));
+}
+
 TEST(PropertyList, RefusesWhatIsNone) {
   for (const char* const text :
-       {"", "<dict/>", "<plist><dict><key>a</key></dict></plist>", "<plist><integer>x</integer></plist>",
-        "<plist><integer>18446744073709551616</integer></plist>", "<plist><string>open",
-        "<plist><date>2020</date></plist>"}) {
+       {"", "text", "<plist><string>open", "<plist><whatever/></plist>", "<plist><dict><true/></dict></plist>",
+        "<plist><date>2020-01-01T00:00:00Z</date></plist>", "<plist><data>AAAA</data></plist>"}) {
     EXPECT_THROW((void)readPropertyList(text), std::runtime_error) << text;
   }
 }
