@@ -78,12 +78,16 @@ add_library(simulator OBJECT
   simulator/time/StaticInitialization.cpp
   simulator/time/UnfairLock.cpp)
 target_link_libraries(simulator PUBLIC simulated_settings)
+# Apart, as it is written against the host's own headers.
+add_library(host_processes STATIC simulator/services/HostProcesses.cpp)
+target_link_libraries(host_processes PRIVATE dalvane_settings)
+target_link_libraries(simulator PUBLIC host_processes)
 set_source_files_properties(simulator/machine/SystemRoot.cpp PROPERTIES
   COMPILE_DEFINITIONS SIMULATED_SYSTEM="${SIMULATED_SYSTEM}")
 target_compile_definitions(simulator PRIVATE DALVANE_FEED_HOST="${DALVANE_FEED_HOST}")
 target_link_libraries(simulator PUBLIC ${BLOCKS_RUNTIME} CURL::libcurl OpenSSL::SSL Threads::Threads ${CMAKE_DL_LIBS})
 # C library functions whose calls from the program are the machine's.
-foreach(function abort getpid nanosleep posix_spawn waitpid
+foreach(function abort getpid nanosleep waitpid
     __cxa_guard_acquire __cxa_guard_release __cxa_guard_abort)
   target_link_options(simulator INTERFACE -Wl,--wrap=${function})
 endforeach()
