@@ -1,6 +1,7 @@
 # Dalvane on the simulated Mac.
 find_package(nlohmann_json REQUIRED)
 find_package(CURL REQUIRED)
+find_package(ICU REQUIRED COMPONENTS uc)
 find_package(OpenSSL REQUIRED)
 find_package(Threads REQUIRED)
 find_library(BLOCKS_RUNTIME BlocksRuntime REQUIRED)
@@ -85,7 +86,7 @@ target_link_libraries(simulator PUBLIC host_processes)
 set_source_files_properties(simulator/machine/SystemRoot.cpp PROPERTIES
   COMPILE_DEFINITIONS SIMULATED_SYSTEM="${SIMULATED_SYSTEM}")
 target_compile_definitions(simulator PRIVATE DALVANE_FEED_HOST="${DALVANE_FEED_HOST}")
-target_link_libraries(simulator PUBLIC ${BLOCKS_RUNTIME} CURL::libcurl OpenSSL::SSL Threads::Threads ${CMAKE_DL_LIBS})
+target_link_libraries(simulator PUBLIC ${BLOCKS_RUNTIME} CURL::libcurl ICU::uc OpenSSL::SSL Threads::Threads ${CMAKE_DL_LIBS})
 # C library functions whose calls from the program are the machine's.
 foreach(function abort getpid nanosleep waitpid
     __cxa_guard_acquire __cxa_guard_release __cxa_guard_abort)
