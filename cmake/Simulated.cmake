@@ -88,7 +88,7 @@ set_source_files_properties(simulator/machine/SystemRoot.cpp PROPERTIES
 target_compile_definitions(simulator PRIVATE DALVANE_FEED_HOST="${DALVANE_FEED_HOST}")
 target_link_libraries(simulator PUBLIC ${BLOCKS_RUNTIME} CURL::libcurl ICU::uc OpenSSL::SSL Threads::Threads ${CMAKE_DL_LIBS})
 # C library functions whose calls from the program are the machine's.
-foreach(function abort getpid nanosleep waitpid
+foreach(function abort confstr getpid nanosleep waitpid
     __cxa_guard_acquire __cxa_guard_release __cxa_guard_abort)
   target_link_options(simulator INTERFACE -Wl,--wrap=${function})
 endforeach()
