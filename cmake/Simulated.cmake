@@ -143,7 +143,7 @@ target_compile_definitions(dalvane PRIVATE DALVANE_FEED_HOST="${DALVANE_FEED_HOS
 set_source_files_properties(app/main.cpp PROPERTIES COMPILE_DEFINITIONS main=dalvane_main)
 
 add_library(desk OBJECT desk/Desk.cpp desk/Narrator.cpp desk/Tour.cpp)
-target_compile_definitions(desk PRIVATE DALVANE_VERSION="${PROJECT_VERSION}")
+target_compile_definitions(desk PRIVATE DALVANE_VERSION="${DALVANE_VERSION}")
 target_link_libraries(desk PUBLIC simulated_settings)
 
 add_executable(dalvane-desk desk/main.cpp)
