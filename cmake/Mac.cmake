@@ -63,5 +63,7 @@ else()
   add_custom_command(TARGET Dalvane POST_BUILD VERBATIM
     COMMAND codesign --force --options runtime --sign ${DALVANE_SIGNING_IDENTITY}
             --entitlements ${CMAKE_SOURCE_DIR}/packaging/Dalvane.entitlements $<TARGET_BUNDLE_DIR:Dalvane>)
-  set_property(TARGET Dalvane PROPERTY LINK_DEPENDS ${CMAKE_SOURCE_DIR}/packaging/Dalvane.entitlements)
+  # The signature covers these too: when one has changed, the program is linked, and the bundle signed, again.
+  set_property(TARGET Dalvane PROPERTY LINK_DEPENDS
+    ${CMAKE_BINARY_DIR}/Info.plist ${CMAKE_SOURCE_DIR}/packaging/Dalvane.entitlements)
 endif()

@@ -1,6 +1,7 @@
 # Dalvane on the simulated Mac.
 find_package(nlohmann_json REQUIRED)
 find_package(CURL REQUIRED)
+find_package(ICU REQUIRED COMPONENTS uc)
 find_package(OpenSSL REQUIRED)
 find_package(Threads REQUIRED)
 find_library(BLOCKS_RUNTIME BlocksRuntime REQUIRED)
@@ -80,12 +81,16 @@ add_library(simulator OBJECT
   simulator/time/StaticInitialization.cpp
   simulator/time/UnfairLock.cpp)
 target_link_libraries(simulator PUBLIC simulated_settings)
+# Apart, as it is written against the host's own headers.
+add_library(host_processes STATIC simulator/services/HostProcesses.cpp)
+target_link_libraries(host_processes PRIVATE dalvane_settings)
+target_link_libraries(simulator PUBLIC host_processes)
 set_source_files_properties(simulator/machine/SystemRoot.cpp PROPERTIES
   COMPILE_DEFINITIONS SIMULATED_SYSTEM="${SIMULATED_SYSTEM}")
 target_compile_definitions(simulator PRIVATE DALVANE_FEED_HOST="${DALVANE_FEED_HOST}")
-target_link_libraries(simulator PUBLIC ${BLOCKS_RUNTIME} CURL::libcurl OpenSSL::SSL ${PLIST} Threads::Threads ${CMAKE_DL_LIBS})
+target_link_libraries(simulator PUBLIC ${BLOCKS_RUNTIME} CURL::libcurl ICU::uc OpenSSL::SSL ${PLIST} Threads::Threads ${CMAKE_DL_LIBS})
 # C library functions whose calls from the program are the machine's.
-foreach(function abort getpid nanosleep posix_spawn waitpid
+foreach(function abort confstr getpid nanosleep waitpid
     __cxa_guard_acquire __cxa_guard_release __cxa_guard_abort)
   target_link_options(simulator INTERFACE -Wl,--wrap=${function})
 endforeach()
@@ -140,7 +145,7 @@ target_compile_definitions(dalvane PRIVATE DALVANE_FEED_HOST="${DALVANE_FEED_HOS
 set_source_files_properties(app/main.cpp PROPERTIES COMPILE_DEFINITIONS main=dalvane_main)
 
 add_library(desk OBJECT desk/Desk.cpp desk/Explore.cpp desk/Narrator.cpp desk/Tour.cpp)
-target_compile_definitions(desk PRIVATE DALVANE_VERSION="${PROJECT_VERSION}")
+target_compile_definitions(desk PRIVATE DALVANE_VERSION="${DALVANE_VERSION}")
 target_link_libraries(desk PUBLIC simulated_settings)
 
 add_executable(dalvane-desk desk/main.cpp)

@@ -15,6 +15,8 @@ class URL : public Object {
   static URL URLWithString(const std::string& text, bool encodingInvalidCharacters);
 
   [[nodiscard]] std::string absoluteString() const;
+  // As it is written; empty when there is none.
+  [[nodiscard]] std::string scheme() const;
 
   explicit URL(CF::Ref<CFTypeRef> url) noexcept : Object(std::move(url)) {}
 };

@@ -31,6 +31,9 @@ class URLResponse : public Object {
  public:
   URLResponse() noexcept = default;
   explicit URLResponse(CF::Ref<CFTypeRef> response) noexcept : Object(std::move(response)) {}
+
+  // What answered, after redirects; may be null.
+  [[nodiscard]] NS::URL URL() const;
 };
 
 class HTTPURLResponse : public URLResponse {

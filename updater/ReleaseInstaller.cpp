@@ -4,7 +4,10 @@
 #include <Security/Security.h>
 #include <dispatch/dispatch.h>
 #include <limits.h>
+#include <strings.h>
+#include <unistd.h>
 
+#include <cstddef>
 #include <string>
 #include <system_error>
 #include <utility>
@@ -20,12 +23,25 @@ namespace {
 
 namespace fs = std::filesystem;
 
+// The user's own temporary directory, which only the user can write to. It is the system that is asked: the environment
+// may name any other, or none.
+fs::path temporaryDirectory() {
+  char path[PATH_MAX];
+  const std::size_t size = confstr(_CS_DARWIN_USER_TEMP_DIR, path, sizeof path);
+  if (size == 0 || size > sizeof path) throw AppError("There is no temporary directory");
+  return path;
+}
+
 // The places that one install works in.
 struct WorkingDirectory {
-  fs::path path = fs::temp_directory_path() / ("dalvane-update-" + NS::UUID::make().UUIDString());
+  fs::path path = temporaryDirectory() / ("dalvane-update-" + NS::UUID::make().UUIDString());
   fs::path mountPoint = path / "mnt";
   fs::path image = path / "Dalvane.dmg";
 };
+
+void requireHTTPS(const NS::URL& url) {
+  if (strcasecmp(url.scheme().c_str(), "https") != 0) throw AppError("The update is not offered over HTTPS");
+}
 
 // Removes a directory at the end of the scope. Best effort: what stays is in the temporary directory.
 class Removal {
@@ -42,29 +58,38 @@ class Removal {
   fs::path directory_;
 };
 
-// Runs a program to its end; throws when it cannot be started or ends with a status other than 0.
-void run(const std::string& executable, const std::vector<std::string>& arguments) {
-  const int status = waitForExit(launch(executable, arguments));
+void requireSuccess(const std::string& executable, const std::vector<std::string>& arguments, int status) {
   if (status == 0) return;
   throw AppError(fs::path(executable).filename().string() + " " + (arguments.empty() ? "" : arguments.front()) +
                  " exited with status " + std::to_string(status));
 }
 
+// Runs a program to its end; throws when it cannot be started or ends with a status other than 0.
+void run(const std::string& executable, const std::vector<std::string>& arguments) {
+  requireSuccess(executable, arguments, waitForExit(launch(executable, arguments)));
+}
+
+constexpr const char* hdiutil = "/usr/bin/hdiutil";
+
 // A disk image attached at a mount point; detached at the end of the scope.
 class AttachedImage {
  public:
   explicit AttachedImage(const WorkingDirectory& directory) : mountPoint_(directory.mountPoint) {
-    run("/usr/bin/hdiutil",
-        {"attach", directory.image, "-mountpoint", mountPoint_, "-nobrowse", "-readonly", "-quiet"});
+    const std::vector<std::string> arguments{"attach",    directory.image, "-mountpoint", mountPoint_,
+                                             "-nobrowse", "-readonly",     "-quiet"};
+    const pid_t attaching = launch(hdiutil, arguments);
+    int status = 0;
+    try {
+      status = waitForExit(attaching);
+    } catch (...) {
+      detach();  // what has become of it is not known
+      throw;
+    }
+    requireSuccess(hdiutil, arguments, status);
   }
   AttachedImage(const AttachedImage&) = delete;
   AttachedImage& operator=(const AttachedImage&) = delete;
-  ~AttachedImage() {
-    static_cast<void>(attempt([this] {
-      run("/usr/bin/hdiutil", {"detach", mountPoint_, "-force", "-quiet"});
-      return true;
-    }));
-  }
+  ~AttachedImage() { detach(); }
 
   // The one application at the image's top level; throws when there is not exactly one.
   [[nodiscard]] fs::path application() const {
@@ -75,10 +100,22 @@ class AttachedImage {
     if (applications.size() != 1) {
       throw AppError("The update image should hold one app, it holds " + std::to_string(applications.size()));
     }
+    // What a link leads to is not in the image, and could be changed between the check and the copy.
+    if (!fs::is_directory(fs::symlink_status(applications.front()))) {
+      throw AppError("The app in the update image is not a folder of its own");
+    }
     return applications.front();
   }
 
  private:
+  // Best effort: there is nothing else to try.
+  void detach() const noexcept {
+    static_cast<void>(attempt([this] {
+      run(hdiutil, {"detach", mountPoint_, "-force", "-quiet"});
+      return true;
+    }));
+  }
+
   fs::path mountPoint_;
 };
 
@@ -96,9 +133,8 @@ fs::path installedApplication() {
   throw AppError(what + " (" + std::to_string(status) + ")");
 }
 
-// Throws unless `application` is validly signed and satisfies the designated requirement of the copy that is running,
-// which ties it to the same signer and the same bundle identifier.
-void requireSameSigner(const fs::path& application) {
+// The designated requirement of the copy that is running, which names its signer and its bundle identifier.
+CF::Ref<SecRequirementRef> ownRequirement() {
   SecCodeRef code = nullptr;
   OSStatus status = SecCodeCopySelf(kSecCSDefaultFlags, &code);
   const CF::Ref<SecCodeRef> self = CF::adopt(code);
@@ -111,31 +147,59 @@ void requireSameSigner(const fs::path& application) {
 
   SecRequirementRef designated = nullptr;
   status = SecCodeCopyDesignatedRequirement(installed.get(), kSecCSDefaultFlags, &designated);
-  const CF::Ref<SecRequirementRef> requirement = CF::adopt(designated);
+  CF::Ref<SecRequirementRef> requirement = CF::adopt(designated);
   if (status != errSecSuccess || !requirement) fail("Reading this app's signing requirement failed", status);
+  return requirement;
+}
 
+// Throws unless `application` is validly signed and satisfies `requirement`.
+void requireSigned(const fs::path& application, SecRequirementRef requirement) {
   const std::string path = application.string();
   const CF::Ref<CFURLRef> url = CF::adopt(CFURLCreateFromFileSystemRepresentation(
       kCFAllocatorDefault, reinterpret_cast<const UInt8*>(path.data()), static_cast<CFIndex>(path.size()), true));
   SecStaticCodeRef candidate = nullptr;
-  status = SecStaticCodeCreateWithPath(url.get(), kSecCSDefaultFlags, &candidate);
+  OSStatus status = SecStaticCodeCreateWithPath(url.get(), kSecCSDefaultFlags, &candidate);
   const CF::Ref<SecStaticCodeRef> update = CF::adopt(candidate);
   if (status != errSecSuccess || !update) fail("Reading the update's signature failed", status);
 
-  status =
-      SecStaticCodeCheckValidity(update.get(), kSecCSCheckAllArchitectures | kSecCSStrictValidate, requirement.get());
+  status = SecStaticCodeCheckValidity(update.get(), kSecCSCheckAllArchitectures | kSecCSStrictValidate, requirement);
   if (status != errSecSuccess) fail("The downloaded update is not signed by Tessbrook", status);
 }
 
-// Copies `application` over `installed`, which is kept beside its place until the copy has succeeded and put back when
-// it fails.
-void replace(const fs::path& installed, const fs::path& application) {
+// Whether `application` is a copy of ours in which nothing is missing or changed.
+bool isWhole(const fs::path& application, SecRequirementRef requirement) {
+  try {
+    requireSigned(application, requirement);
+    return true;
+  } catch (const AppError&) {
+    return false;
+  }
+}
+
+bool isThere(const fs::path& path) { return fs::exists(fs::symlink_status(path)); }
+
+// Does away with a backup that an earlier install has left. If that install was cut short, or could not put the backup
+// back, the backup may be the last whole copy: then it takes its place again.
+void clearBackup(const fs::path& backup, const fs::path& installed, SecRequirementRef requirement) {
+  if (!isThere(backup)) return;
+  if (isThere(installed) && (isWhole(installed, requirement) || !isWhole(backup, requirement))) {
+    fs::remove_all(backup);
+    return;
+  }
+  fs::remove_all(installed);
+  fs::rename(backup, installed);
+}
+
+// Copies `application` over `installed`, which is kept beside its place until the copy has succeeded and has been found
+// to be signed as the application was, and put back when it fails.
+void replace(const fs::path& installed, const fs::path& application, SecRequirementRef requirement) {
   fs::path backup = installed;
   backup += ".bak";
-  fs::remove_all(backup);
+  clearBackup(backup, installed, requirement);
   fs::rename(installed, backup);
   try {
     run("/usr/bin/ditto", {application, installed});
+    requireSigned(installed, requirement);
   } catch (...) {
     fs::remove_all(installed);
     fs::rename(backup, installed);
@@ -150,16 +214,18 @@ fs::path installImage(const WorkingDirectory& directory, const Outcome<fs::path>
   static_cast<void>(value(image));
   const AttachedImage attached(directory);
   const fs::path application = attached.application();
-  requireSameSigner(application);
+  const CF::Ref<SecRequirementRef> requirement = ownRequirement();
+  requireSigned(application, requirement.get());
   fs::path installed = installedApplication();
-  replace(installed, application);
+  replace(installed, application, requirement.get());
   return installed;
 }
 
 }  // namespace
 
 void ReleaseInstaller::install(const Release& release, std::function<void(Outcome<fs::path>)> completion) {
-  const Outcome<WorkingDirectory> made = attempt([] {
+  const Outcome<WorkingDirectory> made = attempt([&] {
+    requireHTTPS(release.dmgURL);
     WorkingDirectory directory;
     fs::create_directories(directory.mountPoint);
     return directory;
@@ -169,10 +235,12 @@ void ReleaseInstaller::install(const Release& release, std::function<void(Outcom
     return;
   }
   const auto handler = [directory = value(made), completion = std::move(completion)](
-                           const std::string& location, const NS::URLResponse&, const NS::Error& error) {
+                           const std::string& location, const NS::URLResponse& response, const NS::Error& error) {
     // The file is gone when this handler has returned, so it is moved here; what is left may block only elsewhere.
     const Outcome<fs::path> image = attempt([&] {
       if (error) throw AppError(error.localizedDescription());
+      // To a host of the local network the system follows a redirect also without TLS.
+      requireHTTPS(response.URL());
       fs::rename(location, directory.image);
       return directory.image;
     });

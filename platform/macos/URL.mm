@@ -10,10 +10,15 @@ static NSString* string(const std::string& text) {
 }
 
 URL URL::URLWithString(const std::string& text, bool encodingInvalidCharacters) {
-  return URL(CF::adopt((__bridge_retained CFTypeRef)[NSURL URLWithString:string(text)
-                                               encodingInvalidCharacters:encodingInvalidCharacters]));
+  return URL(CF::adopt((__bridge_retained CFTypeRef)[[NSURL alloc] initWithString:string(text)
+                                                        encodingInvalidCharacters:encodingInvalidCharacters]));
 }
 
 std::string URL::absoluteString() const { return ((__bridge NSURL*)get()).absoluteString.UTF8String; }
+
+std::string URL::scheme() const {
+  NSString* const scheme = ((__bridge NSURL*)get()).scheme;
+  return scheme ? scheme.UTF8String : "";
+}
 
 }  // namespace NS

@@ -22,6 +22,8 @@ URLRequest URLRequest::requestWithURL(const URL& url, URLRequestCachePolicy cach
                                                 timeoutInterval:timeoutInterval]));
 }
 
+NS::URL URLResponse::URL() const { return share<NS::URL>(((__bridge NSURLResponse*)get()).URL); }
+
 HTTPURLResponse HTTPURLResponse::cast(const URLResponse& response) {
   const id object = (__bridge id)response.get();
   return HTTPURLResponse(

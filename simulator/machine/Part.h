@@ -21,6 +21,8 @@ class Part {
   virtual void addCommands(Commands&) {}
   // `settle` begins: what this part leaves to the background may first have to come through.
   virtual void willSettle() {}
+  // The program is launched.
+  virtual void processWillStart() {}
   // The program's process ends now: counts what it registered with this part and did not take back.
   virtual void processWillEnd(Leaks&) {}
   // Its threads are gone: drops whatever it left behind, and counts what it should have given back itself.

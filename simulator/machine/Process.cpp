@@ -17,6 +17,7 @@ void Process::launch() {
   const Scheduler::Lock lock(machine_.scheduler);
   if (running_ || ending_) return;
   running_ = true;
+  for (Part* const part : machine_.parts) part->processWillStart();
   machine_.scheduler.spawn("main", [this] {
     {
       const Scheduler::Lock started(machine_.scheduler);

@@ -1,8 +1,11 @@
 #include "simulator/services/Applications.h"
 
+#include <fcntl.h>
 #include <limits.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
 #include <map>
 #include <system_error>
@@ -27,7 +30,8 @@ constexpr const char* publisher = "Tessbrook";
 constexpr const char* linkToApplications = "Applications";
 
 // What can be done to a bundle after it has been signed.
-const char* const tamperings[] = {"executable", "resource", "added", "missing", "info", "signature", "root", "link"};
+const char* const tamperings[] = {"executable", "resource", "added", "missing",     "info",
+                                  "signature",  "root",     "link",  "architecture"};
 
 void append(const fs::path& file, std::string_view text) { writeFile(file, readFile(file).append(text)); }
 
@@ -39,7 +43,22 @@ void tamper(const fs::path& contents, const std::string& executable, const std::
   if (how == "info") append(contents / "Info.plist", "\n");
   if (how == "root") writeFile(contents.parent_path() / "beside", "not sealed");
   if (how == "link") fs::create_symlink("/etc", contents / "Resources/link");
+  if (how == "architecture") {
+    append(contents / "MacOS" / executable, std::string(otherArchitectures) + "anything");
+  }
   if (how == "signature") append(contents / "_CodeSignature/CodeDirectory", " ");
+}
+
+// Reads a member that is true, false or what is changed in a bundle: none for false, an empty text for true.
+std::optional<std::string> parseTampering(Arguments& line, const char* member) {
+  if (!line.has(member) || !line.json(member).is_string()) {
+    return line.flag(member, false) ? std::optional<std::string>("") : std::nullopt;
+  }
+  const std::string how = line.text(member);
+  if (std::ranges::find(tamperings, how) == std::end(tamperings)) {
+    line.fail("member \"" + std::string(member) + "\" must be true, false or what is changed");
+  }
+  return how;
 }
 
 // Reads the members that say what bundle is made.
@@ -52,14 +71,7 @@ BundleContent parseBundle(Arguments& line, const json& ownVersion) {
     content.signer = line.json("signer").is_null() ? std::nullopt : std::optional(line.text("signer"));
   }
   content.forged = line.flag("forged", false);
-  if (line.has("tampered") && line.json("tampered").is_string()) {
-    content.tampering = line.text("tampered");
-    if (std::ranges::find(tamperings, content.tampering) == std::end(tamperings)) {
-      line.fail("member \"tampered\" must be true, false or what is changed");
-    }
-  } else if (line.flag("tampered", false)) {
-    content.tampering = "executable";
-  }
+  if (const auto how = parseTampering(line, "tampered")) content.tampering = how->empty() ? "executable" : *how;
   if (!content.tampering.empty() && !content.signer) line.fail("what is not signed cannot be told to be tampered with");
   return content;
 }
@@ -74,6 +86,9 @@ bool isPlaceInImage(const std::string& name) {
     return part.is_relative() && !part.empty() && part != "." && part != ".." && part.native().size() <= NAME_MAX;
   });
 }
+
+// The same for what lies at the top level of an image.
+bool isNameInImage(const std::string& name) { return isPlaceInImage(name) && name.find('/') == std::string::npos; }
 
 // A folder that is gone at the end of the scope.
 class ScratchFolder {
@@ -102,7 +117,7 @@ Applications::Applications(Machine& machine)
       bundle_(machine.root.below("/Applications") / (machine.process.program().name + ".app")),
       temporaryDirectory_(machine.root.below("/var/folders/zz/zyxvpxvq6csfxvn_n00000/T")) {
   machine.faults.declare({"SecCodeCopySelf", "SecCodeCopyStaticCode", "SecCodeCopyDesignatedRequirement",
-                          "SecStaticCodeCreateWithPath", "SecStaticCodeCheckValidity"});
+                          "SecStaticCodeCreateWithPath", "SecStaticCodeCheckValidity", "confstr"});
   fs::create_directories(temporaryDirectory_);
   fs::create_directories(bundle_.parent_path());
   // The user's temporary directory is told to programs in their environment.
@@ -113,10 +128,11 @@ Applications::Applications(Machine& machine)
   BundleContent own;
   own.version = version.empty() ? json() : json(version);
   own.signer = publisher;
-  install(own);
+  install(bundle_, own);
 }
 
 Applications::~Applications() {
+  if (running_ >= 0) close(running_);
   if (temporaryDirectoryBefore_) {
     setenv("TMPDIR", temporaryDirectoryBefore_->c_str(), 1);
   } else {
@@ -166,9 +182,9 @@ void Applications::makeBundle(const fs::path& folder, const BundleContent& conte
   tamper(contents, program.name, content.tampering);
 }
 
-void Applications::install(const BundleContent& content) {
-  fs::remove_all(bundle_);
-  makeBundle(bundle_, content);
+void Applications::install(const fs::path& bundle, const BundleContent& content) {
+  fs::remove_all(bundle);
+  makeBundle(bundle, content);
 }
 
 std::string Applications::makeImage(const ImageContent& content) {
@@ -177,6 +193,10 @@ std::string Applications::makeImage(const ImageContent& content) {
   if (!content.applicationsGiven) names.push_back(bundle_.filename().string());
   try {
     for (const std::string& name : names) makeBundle(scratch.path() / name, content.each);
+    for (const auto& [name, target] : content.links) {
+      fs::create_symlink(machine_.root.below(target), scratch.path() / name);
+    }
+    for (const std::string& name : content.files) writeFile(scratch.path() / name, "a file");
   } catch (const std::system_error&) {
     throw ScenarioError("the applications of the image stand in each other's way");
   }
@@ -197,6 +217,26 @@ ImageContent ImageContent::parse(Arguments& line, const std::string& ownVersion)
       content.applications.push_back(name.get<std::string>());
     }
   }
+  if (line.has("links")) {
+    const json links = line.json("links");
+    if (!links.is_object()) line.fail("member \"links\" must be an object of names and absolute paths");
+    for (const auto& [name, target] : links.items()) {
+      if (!isNameInImage(name) || !target.is_string() || !target.get<std::string>().starts_with('/')) {
+        line.fail("member \"links\" must be an object of names and absolute paths");
+      }
+      content.links[name] = target;
+    }
+  }
+  if (line.has("files")) {
+    const json files = line.json("files");
+    if (!files.is_array()) line.fail("member \"files\" must be a list of names");
+    for (const json& name : files) {
+      if (!name.is_string() || !isNameInImage(name.get<std::string>())) {
+        line.fail("member \"files\" must be a list of names");
+      }
+      content.files.push_back(name);
+    }
+  }
   content.each = parseBundle(line, line.has("version") ? json() : json(ownVersion));
   return content;
 }
@@ -204,17 +244,29 @@ ImageContent ImageContent::parse(Arguments& line, const std::string& ownVersion)
 void Applications::addCommands(Commands& commands) {
   commands.add("bundle", [this](Arguments& line) -> Action {
     const BundleContent content = parseBundle(line, machine_.process.program().version);
-    const bool backup = line.flag("backup", false);
-    return [content, backup](Machine& machine) {
+    // What an installation that was cut short leaves: whole, whatever the installed bundle is, or changed too.
+    const auto backup = parseTampering(line, "backup");
+    BundleContent left = content;
+    left.tampering = backup.value_or("");
+    if (!left.tampering.empty() && !left.signer) line.fail("what is not signed cannot be told to be tampered with");
+    return [content, left, backup](Machine& machine) {
       Applications& applications = *machine.applications;
-      applications.install(content);
-      if (!backup) return;
-      // What an installation that was cut short leaves.
-      const fs::path left = applications.bundle_.string() + ".bak";
-      fs::remove_all(left);
-      fs::copy(applications.bundle_, left, fs::copy_options::recursive | fs::copy_options::copy_symlinks);
+      applications.install(applications.bundle_, content);
+      if (backup) applications.install(applications.bundle_.string() + ".bak", left);
     };
   });
+}
+
+void Applications::processWillStart() {
+  if (running_ >= 0) close(running_);
+  running_ = open(bundle_.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+}
+
+fs::path Applications::runningBundle() const {
+  std::error_code error;
+  const fs::path place = fs::read_symlink("/proc/self/fd/" + std::to_string(running_), error);
+  // Of a file that is gone only its place is known.
+  return error || !fs::exists(place) ? bundle_ : place;
 }
 
 void Applications::processEnded(Leaks&) { runningInfo_.reset(); }
@@ -233,6 +285,27 @@ void Applications::snapshot(nlohmann::ordered_json& state) {
 }
 
 }  // namespace simulator
+
+// ---- The user's own folders ----
+
+extern "C" {
+
+std::size_t __real_confstr(int name, char* buffer, std::size_t size);
+std::size_t __wrap_confstr(int name, char* buffer, std::size_t size);
+
+std::size_t __wrap_confstr(int name, char* buffer, std::size_t size) {
+  if (!simulator::Scheduler::current() || name != _CS_DARWIN_USER_TEMP_DIR) return __real_confstr(name, buffer, size);
+  const simulator::Call call("confstr");
+  if (const auto told = call.fault()) {
+    errno = *told;
+    return 0;
+  }
+  const std::string path = call.machine.applications->temporaryDirectory().string() + "/";
+  if (size > 0) buffer[path.copy(buffer, size - 1)] = '\0';
+  return path.size() + 1;
+}
+
+}  // extern "C"
 
 // ---- The main bundle ----
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <filesystem>
+#include <map>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
@@ -29,6 +30,8 @@ struct ImageContent {
   std::vector<std::string> applications;  // paths in the image; empty: the program's own bundle name
   BundleContent each;
   bool applicationsGiven = false;
+  std::map<std::string, std::string> links;  // names at the top level, with what they lead to
+  std::vector<std::string> files;            // and plain files
 
   // `ownVersion` is what a line means that gives no version.
   static ImageContent parse(Arguments& line, const std::string& ownVersion);
@@ -42,6 +45,8 @@ class Applications : public Part {
   // The installed bundle, and the user's temporary directory.
   [[nodiscard]] const std::filesystem::path& bundle() const { return bundle_; }
   [[nodiscard]] const std::filesystem::path& temporaryDirectory() const { return temporaryDirectory_; }
+  // Where the bundle that the running program was launched from is by now: it may have been moved.
+  [[nodiscard]] std::filesystem::path runningBundle() const;
   // The running program's Info.plist, as it was when it was first asked for.
   const nlohmann::json& runningInfo();
   static CodeSigners& signers();
@@ -50,11 +55,12 @@ class Applications : public Part {
   std::string makeImage(const ImageContent& content);
 
   void addCommands(Commands& commands) override;
+  void processWillStart() override;
   void processEnded(Leaks& leaks) override;
   void snapshot(nlohmann::ordered_json& state) override;
 
  private:
-  void install(const BundleContent& content);
+  void install(const std::filesystem::path& bundle, const BundleContent& content);
   void makeBundle(const std::filesystem::path& folder, const BundleContent& content);
 
   Machine& machine_;
@@ -62,6 +68,7 @@ class Applications : public Part {
   std::filesystem::path temporaryDirectory_;
   std::optional<std::string> temporaryDirectoryBefore_;  // the host's own TMPDIR
   std::optional<nlohmann::json> runningInfo_;
+  int running_ = -1;  // the running program's bundle, by a file descriptor that follows it
 };
 
 }  // namespace simulator

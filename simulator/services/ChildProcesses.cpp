@@ -15,17 +15,15 @@
 #include <system_error>
 
 #include "simulator/machine/Machine.h"
+#include "simulator/machine/Object.h"
 #include "simulator/services/Applications.h"
 #include "simulator/services/FileContent.h"
 #include "simulator/services/Files.h"
+#include "simulator/services/HostProcesses.h"
 #include "simulator/services/Volumes.h"
 
 extern "C" {
 
-int __real_posix_spawn(pid_t* child, const char* path, const posix_spawn_file_actions_t* actions,
-                       const posix_spawnattr_t* attributes, char* const argv[], char* const envp[]);
-int __wrap_posix_spawn(pid_t* child, const char* path, const posix_spawn_file_actions_t* actions,
-                       const posix_spawnattr_t* attributes, char* const argv[], char* const envp[]);
 pid_t __real_waitpid(pid_t child, int* status, int options);
 pid_t __wrap_waitpid(pid_t child, int* status, int options);
 pid_t __real_getpid(void);
@@ -43,44 +41,27 @@ constexpr Duration runTime = std::chrono::milliseconds(200);
 
 constexpr const char* shell = "/bin/sh";
 
-class FileActions {
- public:
-  FileActions() {
-    posix_spawn_file_actions_init(&actions_);
-    posix_spawn_file_actions_addopen(&actions_, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-    // Standard output is the trace's.
-    posix_spawn_file_actions_adddup2(&actions_, STDERR_FILENO, STDOUT_FILENO);
-  }
-  FileActions(const FileActions&) = delete;
-  FileActions& operator=(const FileActions&) = delete;
-  ~FileActions() { posix_spawn_file_actions_destroy(&actions_); }
-  [[nodiscard]] const posix_spawn_file_actions_t* get() const { return &actions_; }
-
- private:
-  posix_spawn_file_actions_t actions_;
+// What posix_spawn's attributes and file actions are made of.
+struct SpawnAttributes : Object {
+  std::string_view kind() const override { return "posix_spawnattr_t"; }
+  SpawnSettings settings;
+};
+struct SpawnFileActions : Object {
+  std::string_view kind() const override { return "posix_spawn_file_actions_t"; }
+  std::vector<int> inherited;
 };
 
-class Attributes {
- public:
-  // A process group of its own, so that what a shell starts can be ended with it.
-  Attributes() {
-    posix_spawnattr_init(&attributes_);
-    posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETPGROUP);
+// The signals that are blocked in the calling thread of the program. The system's worker threads block all but those
+// that tell of a fault of their own.
+sigset_t blockedSignals(const Machine& machine) {
+  sigset_t blocked;
+  pthread_sigmask(SIG_SETMASK, nullptr, &blocked);
+  if (machine.process.onMainThread()) return blocked;
+  sigfillset(&blocked);
+  for (const int signal : {SIGILL, SIGTRAP, SIGFPE, SIGKILL, SIGBUS, SIGSEGV, SIGSYS, SIGPIPE, SIGSTOP, SIGPROF}) {
+    sigdelset(&blocked, signal);
   }
-  Attributes(const Attributes&) = delete;
-  Attributes& operator=(const Attributes&) = delete;
-  ~Attributes() { posix_spawnattr_destroy(&attributes_); }
-  [[nodiscard]] const posix_spawnattr_t* get() const { return &attributes_; }
-
- private:
-  posix_spawnattr_t attributes_;
-};
-
-std::vector<char*> pointers(std::vector<std::string>& texts) {
-  std::vector<char*> result;
-  for (std::string& text : texts) result.push_back(text.data());
-  result.push_back(nullptr);
-  return result;
+  return blocked;
 }
 
 int waitForHost(pid_t host) {
@@ -109,7 +90,8 @@ std::string listOf(const Trace& trace, const std::vector<std::string>& texts) {
 }  // namespace
 
 ChildProcesses::ChildProcesses(Machine& machine) : machine_(machine) {
-  machine.faults.declare({"posix_spawn", "waitpid", "hdiutil", "hdiutil attach", "hdiutil detach", "ditto"});
+  machine.faults.declare({"posix_spawn", "posix_spawnattr_init", "posix_spawn_file_actions_init", "waitpid", "hdiutil",
+                          "hdiutil attach", "hdiutil detach", "ditto"});
   declareFileFaults(machine.faults);
   fs::create_directories(processFile(0).parent_path());
 }
@@ -119,7 +101,8 @@ ChildProcesses::~ChildProcesses() {
     if (child.host != 0) survivors_.push_back(child.host);
   }
   for (const pid_t host : survivors_) {
-    kill(-host, SIGKILL);
+    // What a shell has started ends with it, if it leads a group.
+    kill(getpgid(host) == host ? -host : host, SIGKILL);
     waitForHost(host);
   }
 }
@@ -160,7 +143,7 @@ std::optional<int> ChildProcesses::takeFault(const std::string& tool, const std:
 }
 
 pid_t ChildProcesses::start(const std::string& executable, const std::vector<std::string>& arguments,
-                            std::vector<std::string> environment, int& error) {
+                            std::vector<std::string> environment, const SpawnSettings& settings, int& error) {
   programIdentifier();  // the program is older than its children
   const bool isShell = executable == shell;
   const fs::path below = machine_.root.below(executable);
@@ -181,10 +164,20 @@ pid_t ChildProcesses::start(const std::string& executable, const std::vector<std
 
   Child child;
   if (error == 0) {
-    const std::vector<char*> argv = pointers(words);
-    const std::vector<char*> envp = pointers(environment);
-    error = __real_posix_spawn(&child.host, host.c_str(), FileActions().get(), Attributes().get(), argv.data(),
-                               envp.data());
+    HostProcess process;
+    process.path = host.string();
+    process.words = std::move(words);
+    process.environment = std::move(environment);
+    process.ownGroup = (settings.flags & POSIX_SPAWN_SETPGROUP) != 0;
+    process.blocked = (settings.flags & POSIX_SPAWN_SETSIGMASK) != 0 ? settings.mask : blockedSignals(machine_);
+    if ((settings.flags & POSIX_SPAWN_SETSIGDEF) != 0) {
+      process.reset = settings.defaults;
+    } else {
+      sigemptyset(&process.reset);
+    }
+    process.closeOthers = (settings.flags & POSIX_SPAWN_CLOEXEC_DEFAULT) != 0;
+    process.passed = settings.inherited;
+    error = startOnHost(process, child.host);
   }
   auto record = machine_.trace.call("posix_spawn", error);
   record.text("executable", executable).json("arguments", listOf(machine_.trace, arguments));
@@ -268,24 +261,80 @@ void ChildProcesses::snapshot(nlohmann::ordered_json& state) {
 // ---- The calls ----
 
 using simulator::Call;
+using simulator::live;
 using simulator::Scheduler;
+using simulator::SpawnAttributes;
+using simulator::SpawnFileActions;
 
 extern "C" {
 
-int __wrap_posix_spawn(pid_t* child, const char* path, const posix_spawn_file_actions_t* actions,
-                       const posix_spawnattr_t* attributes, char* const argv[], char* const envp[]) {
-  if (!Scheduler::current()) return __real_posix_spawn(child, path, actions, attributes, argv, envp);
+int posix_spawn(pid_t* child, const char* path, const posix_spawn_file_actions_t* actions,
+                const posix_spawnattr_t* attributes, char* const argv[], char* const envp[]) {
   const Call call("posix_spawn");
-  if (actions || attributes) simulator::fatal("posix_spawn: file actions and attributes are not simulated");
   if (call.machine.scheduler.ending()) return EAGAIN;
   std::vector<std::string> arguments;
   for (char* const* word = argv + 1; *word; ++word) arguments.emplace_back(*word);
   std::vector<std::string> environment;
   for (char* const* variable = envp; *variable; ++variable) environment.emplace_back(*variable);
+  simulator::SpawnSettings settings;
   int error = call.fault().value_or(0);
-  const pid_t started = call.machine.childProcesses->start(path, arguments, std::move(environment), error);
+  if (attributes) settings = live<SpawnAttributes>(*attributes, "posix_spawn").settings;
+  if (actions) settings.inherited = live<SpawnFileActions>(*actions, "posix_spawn").inherited;
+  for (const int file : settings.inherited) {
+    if (fcntl(file, F_GETFD) == -1) error = errno;
+  }
+  const pid_t started = call.machine.childProcesses->start(path, arguments, std::move(environment), settings, error);
   if (error == 0 && child) *child = started;
   return error;
+}
+
+int posix_spawnattr_init(posix_spawnattr_t* attributes) {
+  const Call call("posix_spawnattr_init");
+  if (const auto told = call.fault()) return *told;
+  *attributes = new SpawnAttributes;
+  return 0;
+}
+
+int posix_spawnattr_destroy(posix_spawnattr_t* attributes) {
+  simulator::release(&live<SpawnAttributes>(*attributes, "posix_spawnattr_destroy"), "posix_spawnattr_destroy");
+  return 0;
+}
+
+int posix_spawnattr_setflags(posix_spawnattr_t* attributes, short flags) {
+  constexpr int known =
+      POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_CLOEXEC_DEFAULT;
+  if ((flags & ~known) != 0) simulator::fatal("posix_spawnattr_setflags: other flags are not simulated");
+  live<SpawnAttributes>(*attributes, "posix_spawnattr_setflags").settings.flags = flags;
+  return 0;
+}
+
+int posix_spawnattr_setsigdefault(posix_spawnattr_t* attributes, const sigset_t* signals) {
+  live<SpawnAttributes>(*attributes, "posix_spawnattr_setsigdefault").settings.defaults = *signals;
+  return 0;
+}
+
+int posix_spawnattr_setsigmask(posix_spawnattr_t* attributes, const sigset_t* signals) {
+  live<SpawnAttributes>(*attributes, "posix_spawnattr_setsigmask").settings.mask = *signals;
+  return 0;
+}
+
+int posix_spawn_file_actions_init(posix_spawn_file_actions_t* actions) {
+  const Call call("posix_spawn_file_actions_init");
+  if (const auto told = call.fault()) return *told;
+  *actions = new SpawnFileActions;
+  return 0;
+}
+
+int posix_spawn_file_actions_destroy(posix_spawn_file_actions_t* actions) {
+  constexpr const char* name = "posix_spawn_file_actions_destroy";
+  simulator::release(&live<SpawnFileActions>(*actions, name), name);
+  return 0;
+}
+
+int posix_spawn_file_actions_addinherit_np(posix_spawn_file_actions_t* actions, int file) {
+  constexpr const char* name = "posix_spawn_file_actions_addinherit_np";
+  live<SpawnFileActions>(*actions, name).inherited.push_back(file);
+  return 0;
 }
 
 pid_t __wrap_waitpid(pid_t child, int* status, int options) {

@@ -5,6 +5,7 @@
 // waited for once the program has ended.
 #pragma once
 
+#include <signal.h>
 #include <sys/types.h>
 
 #include <filesystem>
@@ -19,6 +20,14 @@ namespace simulator {
 
 class Machine;
 
+// What the program asked posix_spawn for: Apple's flags and what goes with them.
+struct SpawnSettings {
+  int flags = 0;
+  sigset_t mask{};             // with POSIX_SPAWN_SETSIGMASK
+  sigset_t defaults{};         // with POSIX_SPAWN_SETSIGDEF
+  std::vector<int> inherited;  // with POSIX_SPAWN_CLOEXEC_DEFAULT, the files that are passed on
+};
+
 class ChildProcesses : public Part {
  public:
   explicit ChildProcesses(Machine& machine);
@@ -29,7 +38,7 @@ class ChildProcesses : public Part {
 
   // Starts a program of the simulated system. `error` is set to the errno when it cannot be started.
   pid_t start(const std::string& executable, const std::vector<std::string>& arguments,
-              std::vector<std::string> environment, int& error);
+              std::vector<std::string> environment, const SpawnSettings& settings, int& error);
   // Waits for a child; its wait status, or none when there is no such child (any more).
   std::optional<int> wait(pid_t child);
 

@@ -4,6 +4,7 @@
 #include <openssl/cms.h>
 #include <openssl/err.h>
 
+#include <algorithm>
 #include <array>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
@@ -183,7 +184,15 @@ fs::path mainExecutable(const Layout& layout, const json& info) {
   return layout.contents / "MacOS" / name;
 }
 
-void checkAll(const Layout& layout, bool strict, const std::optional<CodeRequirement>& requirement, X509* anchor) {
+// The digest of an executable's part for this Mac's architecture, and of what is for others.
+struct ExecutableDigests {
+  explicit ExecutableDigests(std::string_view content)
+      : own(sha256(content.substr(0, content.find(otherArchitectures)))),
+        others(sha256(content.substr(std::min(content.find(otherArchitectures), content.size())))) {}
+  std::string own, others;
+};
+
+void checkAll(const Layout& layout, CheckDepth depth, const std::optional<CodeRequirement>& requirement, X509* anchor) {
   if (const CodeStatus status = CodeSigners::find(layout.bundle); status != 0) fail(status);
   const Directory directory = readDirectory(layout);
   const Signer signer = verifyMessage(layout, directory.content, anchor);
@@ -197,9 +206,11 @@ void checkAll(const Layout& layout, bool strict, const std::optional<CodeRequire
 
   const json info = infoDictionary(layout, errSecCSInfoPlistFailed);
   const fs::path executable = mainExecutable(layout, info);
-  if (strict) checkStructure(layout, executable);
+  if (depth.strict) checkStructure(layout, executable);
   if (!fs::exists(executable)) fail(errSecCSNoMainExecutable);
-  checkSlot("executable", executable, errSecCSSignatureFailed);
+  const ExecutableDigests found(readOr(executable, errSecCSSignatureFailed));
+  if (found.own != member(directory.slots, "executable")) fail(errSecCSSignatureFailed);
+  if (depth.allArchitectures && found.others != member(directory.slots, "others")) fail(errSecCSSignatureFailed);
 
   json sealed;
   try {
@@ -273,9 +284,11 @@ void CodeSigners::sign(const fs::path& bundle, const std::string& developer, boo
   const std::string identifier = info.at("CFBundleIdentifier");
   writeFile(layout.resources(), writePropertyList(sealedResources(layout, executable)));
   writeFile(layout.requirements(), "designated => " + CodeRequirement{identifier, team}.text());
+  const ExecutableDigests digests(readFile(executable));
   const json directory = {{"identifier", identifier},
                           {"team", team},
-                          {"executable", sha256(readFile(executable))},
+                          {"executable", digests.own},
+                          {"others", digests.others},
                           {"info", sha256(readFile(layout.infoPlist))},
                           {"requirements", sha256(readFile(layout.requirements()))},
                           {"resources", sha256(readFile(layout.resources()))}};
@@ -291,10 +304,10 @@ CodeStatus CodeSigners::find(const fs::path& bundle) {
   return fs::exists(Layout(bundle).infoPlist, ignored) ? errSecSuccess : errSecCSBadBundleFormat;
 }
 
-CodeStatus CodeSigners::check(const fs::path& bundle, bool strict,
+CodeStatus CodeSigners::check(const fs::path& bundle, CheckDepth depth,
                               const std::optional<CodeRequirement>& requirement) const {
   try {
-    checkAll(Layout(bundle), strict, requirement, anchor_.certificate());
+    checkAll(Layout(bundle), depth, requirement, anchor_.certificate());
     return errSecSuccess;
   } catch (const Failure& failure) {
     return failure.status;

@@ -4,7 +4,8 @@
 // signature itself do:
 //   CodeResources     a property list that seals every other file of the bundle by digest or link target
 //   CodeRequirements  the designated requirement, in the language of code requirements
-//   CodeDirectory     identifier and team, and the digests of main executable, Info.plist and the two files above
+//   CodeDirectory     identifier and team, and the digests of main executable (one for this Mac's architecture and one
+//                     for the others), Info.plist and the two files above
 //   CodeSignature     a detached CMS signature over the code directory, with the signer's certificate
 // Whatever is changed, added or missing therefore breaks a digest, and a digest cannot be set right without the key.
 #pragma once
@@ -34,6 +35,16 @@ struct CodeRequirement {
   static std::optional<CodeRequirement> parse(std::string_view text);
 };
 
+// How far a check goes: whether the rules for the bundle's root and its links are kept to, and whether the parts of the
+// main executable for other architectures than this Mac's are looked at.
+struct CheckDepth {
+  bool strict = true;
+  bool allArchitectures = true;
+};
+
+// The line with which an executable's parts for other architectures begin.
+inline constexpr std::string_view otherArchitectures = "\n[other architectures]\n";
+
 // The authority behind developers' certificates, and the developers.
 class CodeSigners {
  public:
@@ -43,9 +54,8 @@ class CodeSigners {
   // certificate says the same but comes from an authority of the forger's own.
   void sign(const std::filesystem::path& bundle, const std::string& developer, bool forged = false);
 
-  // Whether the bundle's signature is valid with `strict` rules for the bundle's root and links or without, and whether
-  // it satisfies the requirement, if there is one.
-  [[nodiscard]] CodeStatus check(const std::filesystem::path& bundle, bool strict,
+  // Whether the bundle's signature is valid, and whether it satisfies the requirement, if there is one.
+  [[nodiscard]] CodeStatus check(const std::filesystem::path& bundle, CheckDepth depth,
                                  const std::optional<CodeRequirement>& requirement) const;
   // The designated requirement that the bundle's signature states; only its integrity is checked.
   [[nodiscard]] CodeStatus designatedRequirement(const std::filesystem::path& bundle, CodeRequirement& result) const;

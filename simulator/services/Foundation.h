@@ -33,6 +33,11 @@ struct DataObject : Object {
 
 // Whether the text is a URL or a relative reference as RFC 3986 has them. The empty text is none, as for NSURL.
 bool isURL(std::string_view text);
+// The same with what is not allowed in encoded form, as NSURL does it on macOS 14 and later: host names as IDNA has
+// them, everything else by percent signs. None when it is no URL then either.
+std::optional<std::string> encodedURL(std::string_view text);
+// As it is written; empty when there is none.
+std::string schemeOf(std::string_view url);
 // The URL of a file, and the other way round: none for a URL of another kind.
 std::string fileURL(std::string_view path);
 std::optional<std::string> filePath(std::string_view url);

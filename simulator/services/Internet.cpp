@@ -33,6 +33,13 @@ std::size_t receivePiece(char* data, std::size_t size, std::size_t count, void* 
   return receiver.receive(piece) ? piece.size() : 0;
 }
 
+// Whether the host is one that App Transport Security does not apply to: a name without a dot, one of Bonjour's, or an
+// address.
+bool isLocal(const std::string& host) {
+  const bool isAddress = host.starts_with('[') || host.find_first_not_of("0123456789.") == std::string::npos;
+  return isAddress || host.find('.') == std::string::npos || host.ends_with(".local");
+}
+
 // Child processes do not get the machine's connections.
 int closeOnExec(void*, curl_socket_t socket, curlsocktype) {
   fcntl(socket, F_SETFD, FD_CLOEXEC);
@@ -116,10 +123,11 @@ Transfer Internet::get(const std::string& address, const std::function<bool(std:
   const std::lock_guard lock(mutex_);
   std::string url = requestedURL(address);
   for (int followed = 0; followed <= redirectLimit; ++followed) {
-    if (url.starts_with("http://")) return {URLError::appTransportSecurityRequiresSecureConnection, 0};
-    if (!url.starts_with("https://")) return {URLError::unsupportedURL, 0};
+    const bool isPlain = url.starts_with("http://");
+    if (isPlain && !isLocal(hostOf(url))) return {URLError::appTransportSecurityRequiresSecureConnection, 0, url};
+    if (!isPlain && !url.starts_with("https://")) return {URLError::unsupportedURL, 0, url};
     // Names that the machine was not told of do not exist; nothing ever leaves this computer.
-    if (!host_.knows(hostOf(url))) return {URLError::cannotFindHost, 0};
+    if (!host_.knows(hostOf(url))) return {URLError::cannotFindHost, 0, url};
 
     CURL* const curl = curl_.get();
     Receiver receiver{curl, receive, ""};
@@ -134,14 +142,14 @@ Transfer Internet::get(const std::string& address, const std::function<bool(std:
     curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &status);
     curl_easy_getinfo(curl, CURLINFO_SSL_VERIFYRESULT, &verification);
     curl_easy_getinfo(curl, CURLINFO_REDIRECT_URL, &next);
-    if (code != CURLE_OK) return {errorFor(code, verification), 0};
+    if (code != CURLE_OK) return {errorFor(code, verification), 0, url};
     if (!redirects(status) || !next) {
-      if (!receiver.keptBack.empty() && !receive(receiver.keptBack)) return {URLError::cannotWriteToFile, 0};
-      return {std::nullopt, static_cast<int>(status)};
+      if (!receiver.keptBack.empty() && !receive(receiver.keptBack)) return {URLError::cannotWriteToFile, 0, url};
+      return {std::nullopt, static_cast<int>(status), url};
     }
     url = requestedURL(next);
   }
-  return {URLError::httpTooManyRedirects, 0};
+  return {URLError::httpTooManyRedirects, 0, url};
 }
 
 curl_slist* Internet::prepare(const std::string& url) {
@@ -157,7 +165,7 @@ curl_slist* Internet::prepare(const std::string& url) {
   curl_easy_setopt(curl, CURLOPT_CONNECT_TO, routes);
   curl_easy_setopt(curl, CURLOPT_CAINFO_BLOB, &trusted);
   curl_easy_setopt(curl, CURLOPT_CAPATH, nullptr);
-  curl_easy_setopt(curl, CURLOPT_PROTOCOLS_STR, "https");
+  curl_easy_setopt(curl, CURLOPT_PROTOCOLS_STR, "http,https");
   curl_easy_setopt(curl, CURLOPT_HTTP_VERSION, CURL_HTTP_VERSION_1_1);
   curl_easy_setopt(curl, CURLOPT_SOCKOPTFUNCTION, &closeOnExec);
   curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, &receivePiece);

@@ -1,4 +1,5 @@
-// The machine's way to web servers: HTTPS through libcurl, with certificates checked.
+// The machine's way to web servers: HTTPS through libcurl, with certificates checked. Plain HTTP is refused as App
+// Transport Security refuses it: not to the hosts of a local network.
 #pragma once
 
 #include <functional>
@@ -40,6 +41,7 @@ std::string localizedDescription(int error, const std::string& host);
 struct Transfer {
   std::optional<URLError> error;  // none: it was answered
   int status = 0;                 // of HTTP; 0 when the answer did not come over HTTP
+  std::string url;                // what answered, after redirects
 };
 
 class Internet {

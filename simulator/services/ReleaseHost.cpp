@@ -37,16 +37,50 @@ std::string header(const std::string& head, std::string_view name) {
   return head.substr(start, head.find("\r\n", start) - start);
 }
 
-bool writeAll(SSL* connection, std::string_view data) {
-  while (!data.empty()) {
-    std::size_t written = 0;
-    if (SSL_write_ex(connection, data.data(), data.size(), &written) != 1) return false;
-    data.remove_prefix(written);
-  }
-  return true;
-}
-
 }  // namespace
+
+// A connection to a client, with TLS or without.
+class Stream {
+ public:
+  // `tls` is null for plain HTTP.
+  Stream(int socket, SSL* tls) : socket_(socket), tls_(tls) {}
+
+  [[nodiscard]] const char* scheme() const { return tls_ ? "https://" : "http://"; }
+
+  // Appends what comes next; false at the end.
+  bool read(std::string& received) const {
+    std::array<char, 4096> buffer;
+    std::size_t size = 0;
+    if (tls_) {
+      if (SSL_read_ex(tls_, buffer.data(), buffer.size(), &size) != 1) return false;
+    } else {
+      const ssize_t count = recv(socket_, buffer.data(), buffer.size(), 0);
+      if (count <= 0) return false;
+      size = static_cast<std::size_t>(count);
+    }
+    received.append(buffer.data(), size);
+    return true;
+  }
+
+  [[nodiscard]] bool write(std::string_view data) const {
+    while (!data.empty()) {
+      std::size_t size = 0;
+      if (tls_) {
+        if (SSL_write_ex(tls_, data.data(), data.size(), &size) != 1) return false;
+      } else {
+        const ssize_t count = send(socket_, data.data(), data.size(), 0);
+        if (count <= 0) return false;
+        size = static_cast<std::size_t>(count);
+      }
+      data.remove_prefix(size);
+    }
+    return true;
+  }
+
+ private:
+  int socket_;
+  SSL* tls_;
+};
 
 std::string requestedURL(const std::string& url) {
   const std::unique_ptr<CURLU, Freed<curl_url_cleanup>> parts(curl_url());
@@ -180,33 +214,37 @@ void ReleaseHost::serve(int socket) {
   sigaddset(&signals, SIGPIPE);
   pthread_sigmask(SIG_BLOCK, &signals, nullptr);
 
-  const Connected connection(SSL_new(context_.get()));
-  SSL_set_fd(connection.get(), socket);
-  if (SSL_accept(connection.get()) == 1) {
+  // TLS begins with a record of the type "handshake", HTTP with a letter.
+  constexpr char handshake = 22;
+  char first = 0;
+  Connected tls;
+  if (recv(socket, &first, 1, MSG_PEEK) == 1 && first == handshake) {
+    tls.reset(SSL_new(context_.get()));
+    SSL_set_fd(tls.get(), socket);
+  }
+  if (!tls || SSL_accept(tls.get()) == 1) {
+    const Stream connection(socket, tls.get());
     std::string received;
     for (bool open = true; open;) {
       const std::size_t end = received.find("\r\n\r\n");
-      if (end != std::string::npos) {
-        open = answer(connection.get(), received.substr(0, end + 2));
+      if (end == std::string::npos) {
+        open = connection.read(received);
+      } else {
+        open = answer(connection, received.substr(0, end + 2));
         received.erase(0, end + 4);
-        continue;
       }
-      std::array<char, 4096> buffer;
-      std::size_t size = 0;
-      open = SSL_read_ex(connection.get(), buffer.data(), buffer.size(), &size) == 1;
-      received.append(buffer.data(), size);
     }
   }
   shutdown(socket, SHUT_RDWR);
 }
 
-bool ReleaseHost::answer(SSL* connection, const std::string& head) {
+bool ReleaseHost::answer(const Stream& connection, const std::string& head) {
   const std::size_t start = head.find(' ');
   const std::string path = head.substr(start + 1, head.find(' ', start + 1) - start - 1);
   std::shared_ptr<const HostAnswer> answer;
   {
     const std::lock_guard lock(mutex_);
-    const auto found = answers_.find("https://" + lowerCase(header(head, "Host")) + path);
+    const auto found = answers_.find(connection.scheme() + lowerCase(header(head, "Host")) + path);
     answer = found != answers_.end() ? found->second : std::make_shared<const HostAnswer>(HostAnswer{404, "", "", {}});
   }
 
@@ -218,7 +256,7 @@ bool ReleaseHost::answer(SSL* connection, const std::string& head) {
   std::string_view body = hasBody ? std::string_view(answer->body) : std::string_view();
   const bool breaks = answer->breakAfter.has_value();
   if (breaks) body = body.substr(0, *answer->breakAfter);
-  return writeAll(connection, reply) && writeAll(connection, body) && !breaks;
+  return connection.write(reply) && connection.write(body) && !breaks;
 }
 
 }  // namespace simulator

@@ -1,5 +1,5 @@
-// The web servers that releases are published on: one real HTTPS server on the loopback interface that answers for
-// every host name it is told of, with certificates from an authority of its own.
+// The web servers that releases are published on: one real server on the loopback interface that answers for every host
+// name it is told of, over HTTPS with certificates from an authority of its own, and over plain HTTP.
 #pragma once
 
 #include <openssl/ssl.h>
@@ -18,6 +18,8 @@
 #include "simulator/services/Certificates.h"
 
 namespace simulator {
+
+class Stream;
 
 // What is answered at one address.
 struct HostAnswer {
@@ -58,7 +60,7 @@ class ReleaseHost {
   SSL_CTX* contextFor(const std::string& host);
   void acceptConnections();
   void serve(int socket);
-  bool answer(SSL* connection, const std::string& head);
+  bool answer(const Stream& connection, const std::string& head);
 
   CertificateAuthority authority_;
   CertificateAuthority unknownAuthority_;

@@ -47,9 +47,9 @@ class SecurityCall : public Call {
   MachineAtWork work_;
 };
 
-// Where the code is on disk: running code is that of the installed bundle.
-const std::filesystem::path& placeOf(const __SecCode& code, const Machine& machine) {
-  return code.path ? *code.path : machine.applications->bundle();
+// Where the code is on disk: running code is where the program's file is by now.
+std::filesystem::path placeOf(const __SecCode& code, const Machine& machine) {
+  return code.path ? *code.path : machine.applications->runningBundle();
 }
 
 }  // namespace
@@ -78,7 +78,7 @@ OSStatus SecCodeCopyDesignatedRequirement(SecStaticCodeRef code, SecCSFlags flag
   const SecurityCall call("SecCodeCopyDesignatedRequirement", flags, kSecCSDefaultFlags, requirement);
   if (call.status != errSecSuccess) return call.status;
   simulator::CodeRequirement designated;
-  const auto& path = placeOf(live<__SecCode>(code, "SecCodeCopyDesignatedRequirement"), call.machine);
+  const std::filesystem::path path = placeOf(live<__SecCode>(code, "SecCodeCopyDesignatedRequirement"), call.machine);
   const simulator::CodeStatus status = simulator::Applications::signers().designatedRequirement(path, designated);
   if (status == errSecSuccess) *requirement = new __SecRequirement(designated);
   return status;
@@ -98,10 +98,12 @@ OSStatus SecStaticCodeCheckValidity(SecStaticCodeRef staticCode, SecCSFlags flag
   constexpr SecCSFlags known = kSecCSCheckAllArchitectures | kSecCSStrictValidate;
   const SecurityCall call("SecStaticCodeCheckValidity", flags, known, staticCode);
   if (call.status != errSecSuccess) return call.status;
-  const auto& path = placeOf(live<__SecCode>(staticCode, "SecStaticCodeCheckValidity"), call.machine);
+  const std::filesystem::path path = placeOf(live<__SecCode>(staticCode, "SecStaticCodeCheckValidity"), call.machine);
   std::optional<simulator::CodeRequirement> required;
   if (requirement) required = live<__SecRequirement>(requirement, "SecStaticCodeCheckValidity").requirement;
-  return simulator::Applications::signers().check(path, (flags & kSecCSStrictValidate) != 0, required);
+  const simulator::CheckDepth depth{.strict = (flags & kSecCSStrictValidate) != 0,
+                                    .allArchitectures = (flags & kSecCSCheckAllArchitectures) != 0};
+  return simulator::Applications::signers().check(path, depth, required);
 }
 
 }  // extern "C"

@@ -105,24 +105,24 @@ Loaded URLLoading::load(const std::string& url, double timeout, const std::funct
   const Duration patience(std::llround(timeout * 1e9));
   if (route.delay >= patience) {
     machine_.scheduler.sleep(patience);
-    return {localizedDescription(static_cast<int>(URLError::timedOut), hostOf(url)), 0};
+    return {localizedDescription(static_cast<int>(URLError::timedOut), hostOf(url)), 0, url};
   }
   machine_.scheduler.sleep(exchangeTime + route.delay);
-  if (route.error) return {route.error, 0};
+  if (route.error) return {route.error, 0, url};
 
   if (const auto path = filePath(url)) {
     std::string content;
     try {
       content = readFile(machine_.root.below(*path));
     } catch (const std::system_error&) {
-      return {localizedDescription(static_cast<int>(URLError::fileDoesNotExist), ""), 0};
+      return {localizedDescription(static_cast<int>(URLError::fileDoesNotExist), ""), 0, url};
     }
     receive(content);
-    return {std::nullopt, 0};
+    return {std::nullopt, 0, url};
   }
   const Transfer transfer = internet->get(url, receive);
-  if (transfer.error) return {localizedDescription(static_cast<int>(*transfer.error), hostOf(url)), 0};
-  return {std::nullopt, route.plainResponse ? 0 : transfer.status};
+  if (transfer.error) return {localizedDescription(static_cast<int>(*transfer.error), hostOf(url)), 0, transfer.url};
+  return {std::nullopt, route.plainResponse ? 0 : transfer.status, transfer.url};
 }
 
 std::filesystem::path URLLoading::temporaryFile() {
@@ -174,9 +174,10 @@ struct RequestObject : Object {
 };
 
 struct ResponseObject : Object {
-  explicit ResponseObject(int code) : status(code) {}
+  ResponseObject(int code, std::string address) : status(code), url(std::move(address)) {}
   std::string_view kind() const override { return status != 0 ? "NSHTTPURLResponse" : "NSURLResponse"; }
   const int status;  // 0: not of HTTP
+  const std::string url;
 };
 
 struct SessionObject : Object {
@@ -223,14 +224,16 @@ const char* cachePolicyName(unsigned long policy) {
   return policy == 0 ? "useProtocolCachePolicy" : "reloadIgnoringLocalCacheData";
 }
 
-NS::URLResponse responseFor(const Loaded& loaded) { return NS::URLResponse(make<ResponseObject>(loaded.status)); }
+NS::URLResponse responseFor(const Loaded& loaded) {
+  return NS::URLResponse(make<ResponseObject>(loaded.status, loaded.url));
+}
 
 // Loads unless the call has been told to fail.
 Loaded loadOrFail(Machine& machine, std::optional<std::int32_t> fault, const std::string& url, double timeout,
                   const std::function<bool(std::string_view)>& receive) {
   if (!fault) return machine.urlLoading->load(url, timeout, receive);
   machine.scheduler.sleep(exchangeTime);
-  return {localizedDescription(*fault, hostOf(url)), 0};
+  return {localizedDescription(*fault, hostOf(url)), 0, url};
 }
 
 }  // namespace
@@ -250,6 +253,10 @@ URLRequest URLRequest::requestWithURL(const URL& url, URLRequestCachePolicy cach
   return URLRequest(
       simulator::make<simulator::RequestObject>(live<__CFURL>(url.get(), "NSURLRequest.requestWithURL").text,
                                                 static_cast<unsigned long>(cachePolicy), timeoutInterval));
+}
+
+URL URLResponse::URL() const {
+  return NS::URL(simulator::make<__CFURL>(live<simulator::ResponseObject>(get(), "NSURLResponse.URL").url));
 }
 
 HTTPURLResponse HTTPURLResponse::cast(const URLResponse& response) {

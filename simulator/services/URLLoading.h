@@ -29,6 +29,7 @@ struct Route {
 struct Loaded {
   std::optional<std::string> error;
   int status = 0;
+  std::string url;  // what answered, after redirects
 };
 
 class URLLoading : public Part {

@@ -56,13 +56,13 @@ int main(int count, char** words) {
       for (const fs::directory_entry& entry : fs::recursive_directory_iterator(from)) paths.push_back(entry.path());
     }
     std::ranges::sort(paths);
-    // A copy that is told to fail gets half-way.
+    // A copy that is told how to end gets half-way.
     const auto fault = tool::fault();
     if (fault) paths.resize(paths.size() / 2);
     for (const fs::path& path : paths) {
       copyOne(path, path == from ? destination : destination / path.lexically_relative(from));
     }
-    if (fault) return *fault;
+    if (fault) tool::end(*fault);
   } catch (const std::exception& error) {
     std::fprintf(stderr, "ditto: %s\n", error.what());
     return 1;

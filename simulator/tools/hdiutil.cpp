@@ -70,7 +70,7 @@ int detach(const std::vector<std::string>& arguments) {
 }  // namespace
 
 int main(int count, char** words) {
-  if (const auto status = tool::fault()) return *status;
+  if (const auto status = tool::fault()) tool::end(*status);
   std::vector<std::string> arguments(words + 1, words + count);
   if (arguments.empty()) return usage();
   quiet = std::ranges::find(arguments, "-quiet") != arguments.end();

@@ -6,7 +6,7 @@
 #include "simulator/tools/Tool.h"
 
 int main(int count, char** words) {
-  if (const auto status = tool::fault()) return *status;
+  if (const auto status = tool::fault()) tool::end(*status);
   if (count != 2) {
     std::fputs("Usage: open <file>\n", stderr);
     return 1;

@@ -2,24 +2,38 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
+#include <initializer_list>
 #include <regex>
 #include <string>
 #include <vector>
 
 #include "desk/Desk.h"
+#include "simulator/services/Applications.h"
+#include "simulator/services/FileContent.h"
+#include "tests/support/Lines.h"
 #include "tests/support/Seat.h"
 
 namespace {
 
+namespace fs = std::filesystem;
+using lines::advance;
+using lines::answer;
+using lines::bundle;
+using lines::click;
+using lines::fail;
+using lines::launch;
+using lines::settle;
 using nlohmann::json;
 
-constexpr const char* install = R"(
-{"do":"answer","button":"Install and Relaunch"}
-{"do":"click","item":"Update to 1.4.0…"}
-{"do":"settle"}
-)";
+const std::string install = answer("Install and Relaunch") + click("Update to 1.4.0…") + settle;
+// The same where the offer has been lost, as after a failure.
+const std::string checkAndInstall = answer("Install and Relaunch") + click("Check for Updates…") + settle;
+
+const json newVersion = {{"version", "1.4.0"}, {"backup", false}};
+const json oldVersion = {{"version", "1.3.9"}, {"backup", false}};
 
 // The programs that were run, as "hdiutil attach", "ditto" or "sh".
 std::vector<std::string> programsIn(const std::vector<json>& records) {
@@ -60,7 +74,7 @@ TEST(Installer, PutsTheNewVersionInPlaceAndRelaunches) {
     ASSERT_EQ(alerts.size(), 1U);
     EXPECT_EQ(alerts[0]["message"], "Dalvane 1.4.0 is available");
     EXPECT_EQ(alerts[0]["informative"], "Fixes volume keys after sleep.\n\nYou have version 1.3.9.");
-    EXPECT_EQ(alerts[0]["buttons"], json::parse(R"(["Install and Relaunch","Later"])"));
+    EXPECT_EQ(alerts[0]["buttons"], json::array({"Install and Relaunch", "Later"}));
 
     const auto spawns = callsOf(records, "posix_spawn");
     EXPECT_EQ(programsIn(records), (std::vector<std::string>{"hdiutil attach", "ditto", "hdiutil detach", "sh"}));
@@ -97,16 +111,13 @@ TEST(Installer, PutsTheNewVersionInPlaceAndRelaunches) {
     EXPECT_LT(exits[0]["t"], opened[0]["t"]);
     const json state = seat.snapshot();
     EXPECT_EQ(state["running"], true);
-    EXPECT_EQ(state["bundle"], json::parse(R"({"version":"1.4.0","backup":false})"));
+    EXPECT_EQ(state["bundle"], newVersion);
     EXPECT_EQ(state["volumes"], json::array());
     EXPECT_EQ(state["temporary"], json::array());
     EXPECT_TRUE(errorsIn(records).empty());
 
     // What runs now knows itself as 1.4.0, and finds nothing newer.
-    seat.play(R"({"do":"advance","seconds":10}
-{"do":"settle"}
-{"do":"click","item":"Check for Updates…"}
-{"do":"settle"})");
+    seat.play(advance(10) + settle + click("Check for Updates…") + settle);
     EXPECT_EQ(alertsIn(seat.takeRecords()),
               std::vector<std::string>{"Dalvane is up to date: Version 1.4.0 is the newest version."});
     EXPECT_TRUE(seat.shutDown());
@@ -129,11 +140,8 @@ TEST(Installer, TheSameSeedGivesTheSameTrace) {
 TEST(Installer, WithTheProgramsThreadsRunningFreely) {
   Seat seat(1, simulator::Clock::live);
   seat.publishUpdate();
-  seat.play(R"({"do":"launch"}
-{"do":"settle"}
-{"do":"click","item":"Check for Updates…"}
-{"do":"settle"})");
-  EXPECT_EQ(seat.snapshot()["bundle"], json::parse(R"({"version":"1.4.0","backup":false})"));
+  seat.play(launch + settle + click("Check for Updates…") + settle);
+  EXPECT_EQ(seat.snapshot()["bundle"], newVersion);
   EXPECT_EQ(seat.snapshot()["running"], true);
   EXPECT_EQ(seat.snapshot()["temporary"], json::array());
   EXPECT_TRUE(seat.shutDown());
@@ -146,17 +154,16 @@ TEST(Installer, ANameWithShellCharactersIsOnlyAName) {
   seat.publishUpdate();
   seat.launchAndCheck();
   seat.play(install);
-  EXPECT_EQ(seat.snapshot()["bundle"], json::parse(R"({"version":"1.4.0","backup":false})"));
+  EXPECT_EQ(seat.snapshot()["bundle"], newVersion);
   EXPECT_EQ(seat.snapshot()["running"], true);
   const auto opened = recordsOf(seat.takeRecords(), "open");
   ASSERT_EQ(opened.size(), 1U);
   EXPECT_EQ(opened[0]["path"], "/Applications/" + program.name + ".app");
-  EXPECT_FALSE(std::filesystem::exists("pwned"));
+  EXPECT_FALSE(fs::exists("pwned"));
   EXPECT_TRUE(seat.shutDown());
 }
 
 TEST(Installer, TheHostsTemporaryDirectoryMayHaveAnyName) {
-  namespace fs = std::filesystem;
   const fs::path folder = fs::path(testing::TempDir()) / R"(a b'c"$d)";
   fs::create_directories(folder / "inner");
   const char* const before = std::getenv("TMPDIR");
@@ -167,7 +174,7 @@ TEST(Installer, TheHostsTemporaryDirectoryMayHaveAnyName) {
     seat.publishUpdate();
     seat.launchAndCheck();
     seat.play(install);
-    EXPECT_EQ(seat.snapshot()["bundle"], json::parse(R"({"version":"1.4.0","backup":false})")) << name;
+    EXPECT_EQ(seat.snapshot()["bundle"], newVersion) << name;
     EXPECT_EQ(recordsOf(seat.takeRecords(), "open").size(), 1U) << name;
     EXPECT_TRUE(seat.shutDown());
   }
@@ -183,8 +190,8 @@ TEST(Installer, TheRunningCopyDecidesNotTheOneInTheImage) {
   // A copy signed by somebody else, as a contributor builds it, takes updates of that signer only.
   for (const bool same : {false, true}) {
     Seat seat;
-    seat.publishUpdate(same ? R"(,"signer":"Contributor")" : "");
-    seat.play(R"({"do":"bundle","version":"1.3.9","signer":"Contributor"})");
+    seat.publishUpdate(same ? json{{"signer", "Contributor"}} : json::object());
+    seat.play(bundle({{"version", "1.3.9"}, {"signer", "Contributor"}}));
     seat.launchAndCheck();
     seat.play(install);
     EXPECT_EQ(seat.snapshot()["bundle"]["version"], same ? "1.4.0" : "1.3.9");
@@ -192,13 +199,230 @@ TEST(Installer, TheRunningCopyDecidesNotTheOneInTheImage) {
   }
 }
 
+TEST(Installer, AWaitThatASignalInterruptsGoesOn) {
+  Seat seat;
+  seat.publishUpdate();
+  seat.launchAndCheck();
+  seat.play(fail("waitpid", EINTR, 1, 5) + install);
+  EXPECT_EQ(seat.snapshot()["bundle"], newVersion);
+  EXPECT_TRUE(errorsIn(seat.takeRecords()).empty());
+  EXPECT_TRUE(seat.shutDown());
+}
+
+TEST(Installer, TheTemporaryDirectoryIsTheUsersOwnWhateverTheEnvironmentSays) {
+  for (const char* const named : {"", "/tmp"}) {
+    Seat seat;
+    const fs::path own = seat.machine().applications->temporaryDirectory();
+    const std::string before = std::getenv("TMPDIR");
+    if (*named) {
+      setenv("TMPDIR", named, 1);
+    } else {
+      unsetenv("TMPDIR");
+    }
+    seat.publishUpdate();
+    seat.launchAndCheck();
+    seat.play(install);
+    const auto spawns = callsOf(seat.takeRecords(), "posix_spawn");
+    ASSERT_FALSE(spawns.empty());
+    const std::string image = spawns[0]["args"]["arguments"][1];
+    EXPECT_TRUE(image.starts_with("/var/folders/")) << image;
+    EXPECT_EQ(seat.machine().root.below(image).parent_path().parent_path(), own);
+    EXPECT_EQ(seat.snapshot()["bundle"], newVersion);
+    EXPECT_TRUE(seat.shutDown());
+    setenv("TMPDIR", before.c_str(), 1);
+  }
+}
+
+TEST(Installer, AddressesAreEncodedAsTheyHaveToBe) {
+  const struct {
+    const char* published;
+    const char* requested;
+  } cases[] = {
+      {"https://downloads.dalvane.example/Dalvane 1.4.0.dmg", "https://downloads.dalvane.example/Dalvane%201.4.0.dmg"},
+      {"https://downloads.dalvane.example/für/alle.dmg", "https://downloads.dalvane.example/f%C3%BCr/alle.dmg"},
+      {"https://Bücher.example/x.dmg?für=alle", "https://xn--bcher-kva.example/x.dmg?f%C3%BCr=alle"},
+      {"HTTPS://downloads.dalvane.example/x.dmg", "HTTPS://downloads.dalvane.example/x.dmg"}};
+  for (const auto& each : cases) {
+    Seat seat;
+    seat.publishUpdate(json::object(), each.published);
+    seat.play(lines::image(each.requested, {{"version", "1.4.0"}}));
+    seat.launchAndCheck();
+    seat.play(install);
+    const auto requests = callsOf(seat.takeRecords(), "NSURLSession.downloadTaskWithURL");
+    ASSERT_EQ(requests.size(), 1U) << each.published;
+    EXPECT_EQ(requests[0]["args"]["url"], each.requested);
+    EXPECT_EQ(seat.snapshot()["bundle"], newVersion);
+    EXPECT_TRUE(seat.shutDown());
+  }
+}
+
+TEST(Installer, OnlyAnHTTPSAddressIsDownloadedFrom) {
+  for (const std::string address :
+       {"http://downloads.dalvane.example/Dalvane-1.4.0.dmg", "http://downloads/x.dmg", "http://downloads.local/x.dmg",
+        "file:///Users/Shared/Dalvane.dmg", "ftp://downloads.dalvane.example/x.dmg", "Dalvane.dmg", "https.dmg",
+        "//downloads.dalvane.example/x.dmg", "data:,x"}) {
+    Seat seat;
+    seat.publishUpdate(json::object(), address);
+    const fs::path local = seat.machine().root.below("/Users/Shared/Dalvane.dmg");
+    fs::create_directories(local.parent_path());
+    simulator::writeFile(local, seat.machine().applications->makeImage({}));
+    seat.launchAndCheck();
+    const std::string old = seat.installedBundle();
+    seat.takeRecords();
+    seat.play(install);
+    const auto records = seat.takeRecords();
+    EXPECT_EQ(errorsIn(records),
+              std::vector<std::string>{"Update install failed: The update is not offered over HTTPS"})
+        << address;
+    EXPECT_TRUE(callsOf(records, "NSURLSession.downloadTaskWithURL").empty()) << address;
+    EXPECT_TRUE(callsOf(records, "posix_spawn").empty()) << address;
+    EXPECT_EQ(seat.installedBundle(), old);
+    EXPECT_EQ(seat.snapshot()["temporary"], json::array());
+    EXPECT_TRUE(seat.shutDown());
+  }
+}
+
+// What a link in the image leads to can be exchanged after it has been checked.
+TEST(Installer, AnApplicationThatLiesElsewhereIsNotInstalled) {
+  Seat seat;
+  seat.publishUpdate({{"apps", json::array()}, {"links", {{"Dalvane.app", "/Users/Shared/Dalvane.app"}}}});
+  const fs::path genuine = seat.machine().root.below("/Users/Shared/Dalvane.app");
+  fs::create_directories(genuine.parent_path());
+  fs::copy(seat.machine().applications->bundle(), genuine,
+           fs::copy_options::recursive | fs::copy_options::copy_symlinks);
+  seat.launchAndCheck();
+  seat.takeRecords();
+  seat.play(install);
+  const auto records = seat.takeRecords();
+  EXPECT_EQ(errorsIn(records),
+            std::vector<std::string>{"Update install failed: The app in the update image is not a folder of its own"});
+  EXPECT_EQ(programsIn(records), (std::vector<std::string>{"hdiutil attach", "hdiutil detach"}));
+  EXPECT_TRUE(seat.shutDown());
+}
+
+TEST(Installer, WhatOnlyHasTheExtensionAsItsNameIsNoApplication) {
+  Seat seat;
+  seat.publishUpdate({{"apps", {"Dalvane.app", ".app"}}, {"files", {"app", "Dalvane.app.txt"}}});
+  seat.launchAndCheck();
+  seat.play(install);
+  EXPECT_EQ(seat.snapshot()["bundle"], newVersion);
+  EXPECT_TRUE(seat.shutDown());
+}
+
+namespace {
+
+// What an earlier install left, and what the next one does about it when its own copy succeeds and when it fails.
+struct LeftBehind {
+  const char* name;
+  std::string before;                // an install that fails, or the state that one of an earlier run has left
+  std::string kept;                  // where the copy then lies that must not be lost
+  std::vector<std::string> changes;  // of the next install, after the download has been moved
+};
+
+const std::string place = "/Applications/Dalvane.app";
+const std::string bak = "/Applications/Dalvane.app.bak";
+
+const LeftBehind leftBehind[] = {
+    {"Nothing", "", place, {place + " -> " + bak, "- " + bak}},
+    {"AStaleBackup",
+     bundle({{"version", "1.3.9"}, {"backup", true}}),
+     place,
+     {"- " + bak, place + " -> " + bak, "- " + bak}},
+    // The rollback could not move the backup: its place is empty.
+    {"AnEmptyPlace",
+     fail("ditto", 1) + fail("rename", 13, 3) + checkAndInstall,
+     bak,
+     {bak + " -> " + place, place + " -> " + bak, "- " + bak}},
+    // The rollback could not remove the half of a copy.
+    {"HalfACopy",
+     fail("ditto", 1) + fail("remove_all", 13) + checkAndInstall,
+     bak,
+     {"- " + place, bak + " -> " + place, place + " -> " + bak, "- " + bak}},
+    // The power failed during the copy.
+    {"ACopyWithoutItsLastFile",
+     bundle({{"version", "1.3.9"}, {"tampered", "missing"}, {"backup", true}}),
+     bak,
+     {"- " + place, bak + " -> " + place, place + " -> " + bak, "- " + bak}},
+    // Removing the backup failed: the place is whole, the backup perhaps not.
+    {"HalfABackup",
+     bundle({{"version", "1.3.9"}, {"backup", "missing"}}),
+     place,
+     {"- " + bak, place + " -> " + bak, "- " + bak}},
+    // Nothing whole is left that could be lost: what runs is kept.
+    {"TwoHalves",
+     bundle({{"version", "1.3.9"}, {"tampered", "missing"}, {"backup", "added"}}),
+     place,
+     {"- " + bak, place + " -> " + bak, "- " + bak}},
+};
+
+void PrintTo(const LeftBehind& left, std::ostream* out) { *out << left.name; }
+
+class LeftBehindTest : public testing::TestWithParam<LeftBehind> {
+ protected:
+  // A seat at which that has been left behind. `kept` becomes the digest of the copy that must not be lost.
+  static void prepare(Seat& seat, std::string& kept) {
+    seat.publishUpdate();
+    seat.play(launch + settle + GetParam().before);
+    kept = seat.digestOf(GetParam().kept);
+    EXPECT_FALSE(kept.empty());
+    seat.takeRecords();
+  }
+};
+
+}  // namespace
+
+TEST_P(LeftBehindTest, IsClearedAwayByTheNextInstall) {
+  Seat seat;
+  std::string kept;
+  prepare(seat, kept);
+  seat.play(checkAndInstall);
+  const auto records = seat.takeRecords();
+  auto changes = changesIn(records);
+  ASSERT_GE(changes.size(), 2U);
+  changes.erase(changes.begin());  // the download
+  changes.pop_back();              // the working directory
+  EXPECT_EQ(changes, GetParam().changes);
+  EXPECT_TRUE(errorsIn(records).empty());
+  EXPECT_EQ(seat.snapshot()["bundle"], newVersion);
+  EXPECT_TRUE(seat.shutDown());
+}
+
+TEST_P(LeftBehindTest, IsBackInItsPlaceWhenTheNextCopyFails) {
+  Seat seat;
+  std::string kept;
+  prepare(seat, kept);
+  seat.play(fail("ditto", 1) + checkAndInstall);
+  EXPECT_EQ(seat.installedBundle(), kept);
+  EXPECT_EQ(seat.snapshot()["bundle"], oldVersion);
+  EXPECT_TRUE(seat.shutDown());
+}
+
+// Whatever fails in the next install, and then in the one after it.
+TEST_P(LeftBehindTest, IsNeverLost) {
+  for (const char* const call : {"rename", "remove_all"}) {
+    for (int nth = 1; nth <= 6; ++nth) {
+      Seat seat;
+      std::string kept;
+      prepare(seat, kept);
+      for (const std::string& failing : {fail("ditto", 1) + fail(call, 13, nth), fail("ditto", 1, 1, 9)}) {
+        seat.play(failing + checkAndInstall);
+        EXPECT_TRUE(seat.digestOf(place) == kept || seat.digestOf(bak) == kept) << call << " " << nth;
+      }
+      EXPECT_TRUE(seat.shutDown());
+    }
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Each, LeftBehindTest, testing::ValuesIn(leftBehind),
+                         [](const auto& left) { return std::string(left.param.name); });
+
 namespace {
 
 enum class Bundle { old, update, neither };
 
 struct Failure {
   const char* name;
-  std::string image;    // further members of the image line
+  json image;           // further members of the image line
   std::string before;   // lines before the user chooses to install
   std::string message;  // a pattern
   Bundle bundle = Bundle::old;
@@ -223,7 +447,7 @@ TEST_P(InstallerFailureTest, LeavesEverythingInOrder) {
     const std::string old = seat.installedBundle();
     seat.takeRecords();
     seat.play(install);
-    seat.play(R"({"do":"advance","seconds":61})");  // what a download waits at most
+    seat.play(advance(61));  // what a download waits at most
     const auto records = seat.takeRecords();
 
     const auto errors = errorsIn(records);
@@ -256,9 +480,9 @@ TEST_P(InstallerFailureTest, LeavesEverythingInOrder) {
 
     // An image that was attached is detached, and only then.
     const auto programs = programsIn(records);
-    const bool attached =
-        !callsOf(records, "posix_spawn").empty() && callsOf(records, "posix_spawn")[0]["status"] == 0 &&
-        callsOf(records, "posix_spawn")[0]["args"]["exit"] == 0 && failure.name != std::string("WaitingFails");
+    const bool attached = !callsOf(records, "posix_spawn").empty() &&
+                          callsOf(records, "posix_spawn")[0]["status"] == 0 &&
+                          callsOf(records, "posix_spawn")[0]["args"]["exit"] == 0;
     EXPECT_EQ(std::ranges::count(programs, "hdiutil detach"), attached ? 1 : 0);
     // What was not started has no exit status.
     for (const json& spawn : callsOf(records, "posix_spawn")) {
@@ -270,10 +494,8 @@ TEST_P(InstallerFailureTest, LeavesEverythingInOrder) {
     if (failure.bundle != Bundle::neither && !failure.leftOver && failure.image.empty()) {
       const std::string running = seat.snapshot()["bundle"]["version"];
       if (running == "1.3.9" && failure.before.find("\"bundle\"") == std::string::npos) {
-        seat.play(R"({"do":"answer","button":"Install and Relaunch"}
-{"do":"click","item":"Check for Updates…"}
-{"do":"settle"})");
-        EXPECT_EQ(seat.snapshot()["bundle"], json::parse(R"({"version":"1.4.0","backup":false})"));
+        seat.play(checkAndInstall);
+        EXPECT_EQ(seat.snapshot()["bundle"], newVersion);
       }
     }
     EXPECT_TRUE(seat.shutDown());
@@ -282,74 +504,93 @@ TEST_P(InstallerFailureTest, LeavesEverythingInOrder) {
 
 namespace {
 
-std::string fail(const std::string& call, int status, int nth = 1) {
-  return R"({"do":"fail","call":")" + call + R"(","status":)" + std::to_string(status) + R"(,"nth":)" +
-         std::to_string(nth) + "}\n";
-}
+const json nothing = json::object();
+json with(const char* member, const json& value) { return {{member, value}}; }
+json apps(std::initializer_list<const char*> names) { return with("apps", json(names)); }
 
 const std::string dittoFails = fail("ditto", 1);
-const std::string unsignedItself = R"({"do":"bundle","version":"1.3.9","signer":null})";
-const std::string withLeftOver = R"({"do":"bundle","version":"1.3.9","backup":true})";
 const std::string notSigned = "The downloaded update is not signed by Tessbrook ";
+const std::string notAFolder = "The app in the update image is not a folder of its own";
+const std::string notHTTPS =
+    "The resource could not be loaded because the App Transport Security policy requires the use of a "
+    "secure connection\\.";
 
 const Failure failures[] = {
-    {"WorkingDirectory", "", fail("create_directories", 13),
+    {"WorkingDirectory", nothing, fail("create_directories", 13),
      "filesystem error: cannot create directories: Permission denied \\[.*/mnt\\]"},
-    {"Download", R"(,"error":"The network connection was lost.")", "", "The network connection was lost\\."},
-    {"DownloadBreaksHalfWay", R"(,"break-after":1000)", "", "The network connection was lost\\."},
-    {"DownloadTimesOut", R"(,"delay":60)", "", "The request timed out\\."},
-    {"DownloadIsRedirectedToPlainHTTP", R"(,"redirect":"http://elsewhere.example/x.dmg")", "",
-     "The resource could not be loaded because the App Transport Security policy requires the use of a secure "
-     "connection\\."},
-    {"DownloadFromAnImpostor", R"(,"certificate":"unknown-authority")", "",
+    {"Download", with("error", "The network connection was lost."), "", "The network connection was lost\\."},
+    {"DownloadBreaksHalfWay", with("break-after", 1000), "", "The network connection was lost\\."},
+    {"DownloadTimesOut", with("delay", 60), "", "The request timed out\\."},
+    {"DownloadIsRedirectedToPlainHTTP", with("redirect", "http://elsewhere.example/x.dmg"), "", notHTTPS},
+    {"DownloadIsRedirectedToPlainHTTPNearby", with("redirect", "http://nearby/x.dmg"),
+     lines::image("http://nearby/x.dmg", {{"version", "1.4.0"}}), "The update is not offered over HTTPS"},
+    {"DownloadIsRedirectedToAFile", with("redirect", "file:///Applications/x.dmg"), "", "unsupported URL"},
+    {"DownloadFromAnImpostor", with("certificate", "unknown-authority"), "",
      "The certificate for this server is invalid.*"},
-    {"MovingTheDownload", "", fail("rename", 28), "filesystem error: cannot rename: No space left on device .*"},
-    {"NotFound", R"(,"status":404,"body":"<html>Not found</html>")", "", "hdiutil attach exited with status 1"},
-    {"NotAnImage", R"(,"body":"nonsense")", "", "hdiutil attach exited with status 1"},
-    {"LaunchingHdiutil", "", fail("posix_spawn", 2), "/usr/bin/hdiutil: No such file or directory"},
-    {"WaitingFails", "", fail("waitpid", 10), "waitpid: No child processes", Bundle::old, false, true},
-    {"Attaching", "", fail("hdiutil attach", 5), "hdiutil attach exited with status 5"},
-    {"Listing", "", fail("directory_iterator", 5),
+    {"MovingTheDownload", nothing, fail("rename", 28), "filesystem error: cannot rename: No space left on device .*"},
+    {"NotFound", {{"status", 404}, {"body", "<html>Not found</html>"}}, "", "hdiutil attach exited with status 1"},
+    {"NotAnImage", with("body", "nonsense"), "", "hdiutil attach exited with status 1"},
+    {"LaunchingHdiutil", nothing, fail("posix_spawn", 2), "/usr/bin/hdiutil: No such file or directory"},
+    {"WaitingFails", nothing, fail("waitpid", 10), "waitpid: No child processes"},
+    {"NoTemporaryDirectory", nothing, fail("confstr", 5), "There is no temporary directory"},
+    {"AttachingIsKilled", nothing, fail("hdiutil attach", -9), "hdiutil attach exited with status 9"},
+    {"Attaching", nothing, fail("hdiutil attach", 5), "hdiutil attach exited with status 5"},
+    {"Listing", nothing, fail("directory_iterator", 5),
      "filesystem error: directory iterator cannot open directory: Input/output error \\[.*/mnt\\]"},
-    {"NoApplication", R"(,"apps":[])", "", "The update image should hold one app, it holds 0"},
-    {"TwoApplications", R"(,"apps":["Dalvane.app","Other.app"])", "",
+    {"NoApplication", apps({}), "", "The update image should hold one app, it holds 0"},
+    {"TwoApplications", apps({"Dalvane.app", "Other.app"}), "", "The update image should hold one app, it holds 2"},
+    {"ApplicationInAFolder", apps({"Folder/Dalvane.app"}), "", "The update image should hold one app, it holds 0"},
+    {"OtherExtension", apps({"Dalvane.APP"}), "", "The update image should hold one app, it holds 0"},
+    {"HiddenApplicationBesideIt", apps({"Dalvane.app", ".Other.app"}), "",
      "The update image should hold one app, it holds 2"},
-    {"ApplicationInAFolder", R"(,"apps":["Folder/Dalvane.app"])", "",
-     "The update image should hold one app, it holds 0"},
-    {"OtherExtension", R"(,"apps":["Dalvane.APP"])", "", "The update image should hold one app, it holds 0"},
-    {"OwnCode", "", fail("SecCodeCopySelf", -67063), "Reading this app's signature failed \\(-67063\\)"},
-    {"OwnStaticCode", "", fail("SecCodeCopyStaticCode", -67068), "Reading this app's signature failed \\(-67068\\)"},
-    {"OwnRequirement", "", fail("SecCodeCopyDesignatedRequirement", -67052),
+    {"LinkBesideIt", with("links", {{"Other.app", "/Applications/Dalvane.app"}}), "",
+     "The update image should hold one app, it holds 2"},
+    {"FileBesideIt", with("files", json::array({"Other.app"})), "", "The update image should hold one app, it holds 2"},
+    {"OnlyALink", {{"apps", json::array()}, {"links", {{"Dalvane.app", "/Applications/Dalvane.app"}}}}, "", notAFolder},
+    {"OnlyALinkToNothing", {{"apps", json::array()}, {"links", {{"Dalvane.app", "/nowhere"}}}}, "", notAFolder},
+    {"OnlyAFile", {{"apps", json::array()}, {"files", json::array({"Dalvane.app"})}}, "", notAFolder},
+    {"OwnCode", nothing, fail("SecCodeCopySelf", -67063), "Reading this app's signature failed \\(-67063\\)"},
+    {"OwnStaticCode", nothing, fail("SecCodeCopyStaticCode", -67068),
+     "Reading this app's signature failed \\(-67068\\)"},
+    {"OwnRequirement", nothing, fail("SecCodeCopyDesignatedRequirement", -67052),
      "Reading this app's signing requirement failed \\(-67052\\)"},
-    {"NotSignedItself", "", unsignedItself, "Reading this app's signing requirement failed \\(-67062\\)"},
-    {"UpdatesStaticCode", "", fail("SecStaticCodeCreateWithPath", -67028),
+    {"NotSignedItself", nothing, bundle({{"version", "1.3.9"}, {"signer", nullptr}}),
+     "Reading this app's signing requirement failed \\(-67062\\)"},
+    {"UpdatesStaticCode", nothing, fail("SecStaticCodeCreateWithPath", -67028),
      "Reading the update's signature failed \\(-67028\\)"},
-    {"Validity", "", fail("SecStaticCodeCheckValidity", -67061), notSigned + "\\(-67061\\)"},
-    {"AnotherSigner", R"(,"signer":"Mallory")", "", notSigned + "\\(-67050\\)"},
-    {"AForgedCertificate", R"(,"forged":true)", "", notSigned + "\\(-67050\\)"},
-    {"AnotherBundleIdentifier", R"(,"identifier":"example.dalvane.Other")", "", notSigned + "\\(-67050\\)"},
-    {"Unsigned", R"(,"signer":null)", "", notSigned + "\\(-67062\\)"},
-    {"Tampered", R"(,"tampered":true)", "", notSigned + "\\(-67061\\)"},
-    {"ChangedResource", R"(,"tampered":"resource")", "", notSigned + "\\(-67054\\)"},
-    {"AddedFile", R"(,"tampered":"added")", "", notSigned + "\\(-67054\\)"},
-    {"MissingFile", R"(,"tampered":"missing")", "", notSigned + "\\(-67054\\)"},
-    {"ChangedInfo", R"(,"tampered":"info")", "", notSigned + "\\(-67030\\)"},
-    {"FileBesideTheContents", R"(,"tampered":"root")", "", notSigned + "\\(-67014\\)"},
-    {"LinkOutOfTheBundle", R"(,"tampered":"link")", "", notSigned + "\\(-67003\\)"},
-    {"ChangedSignature", R"(,"tampered":"signature")", "", notSigned + "\\(-67061\\)"},
-    {"RemovingALeftOver", "", withLeftOver + "\n" + fail("remove_all", 1),
+    {"Validity", nothing, fail("SecStaticCodeCheckValidity", -67061), notSigned + "\\(-67061\\)"},
+    {"AnotherSigner", with("signer", "Mallory"), "", notSigned + "\\(-67050\\)"},
+    {"AForgedCertificate", with("forged", true), "", notSigned + "\\(-67050\\)"},
+    {"AnotherBundleIdentifier", with("identifier", "example.dalvane.Other"), "", notSigned + "\\(-67050\\)"},
+    {"Unsigned", with("signer", nullptr), "", notSigned + "\\(-67062\\)"},
+    {"Tampered", with("tampered", true), "", notSigned + "\\(-67061\\)"},
+    {"OtherArchitecture", with("tampered", "architecture"), "", notSigned + "\\(-67061\\)"},
+    {"ChangedResource", with("tampered", "resource"), "", notSigned + "\\(-67054\\)"},
+    {"AddedFile", with("tampered", "added"), "", notSigned + "\\(-67054\\)"},
+    {"MissingFile", with("tampered", "missing"), "", notSigned + "\\(-67054\\)"},
+    {"ChangedInfo", with("tampered", "info"), "", notSigned + "\\(-67030\\)"},
+    {"FileBesideTheContents", with("tampered", "root"), "", notSigned + "\\(-67014\\)"},
+    {"LinkOutOfTheBundle", with("tampered", "link"), "", notSigned + "\\(-67003\\)"},
+    {"ChangedSignature", with("tampered", "signature"), "", notSigned + "\\(-67061\\)"},
+    {"RemovingALeftOver", nothing, bundle({{"version", "1.3.9"}, {"backup", true}}) + fail("remove_all", 1),
      "filesystem error: cannot remove all: Operation not permitted \\[.*\\.bak\\]", Bundle::old, true},
-    {"MovingTheOldAway", "", fail("rename", 13, 2), "filesystem error: cannot rename: Permission denied .*"},
-    {"Copying", "", dittoFails, "ditto .*/mnt/Dalvane.app exited with status 1"},
-    {"LaunchingDitto", "", fail("posix_spawn", 8, 2), "/usr/bin/ditto: Exec format error"},
-    {"CopyingAndRemovingTheRest", "", dittoFails + fail("remove_all", 13),
+    {"MovingTheOldAway", nothing, fail("rename", 13, 2), "filesystem error: cannot rename: Permission denied .*"},
+    {"Copying", nothing, dittoFails, "ditto .*/mnt/Dalvane.app exited with status 1"},
+    {"CopyingIsKilled", nothing, fail("ditto", -15), "ditto .*/mnt/Dalvane.app exited with status 15"},
+    {"WaitingForTheCopyFails", nothing, fail("waitpid", 10, 2), "waitpid: No child processes"},
+    {"CopyIsNotWhatWasChecked", nothing, fail("ditto", 0), notSigned + "\\(-67062\\)"},
+    {"CopyCannotBeChecked", nothing, fail("SecStaticCodeCreateWithPath", -67028, 2),
+     "Reading the update's signature failed \\(-67028\\)"},
+    {"LaunchingDitto", nothing, fail("posix_spawn", 8, 2), "/usr/bin/ditto: Exec format error"},
+    {"CopyingAndRemovingTheRest", nothing, dittoFails + fail("remove_all", 13),
      "filesystem error: cannot remove all: Permission denied \\[/Applications/Dalvane.app\\]", Bundle::neither, true},
-    {"CopyingAndMovingBack", "", dittoFails + fail("rename", 13, 3),
+    {"CopyingAndMovingBack", nothing, dittoFails + fail("rename", 13, 3),
      "filesystem error: cannot rename: Permission denied .*", Bundle::neither, true},
-    {"RemovingTheBackup", "", fail("remove_all", 13),
+    {"RemovingTheBackup", nothing, fail("remove_all", 13),
      "filesystem error: cannot remove all: Permission denied \\[.*\\.bak\\]", Bundle::update, true},
-    {"Relaunching", "", fail("posix_spawn", 11, 4), "/bin/sh: Resource temporarily unavailable", Bundle::update},
-    {"AttachedTwoAndDetachingFails", R"(,"apps":["Dalvane.app","Other.app"])", fail("hdiutil detach", 1),
+    {"Relaunching", nothing, fail("posix_spawn", 11, 4), "/bin/sh: Resource temporarily unavailable", Bundle::update},
+    {"PreparingToLaunch", nothing, fail("posix_spawnattr_init", 12), "posix_spawnattr_init: Cannot allocate memory"},
+    {"AttachedTwoAndDetachingFails", apps({"Dalvane.app", "Other.app"}), fail("hdiutil detach", 1),
      "The update image should hold one app, it holds 2", Bundle::old, false, true},
 };
 

@@ -218,7 +218,7 @@ TEST(Updater, OneCheckAtATime) {
 TEST(Updater, NoCheckDuringAnInstall) {
   for (std::uint64_t seed = 1; seed <= 5; ++seed) {
     Seat seat(seed);
-    seat.publishUpdate(R"(,"delay":30)");
+    seat.publishUpdate({{"delay", 30}});
     seat.play(R"({"do":"launch"}
 {"do":"advance","seconds":21580}
 {"do":"answer","button":"Install and Relaunch"}

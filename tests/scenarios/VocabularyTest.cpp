@@ -99,6 +99,33 @@ TEST(Vocabulary, RefusesApplicationsThatNoImageCanHold) {
   EXPECT_EQ(played.error, "test:1: the applications of the image stand in each other's way");
 }
 
+TEST(Vocabulary, RefusesWhatCannotLieBesideTheApplications) {
+  const std::string links = R"(member "links" must be an object of names and absolute paths)";
+  EXPECT_EQ(errorOf(R"({"do":"image","url":"https://a.example/","links":["A.app"]})"), links);
+  EXPECT_EQ(errorOf(R"({"do":"image","url":"https://a.example/","links":{"A.app":7}})"), links);
+  EXPECT_EQ(errorOf(R"({"do":"image","url":"https://a.example/","links":{"A.app":"B.app"}})"), links);
+  EXPECT_EQ(errorOf(R"({"do":"image","url":"https://a.example/","links":{"A/B.app":"/B.app"}})"), links);
+  EXPECT_EQ(errorOf(R"({"do":"image","url":"https://a.example/","links":{"..":"/B.app"}})"), links);
+  const std::string files = R"(member "files" must be a list of names)";
+  EXPECT_EQ(errorOf(R"({"do":"image","url":"https://a.example/","files":"A.app"})"), files);
+  EXPECT_EQ(errorOf(R"({"do":"image","url":"https://a.example/","files":[7]})"), files);
+  EXPECT_EQ(errorOf(R"({"do":"image","url":"https://a.example/","files":["Applications"]})"), files);
+  EXPECT_EQ(errorOf(R"({"do":"image","url":"https://a.example/","files":["A/B"]})"), files);
+  const Played played = playScenario(R"({"do":"image","url":"https://a.example/","links":{"Dalvane.app":"/B.app"}})");
+  EXPECT_EQ(played.error, "test:1: the applications of the image stand in each other's way");
+}
+
+TEST(Vocabulary, RefusesBundlesThatCannotBeMade) {
+  EXPECT_EQ(errorOf(R"({"do":"bundle","tampered":"icon"})"),
+            R"(member "tampered" must be true, false or what is changed)");
+  EXPECT_EQ(errorOf(R"({"do":"bundle","backup":"icon"})"), R"(member "backup" must be true, false or what is changed)");
+  EXPECT_EQ(errorOf(R"({"do":"bundle","backup":1})"), R"(member "backup" must be true or false)");
+  const std::string unsignedToo = "what is not signed cannot be told to be tampered with";
+  EXPECT_EQ(errorOf(R"({"do":"bundle","signer":null,"tampered":true})"), unsignedToo);
+  EXPECT_EQ(errorOf(R"({"do":"bundle","signer":null,"backup":"info"})"), unsignedToo);
+  EXPECT_EQ(playScenario(R"({"do":"bundle","signer":null,"backup":true})").status, 0);
+}
+
 TEST(Vocabulary, RefusesRedirectsToWhatIsNoAddress) {
   EXPECT_EQ(errorOf(R"({"do":"feed","redirect":"no address"})"), R"(member "redirect" must be a URL)");
   EXPECT_EQ(errorOf(R"({"do":"feed","redirect":"a\r\nb"})"), R"(member "redirect" must be a URL)");

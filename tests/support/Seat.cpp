@@ -10,6 +10,7 @@
 #include "simulator/services/Applications.h"
 #include "simulator/services/Certificates.h"
 #include "simulator/services/FileContent.h"
+#include "tests/support/Lines.h"
 
 namespace fs = std::filesystem;
 using nlohmann::json;
@@ -42,29 +43,28 @@ void Seat::play(std::string_view lines) {
   }
 }
 
-void Seat::publishUpdate(const std::string& image) {
-  const std::string url = "https://downloads.dalvane.example/Dalvane-1.4.0.dmg";
-  play(R"({"do":"bundle","version":"1.3.9"})");
-  play(R"({"do":"feed","releases":[{"version":"1.4.0","date":"2025-03-02","dmg_url":")" + url +
-       R"(","size_bytes":4812345,"notes":"Fixes volume keys after sleep."}]})");
-  const bool hasVersion = image.find("\"version\"") != std::string::npos;
-  play(R"({"do":"image","url":")" + url + "\"" + (hasVersion ? "" : R"(,"version":"1.4.0")") + image + "}");
+void Seat::publishUpdate(const json& image, const std::string& address) {
+  const json release = {{"version", "1.4.0"},
+                        {"date", "2025-03-02"},
+                        {"dmg_url", address},
+                        {"size_bytes", 4812345},
+                        {"notes", "Fixes volume keys after sleep."}};
+  json members = {{"version", "1.4.0"}};
+  members.update(image);
+  play(lines::bundle({{"version", "1.3.9"}}) + lines::feed({{"releases", json::array({release})}}) +
+       lines::image(updateAddress, members));
 }
 
-void Seat::launchAndCheck() {
-  play(R"({"do":"launch"}
-{"do":"advance","seconds":10}
-{"do":"settle"})");
-}
+void Seat::launchAndCheck() { play(lines::launch + lines::advance(10) + lines::settle); }
 
 std::vector<json> Seat::takeRecords() { return std::exchange(records_, {}); }
 
 json Seat::snapshot() { return json::parse(machine_.snapshot().dump()); }
 
 std::string Seat::updateItem() {
-  play(R"({"do":"menu","open":true})");
+  play(lines::menu(true));
   const json menu = snapshot()["menu"];
-  play(R"({"do":"menu","open":false})");
+  play(lines::menu(false));
   for (std::size_t i = 1; i < menu.size(); ++i) {
     if (menu[i - 1]["title"] != "Start at Login") continue;
     return menu[i]["title"].get<std::string>() + (menu[i]["enabled"] == true ? "" : " (disabled)");
@@ -73,7 +73,11 @@ std::string Seat::updateItem() {
 }
 
 std::string Seat::installedBundle() {
-  const fs::path bundle = machine_.applications->bundle();
+  return digestOf("/" + machine_.applications->bundle().lexically_relative(machine_.root.path()).string());
+}
+
+std::string Seat::digestOf(const std::string& place) {
+  const fs::path bundle = machine_.root.below(place);
   if (!fs::exists(bundle)) return "";
   std::map<std::string, std::string> content;
   for (const auto& entry : fs::recursive_directory_iterator(bundle)) {

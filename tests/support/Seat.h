@@ -12,6 +12,9 @@
 #include "simulator/machine/Machine.h"
 #include "simulator/scenarios/Scenario.h"
 
+// Where tests of the updater have their image.
+inline const std::string updateAddress = "https://downloads.dalvane.example/Dalvane-1.4.0.dmg";
+
 class Seat {
  public:
   explicit Seat(std::uint64_t seed = 1, simulator::Clock clock = simulator::Clock::deterministic);
@@ -19,9 +22,10 @@ class Seat {
 
   // Carries scenario lines out.
   void play(std::string_view lines);
-  // Lines that tests of the updater begin with: version 1.3.9 runs, 1.4.0 is published and its image is as `image`'s
-  // further members say (",\"signer\":null").
-  void publishUpdate(const std::string& image = "");
+  // Lines that tests of the updater begin with: version 1.3.9 runs, 1.4.0 is published with that address, and its image
+  // is as further members of the `image` line say ({{"signer", nullptr}}).
+  void publishUpdate(const nlohmann::json& image = nlohmann::json::object(),
+                     const std::string& address = updateAddress);
   // Launches the program and lets its first check take place.
   void launchAndCheck();
 
@@ -31,7 +35,9 @@ class Seat {
   nlohmann::json snapshot();
   // The title of the update item, with " (disabled)" after it when it cannot be chosen.
   std::string updateItem();
-  // A digest of every file, folder and link of the installed bundle; empty when nothing is installed.
+  // A digest of every file, folder and link of the bundle at that place in the system; empty when there is none.
+  std::string digestOf(const std::string& bundle);
+  // The same of the installed bundle.
   std::string installedBundle();
   // True when nothing was left alive.
   bool shutDown() { return machine_.shutDown(); }

@@ -42,7 +42,7 @@ class CodeSignatureTest : public testing::Test {
 
   [[nodiscard]] fs::path bundle() const { return folder_ / "Dalvane.app"; }
   [[nodiscard]] fs::path contents() const { return bundle() / "Contents"; }
-  [[nodiscard]] simulator::CodeStatus check() const { return signers_.check(bundle(), true, requirement_); }
+  [[nodiscard]] simulator::CodeStatus check() const { return signers_.check(bundle(), {}, requirement_); }
 
   CodeSigners signers_;
   CodeRequirement requirement_{"example.dalvane.Dalvane", simulator::teamIdentifier("Tessbrook")};
@@ -65,7 +65,7 @@ TEST_F(CodeSignatureTest, AnUnsignedBundleIsToldFromABrokenOne) {
 
 TEST_F(CodeSignatureTest, AnotherSignerAndAnotherBundleDoNotSatisfyTheRequirement) {
   signers_.sign(bundle(), "Mallory");
-  EXPECT_EQ(signers_.check(bundle(), true, std::nullopt), errSecSuccess);
+  EXPECT_EQ(signers_.check(bundle(), {}, std::nullopt), errSecSuccess);
   EXPECT_EQ(check(), errSecCSReqFailed);
 
   signers_.sign(bundle(), "Tessbrook", true);
@@ -74,6 +74,20 @@ TEST_F(CodeSignatureTest, AnotherSignerAndAnotherBundleDoNotSatisfyTheRequiremen
   signers_.sign(bundle(), "Tessbrook");
   requirement_.identifier = "example.dalvane.Other";
   EXPECT_EQ(check(), errSecCSReqFailed);
+}
+
+TEST_F(CodeSignatureTest, HowMuchIsLookedAtIsUpToTheFlags) {
+  signers_.sign(bundle(), "Tessbrook");
+  simulator::writeFile(contents() / "MacOS/Dalvane",
+                       "the program" + std::string(simulator::otherArchitectures) + "for another processor");
+  EXPECT_EQ(check(), errSecCSSignatureFailed);
+  EXPECT_EQ(signers_.check(bundle(), {.strict = true, .allArchitectures = false}, requirement_), errSecSuccess);
+  // What was there when it was signed is as good as the rest.
+  signers_.sign(bundle(), "Tessbrook");
+  EXPECT_EQ(check(), errSecSuccess);
+  simulator::writeFile(bundle() / "beside", "not sealed");
+  EXPECT_EQ(check(), errSecCSUnsealedAppRoot);
+  EXPECT_EQ(signers_.check(bundle(), {.strict = false, .allArchitectures = true}, requirement_), errSecSuccess);
 }
 
 TEST_F(CodeSignatureTest, WhereNoCodeIsItIsNotFound) {

@@ -70,6 +70,27 @@ TEST_F(ReleaseHostTest, FollowsRedirectsButNotIntoTheOpen) {
   EXPECT_EQ(body_, "nowhere");
 }
 
+// As App Transport Security has it: it does not apply to the hosts of a local network.
+TEST_F(ReleaseHostTest, PlainHTTPLeadsNoFurtherThanTheLocalNetwork) {
+  for (const std::string address : {"http://nearby/feed", "http://printer.local/feed", "http://192.0.2.7/feed"}) {
+    host_.setAnswer(address, {200, address, "", {}});
+    host_.setAnswer(url, {302, "", address, {}});
+    const Transfer direct = get(address);
+    EXPECT_EQ(direct.status, 200) << address;
+    EXPECT_EQ(body_, address);
+    const Transfer redirected = get();
+    EXPECT_EQ(redirected.status, 200) << address;
+    EXPECT_EQ(redirected.url, address);
+  }
+  // What is published there is not what is published over HTTPS.
+  EXPECT_EQ(get("https://nearby/feed").status, 404);
+  for (const std::string address : {"http://releases.dalvane.example/feed", "http://local/feed.local", "http://a.b/"}) {
+    host_.setAnswer(address, {200, address, "", {}});
+    const bool isNearby = address == "http://local/feed.local";
+    EXPECT_EQ(get(address).error.has_value(), !isNearby) << address;
+  }
+}
+
 TEST_F(ReleaseHostTest, ABrokenConnectionIsAnError) {
   host_.setAnswer(url, {200, "0123456789", "", 4});
   EXPECT_EQ(get().error, URLError::networkConnectionLost);

@@ -1,10 +1,15 @@
 // The decoding of feed documents.
 #include <gtest/gtest.h>
 
+#include <ctime>
+#include <iterator>
 #include <nlohmann/json.hpp>
+#include <random>
 #include <string>
 #include <string_view>
+#include <utility>
 
+#include "tests/support/FeedText.h"
 #include "updater/Release.h"
 
 namespace {
@@ -90,12 +95,27 @@ TEST(ReleaseTest, SizesAreWholeNumbersOf64Bits) {
 }
 
 TEST(ReleaseTest, AnAddressMustBeAURL) {
-  for (const char* value :
-       {"\"\"", "\"not a url\"", "\"https://host name/\"", "\"https://[::1/\"", "\"https://h:port/\"", "\"%zz\"",
-        "\"://nothing\"", "\"https://h/\\u0000\"", "\"https://hö/\""}) {
+  for (const char* value : {"\"\"", "\"https://host name/\"", "\"https://[::1/\"", "\"https://h:port/\"",
+                            "\"://nothing\"", "\"https://ö..example/\"", "\"1https://h/\""}) {
     EXPECT_THROW(decodeNewestRelease(feedWith("dmg_url", value)), json::exception) << value;
   }
   EXPECT_TRUE(decodeNewestRelease(feedWith("dmg_url", "\"https://h:8443/a%20b?c=d#e\"")));
+}
+
+TEST(ReleaseTest, WhatAnAddressMayNotHoldIsEncoded) {
+  const std::pair<const char*, const char*> cases[] = {
+      {"https://h/a%20b?c=d#e", "https://h/a%20b?c=d#e"},
+      {"https://h/Dalvane 1.4.dmg", "https://h/Dalvane%201.4.dmg"},
+      {"https://h/für/alle.dmg", "https://h/f%C3%BCr/alle.dmg"},
+      {"https://Bücher.example/x.dmg", "https://xn--bcher-kva.example/x.dmg"},
+      {"https://h/50% off", "https://h/50%25%20off"},
+      {"https://h/a\\u0000b", "https://h/a%00b"},
+      {"not a url", "not%20a%20url"},
+      {"%zz", "%25zz"}};
+  for (const auto& [text, url] : cases) {
+    const auto decoded = decodeNewestRelease(feedWith("dmg_url", "\"" + std::string(text) + "\""));
+    EXPECT_EQ(decoded->dmgURL.absoluteString(), url);
+  }
 }
 
 TEST(ReleaseTest, AnythingElseThanAnArrayOfReleasesIsRefused) {
@@ -118,10 +138,139 @@ TEST(ReleaseTest, TextMustBeUTF8) {
   EXPECT_EQ(decodeNewestRelease(feedWith("notes", "\"\\u00e4\\ud83d\\ude00\""))->notes, "ä😀");
 }
 
-TEST(ReleaseTest, OfDuplicateKeysTheLastCounts) {
+// As the Mac's own decoder has it.
+TEST(ReleaseTest, OfDuplicateKeysTheFirstCounts) {
   const std::string text = feedWith("notes", "\"first\",\"notes\":\"last\"");
-  EXPECT_EQ(decodeNewestRelease(text)->notes, "last");
-  EXPECT_THROW(decodeNewestRelease(feedWith("notes", "\"first\",\"notes\":7")), json::exception);
+  EXPECT_EQ(decodeNewestRelease(text)->notes, "first");
+  EXPECT_EQ(decodeNewestRelease(feedWith("notes", "\"first\",\"notes\":7"))->notes, "first");
+  EXPECT_EQ(decodeNewestRelease(feedWith("size_bytes", "1,\"size_bytes\":2"))->sizeBytes, 1);
+  EXPECT_EQ(decodeNewestRelease(feedWith("size_bytes", "1,\"size_bytes\":9223372036854775808"))->sizeBytes, 1);
+  EXPECT_THROW(decodeNewestRelease(feedWith("notes", "7,\"notes\":\"last\"")), json::exception);
+  // It does so in each release for itself.
+  json lacking = release();
+  lacking.erase("notes");
+  EXPECT_THROW(decode(json::array({release(), lacking})), json::exception);
+  EXPECT_THROW(decodeNewestRelease("[" + release().dump() + "," + feedWith("notes", "7").substr(1)), json::exception);
+}
+
+TEST(ReleaseTest, NumbersThatAreIgnoredMayBeOfAnySize) {
+  const std::string digits(1000, '9');
+  for (const std::string& value : {std::string("1e400"), std::string("-1e400"), std::string("1e-400"), digits,
+                                   "-" + digits, digits + "." + digits, std::string("18446744073709551616")}) {
+    EXPECT_EQ(decodeNewestRelease(feedWith("notes", "\"n\",\"extra\":" + value))->notes, "n") << value;
+    EXPECT_EQ(decodeNewestRelease(feedWith("notes", "\"n\",\"extra\":[{\"a\":" + value + "}]"))->notes, "n") << value;
+    EXPECT_THROW(decodeNewestRelease(feedWith("size_bytes", value)), json::type_error) << value;
+    EXPECT_THROW(decodeNewestRelease(feedWith("notes", value)), json::type_error) << value;
+  }
+}
+
+// Other numbers than those change nothing about what is a document and what is none.
+TEST(ReleaseTest, NumbersAreHeldAgainstTheGrammarWhateverTheirSize) {
+  const std::string many(25, '7');
+  const std::string tooMany(400, '7');
+  const std::pair<std::string, std::string> words[] = {
+      {"1", "1"},   {"0", "0"},   {many, tooMany},  {many, many}, {"e99", "e999"}, {"E-9", "E-99999"},
+      {"e+", "e+"}, {"e", "e"},   {".", "."},       {".", "."},   {"-", "-"},      {"+", "+"},
+      {",", ","},   {" ", " "},   {"[", "["},       {"]", "]"},   {"]", "]"},      {"\"", "\""},
+      {"\"", "\""}, {"\\", "\\"}, {"true", "true"}, {"x", "x"},   {"[1", "[1"},    {"\"e\"", "\"e\""},
+  };
+  std::mt19937 generator(1);
+  int accepted = 0;
+  for (int i = 0; i < 30'000; ++i) {
+    std::string moderate;
+    std::string extreme;
+    for (std::size_t count = 1 + generator() % 6; count > 0; --count) {
+      const auto& [one, other] = words[generator() % std::size(words)];
+      moderate += one;
+      extreme += other;
+    }
+    bool isDocument = true;
+    try {
+      static_cast<void>(json::parse("[{\"a\":" + moderate + "}]"));
+    } catch (const json::parse_error&) {
+      isDocument = false;
+    } catch (const json::out_of_range&) {
+      continue;  // not that moderate
+    }
+    bool isTaken = true;
+    try {
+      static_cast<void>(decodeNewestRelease(feedWith("notes", "\"n\",\"extra\":" + extreme)));
+    } catch (const json::exception&) {
+      isTaken = false;
+    }
+    accepted += isDocument ? 1 : 0;
+    ASSERT_EQ(isTaken, isDocument) << extreme;
+  }
+  EXPECT_GT(accepted, 1'000);
+  for (const char* const after : {".", "..7", ".e7", "e", "e.7", "e-.7", "e-", "-", "+7", ".7.7", "e7.7", "e7e7"}) {
+    EXPECT_THROW(decodeNewestRelease(feedWith("notes", "\"n\",\"extra\":" + tooMany + after)), json::parse_error)
+        << after;
+  }
+}
+
+TEST(ReleaseTest, WhatFollowsTheArrayIsRefused) {
+  using namespace std::string_literals;
+  const std::string good = json::array({release()}).dump();
+  EXPECT_TRUE(decodeNewestRelease(good + " \r\n\t"));
+  EXPECT_TRUE(decodeNewestRelease("\xef\xbb\xbf" + good));  // a byte order mark
+  for (const std::string& after : {"x"s, "[]"s, ","s, "\0"s, "\0x"s, "\0\0"s, " \0[]"s}) {
+    EXPECT_THROW(decodeNewestRelease(good + after), json::parse_error) << after;
+  }
+  EXPECT_THROW(decodeNewestRelease("\0"s + good), json::parse_error);
+  EXPECT_THROW(decodeNewestRelease("["s + release().dump() + "\0]"s), json::parse_error);
+  EXPECT_THROW(decodeNewestRelease(feedWith("notes", "\"a\0b\""s)), json::parse_error);
+  EXPECT_EQ(decodeNewestRelease(feedWith("notes", "\"a\\u0000b\""))->notes, "a\0b"s);
+}
+
+// The texts are what the user is shown.
+TEST(ReleaseTest, ErrorsSayWhatIsWrong) {
+  json lacking = release();
+  lacking.erase("size_bytes");
+  const std::pair<std::string, std::string> cases[] = {
+      {"{}", "[json.exception.type_error.302] type must be array, but is object"},
+      {"7", "[json.exception.type_error.302] type must be array, but is number"},
+      {"[[]]", "[json.exception.type_error.302] type must be object, but is array"},
+      {"[null]", "[json.exception.type_error.302] type must be object, but is null"},
+      {json::array({lacking}).dump(), "[json.exception.out_of_range.403] key 'size_bytes' not found"},
+      {feedWith("notes", "7"), "[json.exception.type_error.302] type must be string, but is number"},
+      {feedWith("notes", "7.0"), "[json.exception.type_error.302] type must be string, but is number"},
+      {feedWith("date", "true"), "[json.exception.type_error.302] type must be string, but is boolean"},
+      {feedWith("version", "{}"), "[json.exception.type_error.302] type must be string, but is object"},
+      {feedWith("size_bytes", "\"7\""), "[json.exception.type_error.302] type must be integer, but is string"},
+      {feedWith("size_bytes", "7.0"), "[json.exception.type_error.302] type must be integer, but is number"},
+      {feedWith("size_bytes", "9223372036854775808"),
+       "[json.exception.out_of_range.406] number does not fit 64 signed bits"},
+      {feedWith("dmg_url", "\"https://h:x/\""), "[json.exception.other_error.501] invalid URL string"},
+      {std::string("[]\0", 3),
+       "[json.exception.parse_error.101] parse error at byte 3: syntax error - there is a null "
+       "character"},
+      {"[x]",
+       "[json.exception.parse_error.101] parse error at line 1, column 2: syntax error while parsing value - "
+       "invalid literal; last read: '[x'"}};
+  for (const auto& [document, text] : cases) {
+    try {
+      static_cast<void>(decodeNewestRelease(document));
+      ADD_FAILURE() << document;
+    } catch (const json::exception& error) {
+      EXPECT_EQ(error.what(), text);
+    }
+  }
+}
+
+TEST(ReleaseTest, AnErrorQuotesLittleOfWhatWasRead) {
+  const std::string long_text(1'000'000, 'n');
+  for (const std::string& document : {"[\"" + long_text, "[{\"" + long_text + "\":nul}]", "[{\"a\":1" + long_text,
+                                      feedWith("notes", "\"" + long_text + "\x01\"")}) {
+    try {
+      static_cast<void>(decodeNewestRelease(document));
+      ADD_FAILURE();
+    } catch (const json::exception& error) {
+      const std::string text = error.what();
+      EXPECT_LT(text.size(), 500U);
+      EXPECT_TRUE(text.starts_with("[json.exception.parse_error.101] parse error at ")) << text;
+      EXPECT_NE(text.find("syntax error while parsing"), std::string::npos) << text;
+    }
+  }
 }
 
 TEST(ReleaseTest, DeepNestingDoesNoHarm) {
@@ -133,6 +282,20 @@ TEST(ReleaseTest, DeepNestingDoesNoHarm) {
   for (std::size_t i = 0; i < depth; ++i) objects += "{\"a\":";
   EXPECT_THROW(decodeNewestRelease(objects), json::exception);
   EXPECT_EQ(decodeNewestRelease(feedWith("notes", "\"n\",\"extra\":" + nested))->notes, "n");
+}
+
+// A release with a megabyte of nonsense takes milliseconds; with time that grows with the square of it, a minute.
+TEST(ReleaseTest, NonsenseTakesNoLongerThanSense) {
+  for (const Nonsense& kind : nonsense) {
+    const std::string document = feedWithNonsense(kind, 1'000'000);
+    const std::clock_t before = std::clock();
+    try {
+      static_cast<void>(decodeNewestRelease(document));
+    } catch (const json::exception&) {
+      EXPECT_TRUE(kind.refused) << kind.name;
+    }
+    EXPECT_LT(static_cast<double>(std::clock() - before) / CLOCKS_PER_SEC, 3) << kind.name;
+  }
 }
 
 }  // namespace

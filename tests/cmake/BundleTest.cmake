@@ -1,0 +1,76 @@
+# Checks what cmake/Mac.cmake makes of the bundle, on any system: the commands that make targets only take notes here.
+#
+#   cmake -DSOURCE=folder -DSCRATCH=folder -P BundleTest.cmake      (in the folder of the sources)
+cmake_minimum_required(VERSION 3.25)
+
+function(check_versions text number)
+  set(DALVANE_VERSION ${text})
+  include(${SOURCE}/cmake/Version.cmake)
+  if(NOT DALVANE_VERSION STREQUAL text OR NOT DALVANE_BUNDLE_VERSION STREQUAL number)
+    message(SEND_ERROR "${text}: \"${DALVANE_VERSION}\" and \"${DALVANE_BUNDLE_VERSION}\"")
+  endif()
+endfunction()
+check_versions(1.2.0 1.2.0)
+check_versions(1.2.0-beta.1 1.2.0)
+check_versions(12.34-beta.56 12.34)
+check_versions(3 3)
+
+# What is no version is refused, with its text in the message.
+foreach(text 1.2.3.4 v1.2 1.2.0-beta 1.2.0-rc.1 1.2.0-beta.1.2 1..2 "")
+  execute_process(COMMAND ${CMAKE_COMMAND} "-DDALVANE_VERSION=${text}" -P ${SOURCE}/cmake/Version.cmake
+                  RESULT_VARIABLE status ERROR_VARIABLE output)
+  if(status EQUAL 0 OR NOT output MATCHES "DALVANE_VERSION is \"${text}\"")
+    message(SEND_ERROR "\"${text}\" is taken for a version: ${output}")
+  endif()
+endforeach()
+
+foreach(command enable_language add_library add_executable target_link_libraries target_include_directories
+        target_compile_options target_compile_definitions)
+  function(${command})
+  endfunction()
+endforeach()
+function(add_custom_command)
+  set_property(GLOBAL PROPERTY noted_command "${ARGN}")
+endfunction()
+function(set_target_properties target keyword)
+  cmake_parse_arguments(given "" "MACOSX_BUNDLE_INFO_PLIST" "" ${ARGN})
+  _set_property(GLOBAL PROPERTY noted_plist "${given_MACOSX_BUNDLE_INFO_PLIST}")
+endfunction()
+function(set_property scope)
+  cmake_parse_arguments(given "" "" "PROPERTY;LINK_DEPENDS" ${ARGN})
+  if(given_LINK_DEPENDS)
+    _set_property(GLOBAL APPEND PROPERTY noted_dependencies "${given_LINK_DEPENDS}")
+  else()
+    _set_property(${scope} ${ARGN})
+  endif()
+endfunction()
+
+file(REMOVE_RECURSE ${SCRATCH})
+set(CMAKE_SOURCE_DIR ${SOURCE})
+set(CMAKE_BINARY_DIR ${SCRATCH})
+set(DALVANE_VERSION 1.2.0-beta.1)
+set(PROJECT_VERSION 1.2.0)
+include(${SOURCE}/cmake/Mac.cmake)
+
+get_property(plist GLOBAL PROPERTY noted_plist)
+get_property(dependencies GLOBAL PROPERTY noted_dependencies)
+get_property(signing GLOBAL PROPERTY noted_command)
+
+# Beta versions are in the text alone.
+file(READ ${plist} info)
+foreach(pair "CFBundleShortVersionString=1.2.0-beta.1" "CFBundleVersion=1.2.0")
+  string(REPLACE "=" "</key>[ \t\n]*<string>" pattern "<key>${pair}</string>")
+  if(NOT info MATCHES "${pattern}")
+    message(SEND_ERROR "${plist} has no ${pair}")
+  endif()
+endforeach()
+
+# What the signature covers makes the link, and with it the signature, out of date.
+if(NOT signing MATCHES "codesign.*--entitlements;([^;]+);")
+  message(FATAL_ERROR "Nothing is signed with entitlements: ${signing}")
+endif()
+foreach(file ${plist} ${CMAKE_MATCH_1})
+  if(NOT file IN_LIST dependencies)
+    message(SEND_ERROR "The link does not depend on ${file}, but on: ${dependencies}")
+  endif()
+endforeach()
