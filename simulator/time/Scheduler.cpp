@@ -287,7 +287,10 @@ bool Scheduler::holdsBack(Thread& thread) {
   constexpr std::uint64_t longest = 5'000'000;  // ns: an unlucky time slice
   if (ending_ || schedule_.random(oneIn) > 0) return false;
   thread.state = Thread::State::blocked;
-  after(Duration(schedule_.random(longest)), Waiting::work, [this, &thread] { makeReady(&thread); });
+  after(Duration(schedule_.random(longest)), Waiting::work, [this, held = &thread] {
+    // It may have ended meanwhile, with its process.
+    if (std::ranges::any_of(threads_, [held](const auto& each) { return each.get() == held; })) makeReady(held);
+  });
   return true;
 }
 
