@@ -114,12 +114,6 @@ Action defaultOutputAction(Arguments& line) {
   };
 }
 
-Action temperAction(Arguments& line) {
-  const std::string audio = line.text("audio");
-  if (audio != "smooth" && audio != "rough") line.fail("member \"audio\" must be \"smooth\" or \"rough\"");
-  return [audio](Machine& machine) { machine.audio->setRough(audio == "rough"); };
-}
-
 Action playAction(Arguments& line) {
   const nlohmann::json given = line.json("process");
   if (!given.is_string() && !given.is_number_integer()) line.fail("member \"process\" must be a text or an integer");
@@ -145,7 +139,6 @@ void Audio::addCommands(Commands& commands) {
   commands.add("play", playAction);
   commands.add("restart-audio",
                [](Arguments&) -> Action { return [](Machine& machine) { machine.audio->restart(); }; });
-  commands.add("temper", temperAction);
 }
 
 }  // namespace simulator

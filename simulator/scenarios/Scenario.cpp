@@ -2,8 +2,10 @@
 
 #include <cmath>
 #include <fstream>
+#include <optional>
 #include <utility>
 
+#include "simulator/audio/Audio.h"
 #include "simulator/desktop/Application.h"
 #include "simulator/machine/Machine.h"
 
@@ -42,9 +44,21 @@ void addMachineCommands(Commands& commands) {
   });
 
   commands.add("temper", [](Arguments& line) -> Action {
-    const std::string threads = line.text("threads");
-    if (threads != "smooth" && threads != "rough") line.fail("member \"threads\" must be \"smooth\" or \"rough\"");
-    return [rough = threads == "rough"](Machine& machine) { machine.scheduler.setRough(rough); };
+    const auto isRough = [&line](const char* name) -> std::optional<bool> {
+      if (!line.has(name)) return std::nullopt;
+      const std::string temper = line.text(name);
+      if (temper != "smooth" && temper != "rough") {
+        line.fail(std::string("member \"") + name + "\" must be \"smooth\" or \"rough\"");
+      }
+      return temper == "rough";
+    };
+    const auto audio = isRough("audio");
+    const auto threads = isRough("threads");
+    if (!audio && !threads) line.fail("needs \"audio\" or \"threads\"");
+    return [audio, threads](Machine& machine) {
+      if (audio) machine.audio->setRough(*audio);
+      if (threads) machine.scheduler.setRough(*threads);
+    };
   });
 
   commands.add("missing", [](Arguments& line) -> Action {
