@@ -140,6 +140,7 @@ void AppDelegate::applicationWillTerminate() {
 }
 
 void AppDelegate::menuNeedsUpdate(const NS::Menu&) {
+  brightnessController_->readUnreadDisplays();
   const bool opensAtLogin = NS::AppService::mainAppService().status() == NS::AppServiceStatus::Enabled;
   startAtLoginItem_.setState(opensAtLogin ? NS::ControlStateValue::On : NS::ControlStateValue::Off);
 }

@@ -175,10 +175,10 @@ boolean_t IOIteratorIsValid(io_iterator_t iterator) {
 kern_return_t IORegistryEntryGetName(io_registry_entry_t entry, io_name_t name) {
   const Call call("IORegistryEntryGetName");
   const auto named = call.machine.registry->entry(entry, "IORegistryEntryGetName");
-  if (const auto status = call.fault()) return *status;
+  // What is in the buffer after a failure is anyone's guess: it may be the name.
   std::strncpy(name, named->name.c_str(), sizeof(io_name_t) - 1);
   name[sizeof(io_name_t) - 1] = '\0';
-  return KERN_SUCCESS;
+  return call.fault().value_or(KERN_SUCCESS);
 }
 
 CFTypeRef IORegistryEntryCreateCFProperty(io_registry_entry_t entry, CFStringRef key, CFAllocatorRef, IOOptionBits) {

@@ -1,7 +1,9 @@
 // Scenarios that nobody thought of: made by a generator from a seed, and held against what must always be so.
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cmath>
+#include <cstdio>
 #include <map>
 #include <random>
 #include <set>
@@ -26,7 +28,7 @@ class Generator {
     return text_.str();
   }
 
-  // The maximum of displays that stay and have no twin: their last pop-up says what their monitor was sent last.
+  // The maximum of displays that stay: their last pop-up says what their monitor was sent last.
   [[nodiscard]] const std::map<std::uint32_t, int>& undisturbed() const { return maximum_; }
 
  private:
@@ -40,13 +42,14 @@ class Generator {
     const int maximum = upTo(6) == 0 ? 0 : static_cast<int>(1 + upTo(upTo(1) ? 65534 : 254));
     const int current = static_cast<int>(upTo(static_cast<std::uint64_t>(maximum)));
     const bool twin = upTo(7) == 0;
+    const bool builtin = upTo(7) == 0;
+    const bool external = !builtin && upTo(9) != 0;
     line() << R"({"do":"display","id":)" << id << R"(,"name":"D","frame":[)" << x << R"(,0,)" << (upTo(9) ? 1000 : 0)
            << R"(,500],"vendor":1,"product":2,"serial":)" << (twin ? 1 : id) << R"(,"builtin":)"
-           << (upTo(7) ? "false" : "true")
-           << (upTo(9) ? R"(,"monitor":{"current":)" : R"(,"location":"Embedded","monitor":{"current":)") << current
-           << R"(,"maximum":)" << maximum << "}}";
+           << (builtin ? "true" : "false") << R"(,"location":")" << (external ? "External" : "Embedded")
+           << R"(","monitor":{"current":)" << current << R"(,"maximum":)" << maximum << "}}";
     connected_[id] = x;
-    if (!twin) maximum_[id] = maximum;  // a twin's keys may reach the other's monitor
+    maximum_[id] = maximum;
   }
 
   std::uint32_t anyDisplay() {

@@ -1,6 +1,10 @@
 // The pop-up service's messages, and what must not be sent.
+#include <dispatch/dispatch.h>
 #include <gtest/gtest.h>
 #include <objc/runtime.h>
+
+#include <chrono>
+#include <thread>
 
 #include "osd/NativeOSD.h"
 #include "tests/support/Lines.h"
@@ -67,6 +71,17 @@ TEST(NativeOSDDeathTest, StopsAtANegativeCount) {
               "A pop-up cannot show a negative number of steps");
   EXPECT_EXIT(runStrictly([] { NativeOSD().showBrightness(1, -16, 1); }), testing::ExitedWithCode(1),
               "A pop-up cannot show a negative number of steps");
+}
+
+TEST(NativeOSDDeathTest, StopsOffTheMainThread) {
+  const auto show = [] {
+    const NativeOSD osd;
+    dispatch_async(dispatch_get_global_queue(QOS_CLASS_DEFAULT, 0), ^{
+      osd.showBrightness(1, 16, 1);
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  };
+  EXPECT_EXIT(runStrictly(show), testing::ExitedWithCode(1), "dispatch_assert_queue");
 }
 
 // The runtime answers for a method that is gone, until it is called.
