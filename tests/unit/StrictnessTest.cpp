@@ -14,8 +14,10 @@
 #include "platform/IO.h"
 #include "platform/Menu.h"
 #include "platform/Screen.h"
+#include "simulator/desktop/EventStream.h"
 #include "simulator/displays/Registry.h"
 #include "simulator/machine/Machine.h"
+#include "simulator/time/RunLoop.h"
 
 using namespace std::chrono_literals;
 using simulator::Leaks;
@@ -165,6 +167,26 @@ TEST(Strictness, IteratorEndsWhenTheRegistryChangesAndBeginsAnewWhenItIsReset) {
               EXPECT_EQ(next(), "A");
             }),
             Leaks{});
+}
+
+TEST(Strictness, StopsAtATapThatIsRemovedInItsOwnCallback) {
+  expectFatal(
+      [] {
+        static CFMachPortRef tap = nullptr;
+        tap = CGEventTapCreate(
+            kCGSessionEventTap, kCGHeadInsertEventTap, kCGEventTapOptionDefault, CGEventMaskBit(kCGEventKeyDown),
+            [](CGEventTapProxy, CGEventType, CGEventRef event, void*) {
+              CFMachPortInvalidate(tap);
+              return event;
+            },
+            nullptr);
+        const auto source = CF::adopt(CFMachPortCreateRunLoopSource(kCFAllocatorDefault, tap, 0));
+        CFRunLoopAddSource(CFRunLoopGetMain(), source.get(), kCFRunLoopCommonModes);
+        auto& machine = Machine::current();
+        machine.events->send({.type = kCGEventKeyDown});
+        machine.runLoop->runOnce(simulator::defaultMode);
+      },
+      "The event tap was removed inside its own callback");
 }
 
 TEST(Strictness, StopsAtAReleasedObject) {
