@@ -1,6 +1,7 @@
 #include "app/AppDelegate.h"
 
 #include <ApplicationServices/ApplicationServices.h>
+#include <dispatch/dispatch.h>
 #include <objc/objc.h>
 #include <os/log.h>
 
@@ -50,10 +51,7 @@ std::shared_ptr<NativeOSD> AppDelegate::makeOSD() {
 void AppDelegate::applicationDidFinishLaunching() {
   assertMainThread();
   buildMenu();
-  keyTap_ = std::make_unique<MediaKeyTap>([weak = weak_from_this()](MediaKey key, bool isPressed, bool isRepeat) {
-    const auto self = weak.lock();
-    return self && self->handleKey(key, isPressed, isRepeat);
-  });
+  makeKeyTap();
   startKeyTapWhenTrusted();
   volumeController_->start();
   brightnessController_->start();
@@ -86,11 +84,34 @@ void AppDelegate::buildMenu() {
   statusItem_.setMenu(menu);
 }
 
+void AppDelegate::makeKeyTap() {
+  const auto weak = weak_from_this();
+  const auto handler = [weak](MediaKey key, bool isPressed, bool isRepeat) {
+    const auto self = weak.lock();
+    return self && self->handleKey(key, isPressed, isRepeat);
+  };
+  const auto switchedOff = [weak] {
+    // The tap must not be removed before its callback has returned.
+    dispatch_async(dispatch_get_main_queue(), ^{
+      if (const auto self = weak.lock()) self->checkKeyTap();
+    });
+  };
+  keyTap_ = std::make_unique<MediaKeyTap>(handler, switchedOff);
+  wakeObserver_ =
+      NS::Workspace::sharedWorkspace().notificationCenter().addObserverForName(NS::WorkspaceDidWakeNotification(), ^{
+        if (const auto self = weak.lock()) self->checkKeyTap();
+      });
+}
+
 void AppDelegate::startKeyTapWhenTrusted() {
   if (isTrustedAfterPrompt()) {
     startKeyTap();
-    return;
+  } else {
+    waitForAccessibility();
   }
+}
+
+void AppDelegate::waitForAccessibility() {
   os_log_info(logger(), "Waiting for Accessibility permission");
   stopAccessibilityTimer();
   const auto weak = weak_from_this();
@@ -107,6 +128,20 @@ void AppDelegate::startKeyTapWhenTrusted() {
   if (!accessibilityTimer_) return;  // without it there are no keys, but still the menu
   // In the common modes the poll also goes on while a menu is open.
   CFRunLoopAddTimer(CFRunLoopGetMain(), accessibilityTimer_.get(), kCFRunLoopCommonModes);
+}
+
+// The system does not tell that the permission was taken away, and leaves a tap that lost it dead for good.
+void AppDelegate::checkKeyTap() {
+  assertMainThread();
+  if (accessibilityTimer_) return;  // there is no tap, and the permission is polled for
+  const bool isTrusted = AXIsProcessTrusted();
+  if (isTrusted && !keyTap_->isDead()) return;
+  keyTap_->stop();
+  if (isTrusted) {
+    startKeyTap();
+  } else {
+    waitForAccessibility();
+  }
 }
 
 void AppDelegate::stopAccessibilityTimer() {
@@ -133,6 +168,8 @@ bool AppDelegate::handleKey(MediaKey key, bool isPressed, bool isRepeat) {
 void AppDelegate::applicationWillTerminate() {
   assertMainThread();
   stopAccessibilityTimer();
+  if (wakeObserver_) NS::Workspace::sharedWorkspace().notificationCenter().removeObserver(wakeObserver_);
+  wakeObserver_ = {};
   if (keyTap_) keyTap_->stop();
   updater_->stop();
   volumeController_->stop();
@@ -140,6 +177,8 @@ void AppDelegate::applicationWillTerminate() {
 }
 
 void AppDelegate::menuNeedsUpdate(const NS::Menu&) {
+  checkKeyTap();
+  brightnessController_->readUnreadDisplays();
   const bool opensAtLogin = NS::AppService::mainAppService().status() == NS::AppServiceStatus::Enabled;
   startAtLoginItem_.setState(opensAtLogin ? NS::ControlStateValue::On : NS::ControlStateValue::Off);
 }

@@ -10,6 +10,8 @@
 #include "osd/NativeOSD.h"
 #include "platform/Application.h"
 #include "platform/Menu.h"
+#include "platform/NotificationCenter.h"
+#include "platform/Object.h"
 #include "updater/Updater.h"
 #include "volume/VolumeController.h"
 
@@ -33,7 +35,10 @@ class AppDelegate : public NS::ApplicationDelegate,
   void confirmInstall(const Release& release);
   void updaterChanged();
   static void showAlert(const std::string& message, const std::string& informative);
+  void makeKeyTap();
   void startKeyTapWhenTrusted();
+  void waitForAccessibility();
+  void checkKeyTap();
   void startKeyTap();
   void stopAccessibilityTimer();
   bool handleKey(MediaKey key, bool isPressed, bool isRepeat);
@@ -50,4 +55,5 @@ class AppDelegate : public NS::ApplicationDelegate,
   std::optional<PendingReport> pendingReport_;
   std::unique_ptr<MediaKeyTap> keyTap_;
   CF::Ref<CFRunLoopTimerRef> accessibilityTimer_;  // while the permission is polled for
+  NS::Object wakeObserver_;
 };

@@ -3,6 +3,8 @@
 #include <IOKit/hidsystem/IOLLEvent.h>
 #include <IOKit/hidsystem/ev_keymap.h>
 
+#include <utility>
+
 #include "base/Assertions.h"
 #include "platform/Event.h"
 
@@ -74,11 +76,16 @@ void MediaKeyTap::stop() {
   port_ = {};
 }
 
+bool MediaKeyTap::isDead() const { return port_ && !CGEventTapIsEnabled(port_.get()); }
+
 CGEventRef MediaKeyTap::mediaKeyTapCallback(CGEventTapProxy, CGEventType type, CGEventRef event, void* userInfo) {
   if (!userInfo) return event;
   const auto& tap = *static_cast<const MediaKeyTap*>(userInfo);
   if (type == kCGEventTapDisabledByTimeout || type == kCGEventTapDisabledByUserInput) {
-    if (tap.port_) CGEventTapEnable(tap.port_.get(), true);
+    if (tap.port_) {
+      CGEventTapEnable(tap.port_.get(), true);
+      tap.switchedOff_();
+    }
     return event;
   }
   return tap.takes(type, event) ? nullptr : event;

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <functional>
 #include <optional>
+#include <utility>
 
 #include "base/MediaKey.h"
 #include "platform/CF.h"
@@ -32,7 +33,10 @@ class MediaKeyTap {
   // and quick: the system switches a slow tap off.
   using Handler = std::function<bool(MediaKey key, bool isPressed, bool isRepeat)>;
 
-  explicit MediaKeyTap(Handler handler) : handler_(std::move(handler)) {}
+  // `switchedOff` is told when the system has switched the tap off, after the tap has been switched on again. Neither
+  // closure may call `stop`: both are called in the middle of the tap's callback.
+  MediaKeyTap(Handler handler, std::function<void()> switchedOff)
+      : handler_(std::move(handler)), switchedOff_(std::move(switchedOff)) {}
   MediaKeyTap(const MediaKeyTap&) = delete;
   MediaKeyTap& operator=(const MediaKeyTap&) = delete;
 
@@ -41,13 +45,17 @@ class MediaKeyTap {
   bool start();
   // Removes the tap, if it is installed.
   void stop();
+  // Whether the tap is installed and receives nothing, as when the permission was taken away: it stays so when the
+  // permission is given back.
+  [[nodiscard]] bool isDead() const;
 
  private:
   static CGEventRef mediaKeyTapCallback(CGEventTapProxy proxy, CGEventType type, CGEventRef event, void* userInfo);
   bool takes(CGEventType type, CGEventRef event) const;
   bool dispatch(const MediaKeyEvent& event) const;
 
-  Handler handler_;
+  const Handler handler_;
+  const std::function<void()> switchedOff_;
   CF::Ref<CFMachPortRef> port_;         // while installed
   CF::Ref<CFRunLoopSourceRef> source_;  // while installed
 };

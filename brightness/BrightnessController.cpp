@@ -33,15 +33,23 @@ std::optional<std::uint32_t> displayUnderPointer() {
   return std::nullopt;
 }
 
+struct OnlineDisplay {
+  CGDirectDisplayID id;
+  DisplayIdentity identity;
+};
+
 // Empty on any error.
-std::vector<CGDirectDisplayID> externalDisplays() {
+std::vector<OnlineDisplay> externalDisplays() {
   std::uint32_t count = 0;
   if (CGGetOnlineDisplayList(0, nullptr, &count) != kCGErrorSuccess) return {};
-  std::vector<CGDirectDisplayID> displays(count);
+  std::vector<CGDirectDisplayID> online(count);
   std::uint32_t stored = 0;
-  if (CGGetOnlineDisplayList(count, displays.data(), &stored) != kCGErrorSuccess) return {};
-  displays.resize(std::min(count, stored));  // one may have gone between the two calls
-  std::erase_if(displays, [](CGDirectDisplayID display) { return CGDisplayIsBuiltin(display) != 0; });
+  if (CGGetOnlineDisplayList(count, online.data(), &stored) != kCGErrorSuccess) return {};
+  online.resize(std::min(count, stored));  // one may have gone between the two calls
+  std::vector<OnlineDisplay> displays;
+  for (const CGDirectDisplayID display : online) {
+    if (!CGDisplayIsBuiltin(display)) displays.push_back({display, DisplayIdentity::ofDisplay(display)});
+  }
   return displays;
 }
 
@@ -103,34 +111,44 @@ void BrightnessController::observe(const NS::NotificationCenter& center, CFStrin
 void BrightnessController::refreshDisplays() {
   assertMainThread();
   if (!api_) return;
-  std::vector<DDCChannel::IdentifiedChannel> channels;
+  Channels channels;
   try {
-    channels = DDCChannel::externalChannels(*api_);
+    channels = DDCChannel::externalChannels(*api_, queues_);
   } catch (const AppError& error) {
     os_log_error(logger_, "%{public}s", error.what());
     return;
   }
-  std::map<std::uint32_t, std::shared_ptr<ExternalDisplay>> found;
-  for (const CGDirectDisplayID displayID : externalDisplays()) {
-    const auto matches = [identity = DisplayIdentity::ofDisplay(displayID)](const auto& channel) {
-      return channel.first == identity;
-    };
-    const auto count = std::ranges::count_if(channels, matches);
-    if (count != 1) {
-      // Two monitors that look the same are not told apart by guessing: neither is controlled.
+  for (const auto& [displayID, display] : displays_) display->channel->giveUpReads();
+  displays_.clear();
+  matchDisplays(channels);
+}
+
+// Two monitors that look the same are not told apart by guessing: neither is controlled.
+void BrightnessController::matchDisplays(const Channels& channels) {
+  const auto displays = externalDisplays();
+  for (const auto& [displayID, identity] : displays) {
+    const auto isSame = [&identity](const DisplayIdentity& other) { return other == identity; };
+    const auto services = std::ranges::count_if(channels, isSame, &Channels::value_type::first);
+    if (services != 1) {
       os_log_error(logger_, "Display %u has %ld matching DDC services, skipping it", displayID,
-                   static_cast<long>(count));
+                   static_cast<long>(services));
+      continue;
+    }
+    const auto sharers = std::ranges::count_if(displays, isSame, &OnlineDisplay::identity);
+    if (sharers != 1) {
+      os_log_error(logger_, "Display %u is one of %ld that match the same DDC service, skipping it", displayID,
+                   static_cast<long>(sharers));
       continue;
     }
     const auto display = std::make_shared<ExternalDisplay>();
-    display->channel = std::ranges::find_if(channels, matches)->second;
-    found[displayID] = display;
+    display->channel = std::ranges::find_if(channels, isSame, &Channels::value_type::first)->second;
+    displays_[displayID] = display;
     readBrightness(display, displayID);
   }
-  displays_ = std::move(found);
 }
 
 void BrightnessController::readBrightness(const std::shared_ptr<ExternalDisplay>& display, std::uint32_t displayID) {
+  if (std::exchange(display->isBeingRead, true)) return;
   const auto weakSelf = weak_from_this();
   const std::weak_ptr<ExternalDisplay> weakDisplay = display;
   // The completion comes on the channel's queue.
@@ -146,8 +164,9 @@ void BrightnessController::readBrightness(const std::shared_ptr<ExternalDisplay>
 }
 
 void BrightnessController::brightnessWasRead(ExternalDisplay& display, std::uint32_t displayID,
-                                             const DDCChannel::Reading& reading) const {
+                                             const DDCChannel::Reading& reading) {
   assertMainThread();
+  display.isBeingRead = false;
   if (const auto* const error = std::get_if<AppError>(&reading)) {
     os_log_error(logger_, "Reading brightness of display %u failed: %{public}s", displayID, error->what());
     return;
@@ -162,9 +181,11 @@ void BrightnessController::brightnessWasRead(ExternalDisplay& display, std::uint
   os_log_info(logger_, "Display %u brightness %hu/%hu", displayID, current, maximum);
 }
 
-BrightnessController::ExternalDisplay* BrightnessController::controllable(std::uint32_t displayID) const {
-  const auto display = displays_.find(displayID);
-  return display != displays_.end() && display->second->steps ? display->second.get() : nullptr;
+void BrightnessController::readUnreadDisplays() {
+  assertMainThread();
+  for (const auto& [displayID, display] : displays_) {
+    if (!display->steps) readBrightness(display, displayID);
+  }
 }
 
 // ---- Levels ----
@@ -174,8 +195,12 @@ bool BrightnessController::handle(MediaKey key, bool isPressed) {
   if (key != MediaKey::brightnessUp && key != MediaKey::brightnessDown) return false;
   const auto displayID = displayUnderPointer();
   if (!displayID || CGDisplayIsBuiltin(*displayID)) return false;
-  ExternalDisplay* const display = controllable(*displayID);
-  const KeyDecision decision = decide(key, isPressed, display ? display->steps : std::nullopt);
+  const auto known = displays_.find(*displayID);
+  if (known == displays_.end()) return false;
+  const auto& display = known->second;
+  // A monitor that was not ready when it was asked may be by now.
+  if (!display->steps) readBrightness(display, *displayID);
+  const KeyDecision decision = decide(key, isPressed, display->steps);
   if (decision.steps) {
     set(*display, *decision.steps);
     if (osd_) osd_->showBrightness(*decision.steps, totalSteps, *displayID);
@@ -185,7 +210,9 @@ bool BrightnessController::handle(MediaKey key, bool isPressed) {
 
 void BrightnessController::setSteps(int steps, std::uint32_t displayID) {
   assertMainThread();
-  if (ExternalDisplay* const display = controllable(displayID)) set(*display, std::clamp(steps, 0, totalSteps));
+  const auto known = displays_.find(displayID);
+  if (known == displays_.end() || !known->second->steps) return;
+  set(*known->second, std::clamp(steps, 0, totalSteps));
 }
 
 void BrightnessController::set(ExternalDisplay& display, int steps) {
@@ -199,9 +226,9 @@ std::vector<BrightnessController::DisplaySlider> BrightnessController::sliders()
   for (const NS::Screen& screen : NS::Screen::screens()) {
     const auto displayID = displayIDOf(screen);
     if (!displayID) continue;
-    const ExternalDisplay* const display = controllable(*displayID);
-    if (!display || !display->steps) continue;
-    sliders.push_back({*displayID, {screen.localizedName(), *display->steps, totalSteps}});
+    const auto known = displays_.find(*displayID);
+    if (known == displays_.end() || !known->second->steps) continue;
+    sliders.push_back({*displayID, {screen.localizedName(), *known->second->steps, totalSteps}});
   }
   return sliders;
 }

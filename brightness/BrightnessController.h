@@ -42,9 +42,13 @@ class BrightnessController : public std::enable_shared_from_this<BrightnessContr
   // Forgets all displays and stops watching. Values already given to a monitor's channel are still sent.
   void stop();
 
+  // Asks the monitors again that have not told their brightness, unless they are being asked.
+  void readUnreadDisplays();
+
   // The displays that can be set, in the order of the screens.
   [[nodiscard]] std::vector<DisplaySlider> sliders() const;
-  // Whether the event of a media key was consumed.
+  // Whether the event of a media key was consumed. A key over a display that is known but not read yet is not, and
+  // asks its monitor again.
   bool handle(MediaKey key, bool isPressed);
   // Sets a display's level, 0 to 16 (other values are brought into that range). Without effect for a display that is
   // not known or not yet read.
@@ -63,7 +67,9 @@ class BrightnessController : public std::enable_shared_from_this<BrightnessContr
     std::shared_ptr<DDCChannel> channel;
     std::uint16_t maximum = 0;  // 0 until read
     std::optional<int> steps;   // none until read
+    bool isBeingRead = false;
   };
+  using Channels = std::vector<DDCChannel::IdentifiedChannel>;
   struct Observer {
     NS::NotificationCenter center;
     NS::Object token;
@@ -71,13 +77,14 @@ class BrightnessController : public std::enable_shared_from_this<BrightnessContr
 
   void observe(const NS::NotificationCenter& center, CFStringRef name);
   void refreshDisplays();
+  void matchDisplays(const Channels& channels);
   void readBrightness(const std::shared_ptr<ExternalDisplay>& display, std::uint32_t displayID);
-  void brightnessWasRead(ExternalDisplay& display, std::uint32_t displayID, const DDCChannel::Reading& reading) const;
-  [[nodiscard]] ExternalDisplay* controllable(std::uint32_t displayID) const;
+  void brightnessWasRead(ExternalDisplay& display, std::uint32_t displayID, const DDCChannel::Reading& reading);
   static void set(ExternalDisplay& display, int steps);
 
   const os_log_t logger_;
   std::optional<IOAVServiceAPI> api_;  // none until `start` has loaded it
+  DDCChannel::Queues queues_;          // of every monitor that was ever found
   std::map<std::uint32_t, std::shared_ptr<ExternalDisplay>> displays_;
   std::vector<Observer> observers_;
   const std::shared_ptr<const NativeOSD> osd_;

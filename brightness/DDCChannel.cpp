@@ -35,6 +35,9 @@ constexpr auto pauseBeforeWrite = 10ms;
 constexpr auto pauseBeforeReply = 50ms;
 constexpr auto pauseAfterFailure = 20ms;
 
+// How often the I/O Registry is walked before it is taken for one that never rests.
+constexpr int walks = 5;
+
 // Names of registry entries that carry a display's attributes.
 constexpr std::array<std::string_view, 2> framebufferNames = {"AppleCLCD2", "IOMobileFramebufferShim"};
 constexpr std::string_view serviceName = "DCPAVServiceProxy";
@@ -48,6 +51,11 @@ std::uint8_t checksum(std::uint8_t seed, const Bytes& begin, const Bytes& end) {
 std::string hexadecimal(std::uint8_t code) {
   std::array<char, 3> digits{};
   return {digits.data(), static_cast<std::size_t>(std::snprintf(digits.data(), digits.size(), "%x", code))};
+}
+
+// `what` is what was tried: "Reading VCP 0x10".
+AppError failureOf(const std::string& what) {
+  return AppError(what + " failed after " + std::to_string(attempts) + " attempts");
 }
 
 }  // namespace
@@ -79,10 +87,13 @@ os_log_t DDCChannel::logger() {
   return log;
 }
 
-DDCChannel::DDCChannel(const IOAVServiceAPI& api, CF::Ref<CFTypeRef> service)
-    : api_(api), service_(std::move(service)), queue_(dispatch_queue_create("DDCChannel", DISPATCH_QUEUE_SERIAL)) {}
+DDCChannel::Queue DDCChannel::makeQueue() {
+  return {dispatch_queue_create("DDCChannel", DISPATCH_QUEUE_SERIAL),
+          [](dispatch_queue_t queue) { dispatch_release(queue); }};
+}
 
-DDCChannel::~DDCChannel() { dispatch_release(queue_); }
+DDCChannel::DDCChannel(const IOAVServiceAPI& api, CF::Ref<CFTypeRef> service, Queue queue)
+    : api_(api), service_(std::move(service)), queue_(std::move(queue)) {}
 
 IOReturn DDCChannel::writePacket(std::vector<std::uint8_t>& packet) const {
   return api_.writeI2C(service_.get(), chipAddress, hostAddress, packet.data(),
@@ -93,14 +104,16 @@ IOReturn DDCChannel::writePacket(std::vector<std::uint8_t>& packet) const {
 // NOLINTNEXTLINE(performance-unnecessary-value-param)
 void DDCChannel::read(std::uint8_t code, std::function<void(const Reading&)> completion) {
   const auto self = shared_from_this();
-  dispatch_async(queue_, ^{
-    completion(self->readNow(code));
+  dispatch_async(queue_.get(), ^{
+    if (const auto reading = self->readNow(code)) completion(*reading);
   });
 }
 
-DDCChannel::Reading DDCChannel::readNow(std::uint8_t code) const {
+// None when the reads were given up.
+std::optional<DDCChannel::Reading> DDCChannel::readNow(std::uint8_t code) const {
   auto request = packet(getVCPFeature, {code}, getChecksumSeed);
   for (int attempt = 0; attempt < attempts; ++attempt) {
+    if (readsAreGivenUp_) return std::nullopt;
     // Only the reply tells whether the request arrived.
     std::this_thread::sleep_for(pauseBeforeWrite);
     writePacket(request);
@@ -114,7 +127,7 @@ DDCChannel::Reading DDCChannel::readNow(std::uint8_t code) const {
     }
     std::this_thread::sleep_for(pauseAfterFailure);
   }
-  return AppError("Reading VCP 0x" + hexadecimal(code) + " failed after 5 attempts");
+  return failureOf("Reading VCP 0x" + hexadecimal(code));
 }
 
 void DDCChannel::write(std::uint8_t code, std::uint16_t value) {
@@ -126,34 +139,38 @@ void DDCChannel::write(std::uint8_t code, std::uint16_t value) {
   }
   if (!drainIsDue) return;  // the drain under way picks the value up
   const auto self = shared_from_this();
-  dispatch_async(queue_, ^{
+  dispatch_async(queue_.get(), ^{
     self->drainWrites();
   });
 }
 
 void DDCChannel::drainWrites() {
-  for (;;) {
-    std::pair<std::uint8_t, std::uint16_t> next;
-    {
-      const UnfairLock locked(lock_);
-      if (pendingWrites_.empty()) return;
-      next = *pendingWrites_.begin();
-    }
-    const auto [code, value] = next;
-    if (!send(code, value)) {
-      const AppError error("Writing VCP 0x" + hexadecimal(code) + " = " + std::to_string(value) +
-                           " failed after 5 attempts");
+  while (const auto write = nextWrite()) {
+    if (!send(*write)) {
+      const AppError error =
+          failureOf("Writing VCP 0x" + hexadecimal(write->first) + " = " + std::to_string(write->second));
       os_log_error(logger(), "%{public}s", error.what());
     }
-    const UnfairLock locked(lock_);
-    // A newer value that arrived meanwhile stays, for the next pass.
-    if (const auto entry = pendingWrites_.find(code); entry != pendingWrites_.end() && entry->second == value) {
-      pendingWrites_.erase(entry);
-    }
+    finish(*write);
   }
 }
 
-bool DDCChannel::send(std::uint8_t code, std::uint16_t value) const {
+// It stays in the map: while it is being sent the drain counts as under way.
+std::optional<DDCChannel::Write> DDCChannel::nextWrite() {
+  const UnfairLock locked(lock_);
+  if (pendingWrites_.empty()) return std::nullopt;
+  return *pendingWrites_.begin();
+}
+
+// A newer value that arrived meanwhile stays, for the next pass.
+void DDCChannel::finish(const Write& write) {
+  const UnfairLock locked(lock_);
+  const auto entry = pendingWrites_.find(write.first);
+  if (entry != pendingWrites_.end() && entry->second == write.second) pendingWrites_.erase(entry);
+}
+
+bool DDCChannel::send(const Write& write) const {
+  const auto [code, value] = write;
   auto request =
       packet(setVCPFeature, {code, static_cast<std::uint8_t>(value >> 8), static_cast<std::uint8_t>(value & 0xFF)},
              setChecksumSeed);
@@ -186,17 +203,11 @@ std::optional<DisplayIdentity> DDCChannel::IdentityFinder::visit(std::string_vie
   return pending_;
 }
 
-std::vector<DDCChannel::IdentifiedChannel> DDCChannel::externalChannels(const IOAVServiceAPI& api) {
-  const IO::Object root(IORegistryGetRootEntry(kIOMainPortDefault));
-  io_iterator_t created = IO_OBJECT_NULL;
-  const kern_return_t status =
-      IORegistryEntryCreateIterator(root.get(), kIOServicePlane, kIORegistryIterateRecursively, &created);
-  if (status != KERN_SUCCESS) throw AppError("Iterating the I/O Registry failed (" + std::to_string(status) + ")");
-  const IO::Object iterator(created);
-
+std::vector<DDCChannel::IdentifiedChannel> DDCChannel::walk(io_iterator_t iterator, const IOAVServiceAPI& api,
+                                                            Queues& queues) {
   std::vector<IdentifiedChannel> channels;
   IdentityFinder finder;
-  while (const auto entry = IO::Object(IOIteratorNext(iterator.get()))) {
+  while (const auto entry = IO::Object(IOIteratorNext(iterator))) {
     io_name_t name = {};
     if (IORegistryEntryGetName(entry.get(), name) != KERN_SUCCESS) name[0] = '\0';
     const auto identity = finder.visit(name, [&entry](CFStringRef property) {
@@ -208,7 +219,25 @@ std::vector<DDCChannel::IdentifiedChannel> DDCChannel::externalChannels(const IO
       os_log_error(logger(), "IOAVServiceCreateWithService returned nil");
       continue;
     }
-    channels.emplace_back(*identity, std::make_shared<DDCChannel>(api, std::move(service)));
+    Queue& queue = queues[*identity];
+    if (!queue) queue = makeQueue();
+    channels.emplace_back(*identity, std::make_shared<DDCChannel>(api, std::move(service), queue));
   }
   return channels;
+}
+
+std::vector<DDCChannel::IdentifiedChannel> DDCChannel::externalChannels(const IOAVServiceAPI& api, Queues& queues) {
+  const IO::Object root(IORegistryGetRootEntry(kIOMainPortDefault));
+  io_iterator_t created = IO_OBJECT_NULL;
+  const kern_return_t status =
+      IORegistryEntryCreateIterator(root.get(), kIOServicePlane, kIORegistryIterateRecursively, &created);
+  if (status != KERN_SUCCESS) throw AppError("Iterating the I/O Registry failed (" + std::to_string(status) + ")");
+  const IO::Object iterator(created);
+  for (int i = 0; i < walks; ++i) {
+    auto channels = walk(iterator.get(), api, queues);
+    // A change of the registry ends a walk as its last entry does.
+    if (IOIteratorIsValid(iterator.get())) return channels;
+    IOIteratorReset(iterator.get());
+  }
+  throw AppError("The I/O Registry changed during each of " + std::to_string(walks) + " walks");
 }

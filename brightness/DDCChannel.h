@@ -6,12 +6,15 @@
 #include <os/log.h>
 
 #include <array>
+#include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
 #include <optional>
 #include <string_view>
+#include <type_traits>
 #include <utility>
 #include <variant>
 #include <vector>
@@ -21,8 +24,8 @@
 #include "brightness/IOAVServiceAPI.h"
 #include "platform/CF.h"
 
-// All I2C traffic to the monitor runs on a serial queue of the channel's own, which sleeps between transactions, as
-// monitors need. Usable from any thread; jobs on the queue keep the channel alive.
+// All I2C traffic to the monitor runs on the monitor's serial queue, which sleeps between transactions, as monitors
+// need. Usable from any thread; jobs on the queue keep the channel alive.
 class DDCChannel : public std::enable_shared_from_this<DDCChannel> {
  public:
   // A VCP feature as the monitor reports it.
@@ -35,13 +38,21 @@ class DDCChannel : public std::enable_shared_from_this<DDCChannel> {
   static constexpr std::size_t replyLength = 11;
   using Reply = std::array<std::uint8_t, replyLength>;
 
-  DDCChannel(const IOAVServiceAPI& api, CF::Ref<CFTypeRef> service);
-  ~DDCChannel();
+  // The serial queue of one monitor. Channels that reach the same monitor one after the other share it: a reply on the
+  // wire goes to whoever reads first, so their jobs must take turns.
+  using Queue = std::shared_ptr<std::remove_pointer_t<dispatch_queue_t>>;
+  static Queue makeQueue();
+
+  DDCChannel(const IOAVServiceAPI& api, CF::Ref<CFTypeRef> service, Queue queue = makeQueue());
   DDCChannel(const DDCChannel&) = delete;
   DDCChannel& operator=(const DDCChannel&) = delete;
 
-  // Reads a VCP feature, trying up to five times within about 450 ms. `completion` is called on the channel's queue.
+  // Reads a VCP feature, trying up to five times within about 450 ms. `completion` is called on the channel's queue,
+  // unless the read was given up before.
   void read(std::uint8_t code, std::function<void(const Reading&)> completion);
+  // Gives up the reads: none makes another attempt than the one it is in, so that the monitor's next channel does not
+  // wait for them. Values given to `write` still go out.
+  void giveUpReads() { readsAreGivenUp_ = true; }
   // Sends a VCP feature's value. Values that arrive while one is being sent replace each other, so that only the
   // last is sent after it. A value that the monitor does not take in five attempts is logged and dropped.
   void write(std::uint8_t code, std::uint16_t value);
@@ -68,21 +79,30 @@ class DDCChannel : public std::enable_shared_from_this<DDCChannel> {
   };
 
   using IdentifiedChannel = std::pair<DisplayIdentity, std::shared_ptr<DDCChannel>>;
+  using Queues = std::map<DisplayIdentity, Queue>;
   // Walks the I/O Registry: a channel for each external AV service that follows a framebuffer, in walking order, with
-  // that framebuffer's identity. Throws an AppError when the registry cannot be walked.
-  static std::vector<IdentifiedChannel> externalChannels(const IOAVServiceAPI& api);
+  // that framebuffer's identity. Channels take the queue that `queues` has for their identity; new ones are added to
+  // it. Throws an AppError when the registry cannot be walked, or keeps changing meanwhile.
+  static std::vector<IdentifiedChannel> externalChannels(const IOAVServiceAPI& api, Queues& queues);
 
  private:
-  static os_log_t logger();
+  using Write = std::pair<std::uint8_t, std::uint16_t>;  // a code and its value
 
-  Reading readNow(std::uint8_t code) const;
+  static os_log_t logger();
+  // What one walk finds; as far as it came, when the registry changed meanwhile.
+  static std::vector<IdentifiedChannel> walk(io_iterator_t iterator, const IOAVServiceAPI& api, Queues& queues);
+
+  std::optional<Reading> readNow(std::uint8_t code) const;
   void drainWrites();
-  bool send(std::uint8_t code, std::uint16_t value) const;
+  std::optional<Write> nextWrite();
+  void finish(const Write& write);
+  bool send(const Write& write) const;
   IOReturn writePacket(std::vector<std::uint8_t>& packet) const;
 
   const IOAVServiceAPI api_;
   const CF::Ref<CFTypeRef> service_;
-  const dispatch_queue_t queue_;
+  const Queue queue_;
+  std::atomic<bool> readsAreGivenUp_ = false;
   os_unfair_lock lock_ = OS_UNFAIR_LOCK_INIT;  // guards pendingWrites_, and is never held during I/O
   std::map<std::uint8_t, std::uint16_t> pendingWrites_;
 };

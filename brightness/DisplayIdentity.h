@@ -3,6 +3,7 @@
 
 #include <CoreGraphics/CoreGraphics.h>
 
+#include <compare>
 #include <cstdint>
 #include <optional>
 
@@ -16,5 +17,5 @@ struct DisplayIdentity {
   // Of a framebuffer's "ProductAttributes"; none unless all three numbers are there and fit 32 unsigned bits.
   static std::optional<DisplayIdentity> fromProductAttributes(CFDictionaryRef attributes);
 
-  friend bool operator==(const DisplayIdentity&, const DisplayIdentity&) = default;
+  friend auto operator<=>(const DisplayIdentity&, const DisplayIdentity&) = default;
 };

@@ -10,7 +10,8 @@
 // Drives the private on-screen-display framework, loaded at run time. Main thread only.
 class NativeOSD {
  public:
-  // Loads the framework and gets its shared manager; throws an AppError when either is not there.
+  // Loads the framework and gets its shared manager; throws an AppError when either is not there, or does not know the
+  // messages that it is sent.
   NativeOSD();
 
   // Shows the volume pop-up on the main display. Counts are in steps and must fit 32 unsigned bits.

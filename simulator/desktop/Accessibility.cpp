@@ -2,6 +2,7 @@
 
 #include <ApplicationServices/ApplicationServices.h>
 
+#include "simulator/desktop/EventStream.h"
 #include "simulator/machine/Machine.h"
 #include "simulator/scenarios/Commands.h"
 #include "simulator/services/CoreFoundation.h"
@@ -15,7 +16,10 @@ Accessibility::Accessibility(Machine& machine) {
 void Accessibility::addCommands(Commands& commands) {
   commands.add("accessibility", [](Arguments& line) -> Action {
     const bool granted = line.flag("granted");
-    return [granted](Machine& machine) { machine.accessibility->granted_ = granted; };
+    return [granted](Machine& machine) {
+      machine.accessibility->granted_ = granted;
+      if (!granted) machine.events->permissionLost();
+    };
   });
 }
 

@@ -53,6 +53,9 @@ CFMachPortRef EventStream::createTap(CGEventMask mask, CGEventTapCallBack callba
   if (mask == 0) return nullptr;
   auto* const port = new __CFMachPort;
   port->onInvalid = [this, port] {
+    // What holds the tap together is in use until its callback has returned. A process that ends takes it apart all
+    // the same.
+    if (inCallback_ && !machine_.scheduler.ending()) fatal("The event tap was removed inside its own callback");
     machine_.runLoop->remove(port);
     tap_.reset();
   };
@@ -63,12 +66,23 @@ CFMachPortRef EventStream::createTap(CGEventMask mask, CGEventTapCallBack callba
 void EventStream::enableTap(CFMachPortRef port, bool enable) {
   live<__CFMachPort>(port, "CGEventTapEnable");
   machine_.trace.call("CGEventTapEnable").flag("enable", enable);
-  if (tap_ && tap_->port == port) tap_->enabled = enable;
+  if (tap_ && tap_->port == port) tap_->enabled = enable && tap_->permitted;
+}
+
+bool EventStream::isTapEnabled(CFMachPortRef port) const {
+  live<__CFMachPort>(port, "CGEventTapIsEnabled");
+  return tap_ && tap_->port == port && tap_->enabled;
+}
+
+void EventStream::permissionLost() {
+  if (!tap_) return;
+  tap_->enabled = false;
+  tap_->permitted = false;
 }
 
 void EventStream::send(const InputEvent& event) {
   const Scheduler::Lock lock(machine_.scheduler);
-  if (!tap_ || !tap_->enabled || !tap_->port->scheduled || !machine_.accessibility->granted()) return;
+  if (!tap_ || !tap_->enabled || !tap_->port->scheduled) return;
   // Notices to the tap pass its mask by.
   if (!isNotice(event) && (event.type >= 64 || !(tap_->mask & CGEventMaskBit(event.type)))) return;
   machine_.runLoop->post(tap_->port, tap_->port->modes, [this, event] { offer(event); });
@@ -88,7 +102,9 @@ void EventStream::offer(const InputEvent& input) {
   const Tap tap = *tap_;
   const auto event = CF::adopt(static_cast<CGEventRef>(new __CGEvent(input)));
   const Time before = machine_.scheduler.now();
+  inCallback_ = true;
   CGEventRef const passed = tap.callback(nullptr, input.type, event.get(), tap.userInfo);
+  inCallback_ = false;
   const bool swallowed = passed == nullptr;
   {
     auto record = machine_.trace.record("input");
@@ -143,7 +159,10 @@ void EventStream::processWillEnd(Leaks& leaks) {
   if (tap_) ++leaks["event tap"];
 }
 
-void EventStream::processEnded(Leaks&) { tap_.reset(); }
+void EventStream::processEnded(Leaks&) {
+  tap_.reset();
+  inCallback_ = false;
+}
 
 }  // namespace simulator
 
@@ -174,6 +193,11 @@ CFMachPortRef CGEventTapCreate(CGEventTapLocation tap, CGEventTapPlacement place
 void CGEventTapEnable(CFMachPortRef tap, bool enable) {
   const Call call("CGEventTapEnable");
   call.machine.events->enableTap(tap, enable);
+}
+
+bool CGEventTapIsEnabled(CFMachPortRef tap) {
+  const Call call("CGEventTapIsEnabled");
+  return call.machine.events->isTapEnabled(tap);
 }
 
 int64_t CGEventGetIntegerValueField(CGEventRef event, CGEventField field) {

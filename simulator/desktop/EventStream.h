@@ -43,7 +43,12 @@ class EventStream : public Part {
   void disableTaps(std::uint32_t notice);
 
   CFMachPortRef createTap(CGEventMask mask, CGEventTapCallBack callback, void* userInfo);
+  // Without effect on a tap that lost its permission.
   void enableTap(CFMachPortRef port, bool enable);
+  [[nodiscard]] bool isTapEnabled(CFMachPortRef port) const;
+  // The permission was taken away: taps that see keys see nothing any more, and stay so when it is given back. They are
+  // not told.
+  void permissionLost();
 
   void addCommands(Commands& commands) override;
   void processWillEnd(Leaks& leaks) override;
@@ -56,12 +61,14 @@ class EventStream : public Part {
     CGEventTapCallBack callback;
     void* userInfo;
     bool enabled = true;
+    bool permitted = true;  // never again once the permission was taken away
   };
 
   void offer(const InputEvent& event);
 
   Machine& machine_;
   std::unique_ptr<Tap> tap_;  // the program installs one
+  bool inCallback_ = false;   // of that tap
 };
 
 }  // namespace simulator

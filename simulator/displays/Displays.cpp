@@ -187,17 +187,18 @@ CGDirectDisplayID CGMainDisplayID(void) {
 
 CGError CGGetOnlineDisplayList(uint32_t maxDisplays, CGDirectDisplayID* onlineDisplays, uint32_t* displayCount) {
   const Call call("CGGetOnlineDisplayList");
-  if (const auto status = call.fault()) return *status;
+  // A call that fails may have done its work: nothing says that it leaves its results alone.
+  const CGError status = call.fault().value_or(kCGErrorSuccess);
   const auto& displays = call.machine.displays->all();
   const auto online = static_cast<std::uint32_t>(displays.size());
   // Without a buffer the count is that of the displays; with one, of those that were stored.
   if (!onlineDisplays) {
     *displayCount = online;
-    return kCGErrorSuccess;
+    return status;
   }
   *displayCount = std::min(online, maxDisplays);
   for (std::uint32_t i = 0; i < *displayCount; ++i) onlineDisplays[i] = displays[i].id;
-  return kCGErrorSuccess;
+  return status;
 }
 
 boolean_t CGDisplayIsBuiltin(CGDirectDisplayID id) {

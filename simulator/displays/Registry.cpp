@@ -23,8 +23,9 @@ void flatten(const std::vector<std::shared_ptr<const RegistryEntry>>& from,
 
 Registry::Registry(Machine& machine) {
   machine.faults.declare({"IORegistryGetRootEntry", "IORegistryEntryCreateIterator", "IOIteratorNext",
-                          "IORegistryEntryGetName", "IORegistryEntryCreateCFProperty", "IOObjectRelease",
-                          "IOAVServiceCreateWithService", "IOAVServiceWriteI2C", "IOAVServiceReadI2C"});
+                          "IOIteratorIsValid", "IORegistryEntryGetName", "IORegistryEntryCreateCFProperty",
+                          "IOObjectRelease", "IOAVServiceCreateWithService", "IOAVServiceWriteI2C",
+                          "IOAVServiceReadI2C"});
 }
 
 void Registry::setDisplay(std::uint32_t display, std::shared_ptr<const RegistryEntry> entries) {
@@ -62,31 +63,52 @@ io_object_t Registry::root() {
   return add({std::move(root), nullptr});
 }
 
+std::vector<std::shared_ptr<const RegistryEntry>> Registry::below(const RegistryEntry& entry) const {
+  std::vector<std::shared_ptr<const RegistryEntry>> entries;
+  if (entry.name != "Root") {
+    flatten(entry.children, entries);
+  } else if (isReplaced_) {
+    flatten(replaced_, entries);
+  } else {
+    auto platform = std::make_shared<RegistryEntry>();
+    platform->name = "J516cAP";
+    for (const auto& [id, shown] : displays_) platform->children.push_back(shown);
+    flatten({std::move(platform)}, entries);
+  }
+  return entries;
+}
+
 io_iterator_t Registry::iterator(io_object_t entry) {
   const auto& from = find(entry, "IORegistryEntryCreateIterator");
   if (!from.entry) fatal("IORegistryEntryCreateIterator was given an object that is no registry entry");
   auto iteration = std::make_unique<Iteration>();
-  iteration->generation = generation_;
-  if (from.entry->name != "Root") {
-    flatten(from.entry->children, iteration->entries);
-  } else if (isReplaced_) {
-    flatten(replaced_, iteration->entries);
-  } else {
-    auto platform = std::make_shared<RegistryEntry>();
-    platform->name = "J516cAP";
-    for (const auto& [id, entries] : displays_) platform->children.push_back(entries);
-    flatten({std::move(platform)}, iteration->entries);
-  }
-  return add({nullptr, std::move(iteration)});
+  iteration->from = from.entry;
+  const io_iterator_t made = add({nullptr, std::move(iteration)});
+  reset(made);
+  return made;
+}
+
+Registry::Iteration& Registry::iteration(io_iterator_t iterator, const char* call) {
+  const auto& handle = find(iterator, call);
+  if (!handle.iteration) fatal(std::string(call) + " was given an object that is no iterator");
+  return *handle.iteration;
 }
 
 io_object_t Registry::next(io_iterator_t iterator) {
-  auto& handle = find(iterator, "IOIteratorNext");
-  if (!handle.iteration) fatal("IOIteratorNext was given an object that is no iterator");
-  Iteration& iteration = *handle.iteration;
-  // An iterator whose registry has changed is invalid.
-  if (iteration.generation != generation_ || iteration.next == iteration.entries.size()) return IO_OBJECT_NULL;
-  return add({iteration.entries[iteration.next++], nullptr});
+  Iteration& walk = iteration(iterator, "IOIteratorNext");
+  if (walk.generation != generation_ || walk.next == walk.entries.size()) return IO_OBJECT_NULL;
+  return add({walk.entries[walk.next++], nullptr});
+}
+
+bool Registry::isValid(io_iterator_t iterator) {
+  return iteration(iterator, "IOIteratorIsValid").generation == generation_;
+}
+
+void Registry::reset(io_iterator_t iterator) {
+  Iteration& walk = iteration(iterator, "IOIteratorReset");
+  walk.entries = below(*walk.from);
+  walk.next = 0;
+  walk.generation = generation_;
 }
 
 std::shared_ptr<const RegistryEntry> Registry::entry(io_object_t handle, const char* call) const {
@@ -139,13 +161,24 @@ io_object_t IOIteratorNext(io_iterator_t iterator) {
   return call.fault() ? IO_OBJECT_NULL : call.machine.registry->next(iterator);
 }
 
+void IOIteratorReset(io_iterator_t iterator) {
+  const Call call("IOIteratorReset");
+  call.machine.registry->reset(iterator);
+}
+
+boolean_t IOIteratorIsValid(io_iterator_t iterator) {
+  const Call call("IOIteratorIsValid");
+  const bool isValid = call.machine.registry->isValid(iterator);
+  return isValid && !call.fault();
+}
+
 kern_return_t IORegistryEntryGetName(io_registry_entry_t entry, io_name_t name) {
   const Call call("IORegistryEntryGetName");
   const auto named = call.machine.registry->entry(entry, "IORegistryEntryGetName");
-  if (const auto status = call.fault()) return *status;
+  // What is in the buffer after a failure is anyone's guess: it may be the name.
   std::strncpy(name, named->name.c_str(), sizeof(io_name_t) - 1);
   name[sizeof(io_name_t) - 1] = '\0';
-  return KERN_SUCCESS;
+  return call.fault().value_or(KERN_SUCCESS);
 }
 
 CFTypeRef IORegistryEntryCreateCFProperty(io_registry_entry_t entry, CFStringRef key, CFAllocatorRef, IOOptionBits) {

@@ -38,7 +38,11 @@ class Registry : public Part {
   // ---- Handles ----
   io_object_t root();
   io_iterator_t iterator(io_object_t entry);
+  // Null at the end of the walk, and as soon as the registry is not what it was when the walk began.
   io_object_t next(io_iterator_t iterator);
+  bool isValid(io_iterator_t iterator);
+  // Begins the walk anew, over the registry as it is now.
+  void reset(io_iterator_t iterator);
   // The entry behind a handle that the program gave to `call`; anything else is fatal.
   std::shared_ptr<const RegistryEntry> entry(io_object_t handle, const char* call) const;
   void release(io_object_t handle);
@@ -47,7 +51,8 @@ class Registry : public Part {
 
  private:
   struct Iteration {
-    std::vector<std::shared_ptr<const RegistryEntry>> entries;
+    std::shared_ptr<const RegistryEntry> from;
+    std::vector<std::shared_ptr<const RegistryEntry>> entries;  // below it, in walking order
     std::size_t next = 0;
     std::uint64_t generation = 0;
   };
@@ -58,6 +63,8 @@ class Registry : public Part {
 
   io_object_t add(Handle handle);
   Handle& find(io_object_t handle, const char* call);
+  Iteration& iteration(io_iterator_t iterator, const char* call);
+  [[nodiscard]] std::vector<std::shared_ptr<const RegistryEntry>> below(const RegistryEntry& entry) const;
 
   std::map<std::uint32_t, std::shared_ptr<const RegistryEntry>> displays_;
   std::vector<std::shared_ptr<const RegistryEntry>> replaced_;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <initializer_list>
 #include <map>
 #include <optional>
@@ -20,12 +21,16 @@ class Faults {
   // Makes calls of `call` answer `status`: the `nth` from now (1: the next) and as many as `times` from there on.
   // Faults of the same call add up.
   void fail(std::string_view call, std::int32_t status, std::uint64_t nth, std::uint64_t times);
-  // Counts one call; the status it is to fail with, if it is.
+  // Has the world do something in the middle of a call of `call`, the `nth` from now and as many as `times` from there
+  // on: after the call began, before it has looked at anything.
+  void interrupt(std::string_view call, std::function<void()> action, std::uint64_t nth, std::uint64_t times);
+  // Counts one call, and does what was to happen in it; the status it is to fail with, if it is.
   std::optional<std::int32_t> take(std::string_view call);
 
  private:
   struct Fault {
-    std::int32_t status;
+    std::optional<std::int32_t> status;
+    std::function<void()> interruption;
     std::uint64_t skip;
     std::uint64_t times;
   };

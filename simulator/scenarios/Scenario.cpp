@@ -84,6 +84,26 @@ Scenario::Scenario(Machine& machine) : machine_(machine) {
     const std::uint64_t times = line.count("times", 1);
     return [=](Machine& played) { played.faults.fail(call, status, nth, times); };
   });
+  commands_.add("during", [this, &machine](Arguments& line) -> Action {
+    const std::string call = line.text("call");
+    if (!machine.faults.knows(call)) line.fail("there is no call \"" + call + "\" that can be interrupted");
+    const nlohmann::json inner = line.jsonObject("line");
+    // Time does not pass in the middle of a call.
+    for (const char* const waiting : {"advance", "settle", "launch"}) {
+      if (inner.value("do", nlohmann::json()) == waiting) line.fail("member \"line\" must not let anything run");
+    }
+    const auto happens = [call, action = commands_.parse(inner.dump())](Machine& played) {
+      try {
+        action(played);
+      } catch (const ScenarioError& error) {
+        // The call is the program's, which has no part in this mistake.
+        played.fatal("during " + call + ": " + error.what());
+      }
+    };
+    const std::uint64_t nth = line.count("nth", 1);
+    const std::uint64_t times = line.count("times", 1);
+    return [=](Machine& played) { played.faults.interrupt(call, [&played, happens] { happens(played); }, nth, times); };
+  });
   commands_.addNotYetSimulated("slide");
   for (Part* const part : machine.parts) part->addCommands(commands_);
 }

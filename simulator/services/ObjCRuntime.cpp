@@ -14,6 +14,34 @@ extern "C" {
 // The runtime looks into loaded libraries on its own: that is no call of the program's.
 void* hostSymbol(void* handle, const char* symbol) __asm__("dlsym");
 
+}  // extern "C"
+
+namespace {
+
+// Null when the class has no such method, or it was taken away: by its selector, or by its symbol, as in
+// "+[OSDManager sharedManager]".
+IMP methodOf(const objc_class& type, SEL name) {
+  const std::string selector = reinterpret_cast<const char*>(name);
+  const bool isMetaclass = type.isa == nullptr;
+  const std::string symbol = std::string(isMetaclass ? "+[" : "-[") + type.name + " " + selector + "]";
+  const auto& root = simulator::Machine::current().root;
+  if (root.isMissing(selector) || root.isMissing(symbol)) return nullptr;
+  for (const objc_class::Method* method = type.methods; method->selector; ++method) {
+    if (selector == method->selector) return method->implementation;
+  }
+  return nullptr;
+}
+
+// What a message without a method comes to. The receiver raises an exception, and nothing in the program catches one.
+void forward(id receiver, SEL name) {
+  const std::string type = object_getClass(receiver)->name;
+  simulator::fatal(type + ": unrecognized selector " + reinterpret_cast<const char*>(name));
+}
+
+}  // namespace
+
+extern "C" {
+
 // Selectors are unique by name, so they compare as pointers.
 SEL sel_registerName(const char* str) {
   static std::mutex mutex;
@@ -39,12 +67,12 @@ Class object_getClass(id obj) {
   return obj ? reinterpret_cast<Class>(obj)->isa : nullptr;
 }
 
+BOOL class_respondsToSelector(Class cls, SEL sel) { return cls && methodOf(*cls, sel); }
+
 IMP class_getMethodImplementation(Class cls, SEL name) {
-  const std::string selector = reinterpret_cast<const char*>(name);
-  for (const objc_class::Method* method = cls->methods; method->selector; ++method) {
-    if (selector == method->selector) return method->implementation;
-  }
-  simulator::fatal(std::string(cls->name) + ": unrecognized selector " + selector);
+  if (!cls) return nullptr;
+  const IMP method = methodOf(*cls, name);
+  return method ? method : reinterpret_cast<IMP>(forward);
 }
 
 }  // extern "C"

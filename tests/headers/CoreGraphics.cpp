@@ -59,4 +59,5 @@ TYPE(CGEventTapCallBack, CGEventRef (*)(CGEventTapProxy, CGEventType, CGEventRef
 FUNCTION(CGEventTapCreate, CFMachPortRef(CGEventTapLocation, CGEventTapPlacement, CGEventTapOptions, CGEventMask,
                                          CGEventTapCallBack, void*));
 FUNCTION(CGEventTapEnable, void(CFMachPortRef, bool));
+FUNCTION(CGEventTapIsEnabled, bool(CFMachPortRef));
 FUNCTION(CGEventGetIntegerValueField, std::int64_t(CGEventRef, CGEventField));

@@ -33,6 +33,8 @@ VARIABLE(kIOMainPortDefault, const mach_port_t);
 FUNCTION(IORegistryGetRootEntry, io_registry_entry_t(mach_port_t));
 FUNCTION(IORegistryEntryCreateIterator, kern_return_t(io_registry_entry_t, const char*, IOOptionBits, io_iterator_t*));
 FUNCTION(IOIteratorNext, io_object_t(io_iterator_t));
+FUNCTION(IOIteratorReset, void(io_iterator_t));
+FUNCTION(IOIteratorIsValid, boolean_t(io_iterator_t));
 FUNCTION(IORegistryEntryGetName, kern_return_t(io_registry_entry_t, char*));
 FUNCTION(IORegistryEntryCreateCFProperty, CFTypeRef(io_registry_entry_t, CFStringRef, CFAllocatorRef, IOOptionBits));
 FUNCTION(IOObjectRelease, kern_return_t(io_object_t));

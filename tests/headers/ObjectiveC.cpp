@@ -11,4 +11,5 @@ TYPE(BOOL, bool);
 FUNCTION(sel_registerName, SEL(const char*));
 FUNCTION(objc_lookUpClass, Class(const char*));
 FUNCTION(object_getClass, Class(id));
+FUNCTION(class_respondsToSelector, BOOL(Class, SEL));
 FUNCTION(class_getMethodImplementation, IMP(Class, SEL));

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstdio>
 #include <map>
 #include <optional>
 #include <ostream>
@@ -34,7 +35,7 @@ class Generator {
     return text_;
   }
 
-  // The maximum of displays that stay and have no twin: their last pop-up says what their monitor was sent last.
+  // The maximum of displays that stay: their last pop-up says what their monitor was sent last.
   [[nodiscard]] const std::map<std::uint32_t, int>& undisturbed() const { return maximum_; }
 
  private:
@@ -52,18 +53,19 @@ class Generator {
     const int maximum = upTo(6) == 0 ? 0 : static_cast<int>(1 + upTo(maybe() ? 65534 : 254));
     const int current = static_cast<int>(upTo(static_cast<std::uint64_t>(maximum)));
     const bool twin = upTo(7) == 0;
-    json members = {{"id", id},
-                    {"name", "D"},
-                    {"frame", {x, 0, upTo(9) ? 1000 : 0, 500}},
-                    {"vendor", 1},
-                    {"product", 2},
-                    {"serial", twin ? 1 : id},
-                    {"builtin", upTo(7) == 0},
-                    {"monitor", {{"current", current}, {"maximum", maximum}}}};
-    if (upTo(9) == 0) members["location"] = "Embedded";
-    text_ += line("display", members);
+    const bool builtin = upTo(7) == 0;
+    const bool external = !builtin && upTo(9) != 0;
+    text_ += line("display", {{"id", id},
+                              {"name", "D"},
+                              {"frame", {x, 0, upTo(9) ? 1000 : 0, 500}},
+                              {"vendor", 1},
+                              {"product", 2},
+                              {"serial", twin ? 1 : id},
+                              {"builtin", builtin},
+                              {"location", external ? "External" : "Embedded"},
+                              {"monitor", {{"current", current}, {"maximum", maximum}}}});
     connected_[id] = x;
-    if (!twin) maximum_[id] = maximum;  // a twin's keys may reach the other's monitor
+    maximum_[id] = maximum;
   }
 
   std::uint32_t anyDisplay() {

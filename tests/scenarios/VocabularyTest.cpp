@@ -3,6 +3,7 @@
 
 #include "tests/support/Lines.h"
 #include "tests/support/Play.h"
+#include "tests/support/Seat.h"
 
 namespace {
 
@@ -152,6 +153,27 @@ TEST(Vocabulary, RefusesWhatMakesNoSenseWhereItStands) {
   EXPECT_EQ(errorOf(R"({"do":"display","id":1,"gone":true})"), "there is no display 1");
   EXPECT_EQ(errorOf(R"({"do":"monitor","display":1,"current":5})"), "display 1 has no monitor that can be reached");
   EXPECT_EQ(errorOf(R"({"do":"missing","library":"Nothing"})"), R"(there is no library "Nothing")");
+}
+
+TEST(Vocabulary, RefusesWhatCannotHappenInTheMiddleOfACall) {
+  EXPECT_EQ(errorOf(R"({"do":"during","call":"IOIteratorNexd","line":{"do":"wake"}})"),
+            R"(there is no call "IOIteratorNexd" that can be interrupted)");
+  EXPECT_EQ(errorOf(R"({"do":"during","call":"IOIteratorNext"})"), R"(missing member "line")");
+  EXPECT_EQ(errorOf(R"({"do":"during","call":"IOIteratorNext","line":{"do":"nonsense"}})"),
+            R"(unknown "do": "nonsense")");
+  EXPECT_EQ(errorOf(R"({"do":"during","call":"IOIteratorNext","nth":0,"line":{"do":"wake"}})"),
+            R"(member "nth" must be 1 or more)");
+  for (const char* const waiting : {R"({"do":"settle"})", R"({"do":"advance","seconds":1})", R"({"do":"launch"})"}) {
+    EXPECT_EQ(errorOf(R"({"do":"during","call":"IOIteratorNext","line":)" + std::string(waiting) + "}"),
+              R"(member "line" must not let anything run)");
+  }
+}
+
+TEST(VocabularyDeathTest, MistakeInTheMiddleOfACallIsNotTheProgramsOwn) {
+  EXPECT_EXIT(Seat().play(R"({"do":"during","call":"IOIteratorNext","line":{"do":"display","id":9,"gone":true}})"
+                          "\n" +
+                          launched),
+              testing::ExitedWithCode(1), "during IOIteratorNext: there is no display 9");
 }
 
 TEST(Vocabulary, ReadsEveryLineBeforeItBegins) {

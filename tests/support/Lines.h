@@ -2,6 +2,7 @@
 // the sum of what happens: launched + key("brightnessUp") + settle + snapshot("brighter").
 #pragma once
 
+#include <cstdint>
 #include <nlohmann/json.hpp>
 #include <string>
 
@@ -38,6 +39,13 @@ inline std::string key(const std::string& name, const nlohmann::json& more = nlo
 inline std::string press(const std::string& name) { return key(name, {{"action", "press"}}); }
 inline std::string repeated(const std::string& name) { return key(name, {{"action", "press"}, {"repeat", true}}); }
 inline std::string release(const std::string& name) { return key(name, {{"action", "release"}}); }
+// A raw event: event(14, {{"subtype", 8}, {"data1", 2560}}).
+inline std::string event(std::uint32_t type, nlohmann::json members = nlohmann::json::object()) {
+  members["type"] = type;
+  return line("event", members);
+}
+// The system switches the event tap off: "timeout" or "user-input".
+inline std::string disableTap(const std::string& by) { return line("disable-tap", {{"by", by}}); }
 inline std::string pointer(double x, double y) { return line("pointer", {{"at", {x, y}}}); }
 inline std::string menu(bool open) { return line("menu", {{"open", open}}); }
 inline std::string click(const std::string& item) { return line("click", {{"item", item}}); }
@@ -52,6 +60,13 @@ inline std::string monitor(int display, const nlohmann::json& members) {
   all.update(members);
   return line("monitor", all);
 }
+// Makes a monitor misbehave: for that many reads or writes, or for ever.
+inline std::string fault(int display, const std::string& fault) { return monitor(display, {{"fault", fault}}); }
+inline std::string fault(int display, const std::string& fault, int attempts) {
+  return monitor(display, {{"fault", fault}, {"attempts", attempts}});
+}
+// Replaces the I/O Registry by these entries: registry({{{"name", "AppleCLCD2"}}}).
+inline std::string registry(const nlohmann::json& entries) { return line("registry", {{"entries", entries}}); }
 inline std::string output(int id, const nlohmann::json& members) { return line("output", id, members); }
 inline std::string outputGone(int id) { return output(id, {{"gone", true}}); }
 inline std::string defaultOutput(int id) { return line("default-output", id, nlohmann::json::object()); }
@@ -83,6 +98,10 @@ inline std::string image(const std::string& url, const nlohmann::json& members) 
 // Makes `times` calls fail, the `nth` from now first.
 inline std::string fail(const std::string& call, int status, int nth = 1, int times = 1) {
   return line("fail", {{"call", call}, {"status", status}, {"nth", nth}, {"times", times}});
+}
+// Carries a line out in the middle of `times` calls, the `nth` from now first.
+inline std::string during(const std::string& call, const std::string& line, int nth = 1, int times = 1) {
+  return lines::line("during", {{"call", call}, {"line", nlohmann::json::parse(line)}, {"nth", nth}, {"times", times}});
 }
 inline std::string missingLibrary(const std::string& library) { return line("missing", {{"library", library}}); }
 inline std::string missingSymbol(const std::string& symbol) { return line("missing", {{"symbol", symbol}}); }

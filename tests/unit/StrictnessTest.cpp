@@ -11,9 +11,13 @@
 
 #include "platform/Alert.h"
 #include "platform/CF.h"
+#include "platform/IO.h"
 #include "platform/Menu.h"
 #include "platform/Screen.h"
+#include "simulator/desktop/EventStream.h"
+#include "simulator/displays/Registry.h"
 #include "simulator/machine/Machine.h"
+#include "simulator/time/RunLoop.h"
 
 using namespace std::chrono_literals;
 using simulator::Leaks;
@@ -125,6 +129,64 @@ TEST(Strictness, CountsTapsAndRepeatingTimers) {
               CFRunLoopAddTimer(CFRunLoopGetMain(), timer.get(), kCFRunLoopCommonModes);
             }),
             (Leaks{{"event tap", 1}, {"CFMachPort", 1}, {"timer", 1}}));
+}
+
+TEST(Strictness, IteratorEndsWhenTheRegistryChangesAndBeginsAnewWhenItIsReset) {
+  EXPECT_EQ(run([] {
+              auto& registry = *Machine::current().registry;
+              const auto fill = [&registry](const std::vector<std::string>& names) {
+                std::vector<std::shared_ptr<const simulator::RegistryEntry>> entries;
+                for (const std::string& name : names) {
+                  auto entry = std::make_shared<simulator::RegistryEntry>();
+                  entry->name = name;
+                  entries.push_back(std::move(entry));
+                }
+                registry.replaceAll(std::move(entries));
+              };
+              fill({"A", "B"});
+              const IO::Object root(IORegistryGetRootEntry(kIOMainPortDefault));
+              io_iterator_t made = IO_OBJECT_NULL;
+              IORegistryEntryCreateIterator(root.get(), kIOServicePlane, kIORegistryIterateRecursively, &made);
+              const IO::Object iterator(made);
+              const auto next = [&iterator]() -> std::string {
+                const IO::Object entry(IOIteratorNext(iterator.get()));
+                if (!entry) return "";
+                io_name_t name = {};
+                IORegistryEntryGetName(entry.get(), name);
+                return name;
+              };
+              EXPECT_EQ(next(), "A");
+              EXPECT_TRUE(IOIteratorIsValid(iterator.get()));
+              fill({"A", "B", "C"});
+              EXPECT_EQ(next(), "");
+              EXPECT_FALSE(IOIteratorIsValid(iterator.get()));
+              IOIteratorReset(iterator.get());
+              for (const char* const name : {"A", "B", "C", ""}) EXPECT_EQ(next(), name);
+              EXPECT_TRUE(IOIteratorIsValid(iterator.get()));
+              IOIteratorReset(iterator.get());
+              EXPECT_EQ(next(), "A");
+            }),
+            Leaks{});
+}
+
+TEST(Strictness, StopsAtATapThatIsRemovedInItsOwnCallback) {
+  expectFatal(
+      [] {
+        static CFMachPortRef tap = nullptr;
+        tap = CGEventTapCreate(
+            kCGSessionEventTap, kCGHeadInsertEventTap, kCGEventTapOptionDefault, CGEventMaskBit(kCGEventKeyDown),
+            [](CGEventTapProxy, CGEventType, CGEventRef event, void*) {
+              CFMachPortInvalidate(tap);
+              return event;
+            },
+            nullptr);
+        const auto source = CF::adopt(CFMachPortCreateRunLoopSource(kCFAllocatorDefault, tap, 0));
+        CFRunLoopAddSource(CFRunLoopGetMain(), source.get(), kCFRunLoopCommonModes);
+        auto& machine = Machine::current();
+        machine.events->send({.type = kCGEventKeyDown});
+        machine.runLoop->runOnce(simulator::defaultMode);
+      },
+      "The event tap was removed inside its own callback");
 }
 
 TEST(Strictness, StopsAtAReleasedObject) {

@@ -89,6 +89,7 @@ typedef CGEventRef (*CGEventTapCallBack)(CGEventTapProxy proxy, CGEventType type
 CFMachPortRef CGEventTapCreate(CGEventTapLocation tap, CGEventTapPlacement place, CGEventTapOptions options,
                                CGEventMask eventsOfInterest, CGEventTapCallBack callback, void* userInfo);
 void CGEventTapEnable(CFMachPortRef tap, bool enable);
+bool CGEventTapIsEnabled(CFMachPortRef tap);
 int64_t CGEventGetIntegerValueField(CGEventRef event, CGEventField field);
 
 #ifdef __cplusplus

@@ -15,6 +15,8 @@ typedef io_object_t io_registry_entry_t;
 typedef io_object_t io_service_t;
 typedef char io_name_t[128];
 typedef UInt32 IOOptionBits;
+// Apple's boolean_t is an int on this processor.
+typedef int boolean_t;
 
 #define IO_OBJECT_NULL ((io_object_t)0)
 #define kIOServicePlane "IOService"
@@ -26,6 +28,8 @@ io_registry_entry_t IORegistryGetRootEntry(mach_port_t mainPort);
 kern_return_t IORegistryEntryCreateIterator(io_registry_entry_t entry, const io_name_t plane, IOOptionBits options,
                                             io_iterator_t* iterator);
 io_object_t IOIteratorNext(io_iterator_t iterator);
+void IOIteratorReset(io_iterator_t iterator);
+boolean_t IOIteratorIsValid(io_iterator_t iterator);
 kern_return_t IORegistryEntryGetName(io_registry_entry_t entry, io_name_t name);
 CFTypeRef IORegistryEntryCreateCFProperty(io_registry_entry_t entry, CFStringRef key, CFAllocatorRef allocator,
                                           IOOptionBits options);

@@ -9,6 +9,7 @@ extern "C" {
 
 Class objc_lookUpClass(const char* name);
 Class object_getClass(id obj);
+BOOL class_respondsToSelector(Class cls, SEL sel);
 IMP class_getMethodImplementation(Class cls, SEL name);
 
 #ifdef __cplusplus

@@ -1,0 +1,185 @@
+// The controller without the rest of the program: the sliders' side of it.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <memory>
+#include <tuple>
+
+#include "brightness/BrightnessController.h"
+#include "simulator/displays/Displays.h"
+#include "simulator/machine/Machine.h"
+#include "simulator/time/RunLoop.h"
+#include "tests/support/Lines.h"
+#include "tests/support/Program.h"
+
+using namespace lines;
+using namespace std::chrono_literals;
+
+namespace {
+
+// The title, level and display of each slider.
+using Sliders = std::vector<std::tuple<std::uint32_t, std::string, int, int>>;
+
+Sliders sliders(const BrightnessController& controller) {
+  Sliders all;
+  for (const auto& [displayID, state] : controller.sliders()) {
+    all.emplace_back(displayID, state.title, state.steps, state.totalSteps);
+  }
+  return all;
+}
+
+std::string screen(int id, const std::string& name, int x, const nlohmann::json& monitor) {
+  return display(id, {{"name", name},
+                      {"frame", {x, 0, 100, 100}},
+                      {"vendor", 1},
+                      {"product", 2},
+                      {"serial", id},
+                      {"monitor", monitor}});
+}
+
+// Two monitors, the one connected last with the menu bar.
+const std::string desk = screen(3, "Right", 100, {{"current", 25}, {"maximum", 100}}) +
+                         screen(2, "Left", 0, {{"current", 50}, {"maximum", 100}}) + pointer(50, 50);
+
+// Runs `body` with a controller that has been started.
+Played withController(const std::string& scenario, const std::function<void(BrightnessController&)>& body) {
+  const Played played = runAsProgram(scenario, [&body] {
+    const auto controller = std::make_shared<BrightnessController>(nullptr);
+    controller->start();
+    body(*controller);
+    controller->stop();
+  });
+  EXPECT_TRUE(played.of("leak").empty());
+  return played;
+}
+
+// Lets the main thread do its work for that long.
+void run(std::chrono::milliseconds time) {
+  __block bool isOver = false;
+  const auto timer = CF::adopt(CFRunLoopTimerCreateWithHandler(
+      kCFAllocatorDefault, CFAbsoluteTimeGetCurrent() + std::chrono::duration<double>(time).count(), 0, 0, 0,
+      ^(CFRunLoopTimerRef) {
+        isOver = true;
+      }));
+  CFRunLoopAddTimer(CFRunLoopGetMain(), timer.get(), kCFRunLoopCommonModes);
+  while (!isOver) simulator::Machine::current().runLoop->runOnce(simulator::defaultMode);
+}
+
+}  // namespace
+
+TEST(BrightnessController, HasASliderForEachMonitorThatWasRead) {
+  withController(desk + screen(4, "Mute", 200, nullptr) + fault(3, "no-answer", 5),
+                 [](BrightnessController& controller) {
+                   EXPECT_EQ(sliders(controller), Sliders{});
+                   run(500ms);
+                   EXPECT_EQ(sliders(controller), (Sliders{{2, "Left", 8, 16}}));
+                   controller.readUnreadDisplays();
+                   run(100ms);
+                   // In the order of the screens: that with the menu bar first.
+                   EXPECT_EQ(sliders(controller), (Sliders{{2, "Left", 8, 16}, {3, "Right", 4, 16}}));
+                   controller.handle(MediaKey::brightnessUp, true);
+                   EXPECT_EQ(sliders(controller), (Sliders{{2, "Left", 9, 16}, {3, "Right", 4, 16}}));
+                 });
+}
+
+TEST(BrightnessController, ASliderSetsItsMonitorWithinTheScaleAndWithoutAPopUp) {
+  const Played played = runAsProgram(desk, [] {
+    const auto controller = std::make_shared<BrightnessController>(std::make_shared<NativeOSD>());
+    controller->start();
+    controller->setSteps(1, 2);  // not read yet
+    run(100ms);
+    controller->setSteps(12, 3);
+    EXPECT_EQ(sliders(*controller), (Sliders{{2, "Left", 8, 16}, {3, "Right", 12, 16}}));
+    run(100ms);
+    controller->setSteps(-1, 3);
+    run(100ms);
+    controller->setSteps(17, 3);
+    EXPECT_EQ(sliders(*controller), (Sliders{{2, "Left", 8, 16}, {3, "Right", 16, 16}}));
+    controller->setSteps(5, 4);  // there is no such display
+    run(100ms);
+    controller->stop();
+  });
+  EXPECT_EQ(played.lights(3), (std::vector<int>{75, 0, 100}));
+  EXPECT_TRUE(played.lights(2).empty());
+  EXPECT_TRUE(played.calls("OSDManager.showImage").empty());
+}
+
+TEST(BrightnessController, ForgetsEverythingWhenItStopsAndFinishesWhatItWasGiven) {
+  const Played played = withController(desk, [](BrightnessController& controller) {
+    run(100ms);
+    controller.setSteps(12, 2);
+    controller.stop();
+    EXPECT_EQ(sliders(controller), Sliders{});
+    EXPECT_FALSE(controller.handle(MediaKey::brightnessUp, true));
+    controller.setSteps(3, 2);
+    controller.readUnreadDisplays();
+    controller.stop();
+    // A change of the screens is no longer of interest.
+    simulator::Machine::current().displays->disconnect(3);
+    run(500ms);
+    EXPECT_EQ(sliders(controller), Sliders{});
+  });
+  EXPECT_EQ(played.lights(2), (std::vector<int>{75}));
+  EXPECT_EQ(played.calls("IOAVServiceReadI2C").size(), 2U);
+}
+
+TEST(BrightnessController, LetsReadsRunOutWhenItStops) {
+  const Played played = withController(desk + fault(2, "no-answer", 2), [](BrightnessController& controller) {
+    controller.stop();
+    run(500ms);
+    EXPECT_EQ(sliders(controller), Sliders{});
+  });
+  EXPECT_EQ(played.calls("IOAVServiceReadI2C").size(), 3U + 1U);
+  for (const std::string& text : played.logs()) EXPECT_EQ(text.find("Display"), std::string::npos) << text;
+}
+
+TEST(BrightnessController, CanBeStartedAgain) {
+  withController(desk, [](BrightnessController& controller) {
+    run(100ms);
+    controller.stop();
+    controller.start();
+    run(100ms);
+    EXPECT_EQ(sliders(controller), (Sliders{{2, "Left", 8, 16}, {3, "Right", 4, 16}}));
+  });
+}
+
+TEST(BrightnessController, LeavesVolumeKeysAlone) {
+  const Played played = withController(desk + fault(2, "no-answer", 5), [](BrightnessController& controller) {
+    run(500ms);
+    for (const MediaKey key : {MediaKey::volumeUp, MediaKey::volumeDown, MediaKey::mute}) {
+      EXPECT_FALSE(controller.handle(key, true));
+      EXPECT_FALSE(controller.handle(key, false));
+    }
+    run(500ms);
+  });
+  // The monitor under the pointer did not answer, but that is no business of theirs.
+  EXPECT_EQ(played.calls("IOAVServiceReadI2C").size(), 5U + 1U);
+}
+
+TEST(BrightnessController, IsNotKeptByWhatItWatches) {
+  const Played played = runAsProgram(desk, [] {
+    auto controller = std::make_shared<BrightnessController>(nullptr);
+    controller->start();
+    run(100ms);
+    const std::weak_ptr<BrightnessController> weak = controller;
+    controller.reset();
+    EXPECT_TRUE(weak.expired());
+    simulator::Machine::current().displays->disconnect(3);
+    run(100ms);
+  });
+  EXPECT_EQ(played.calls("IOAVServiceCreateWithService").size(), 2U);
+}
+
+TEST(BrightnessController, IsNotKeptByWhatItWaitsFor) {
+  const Played played = runAsProgram(desk, [] {
+    auto controller = std::make_shared<BrightnessController>(nullptr);
+    controller->start();
+    const std::weak_ptr<BrightnessController> weak = controller;
+    run(5ms);
+    controller->stop();
+    controller.reset();
+    EXPECT_TRUE(weak.expired());
+    run(200ms);
+  });
+  EXPECT_TRUE(played.of("leak").empty());
+}
