@@ -54,7 +54,12 @@ if(CMAKE_CROSSCOMPILING)
   add_custom_command(TARGET Dalvane POST_BUILD VERBATIM
     COMMAND ${CMAKE_COMMAND} -DBINARY=$<TARGET_FILE:Dalvane> -DNM=${CMAKE_NM} -DSDK=${CMAKE_OSX_SYSROOT}
             -P ${CMAKE_SOURCE_DIR}/cmake/CheckSymbols.cmake)
-  set_property(TARGET Dalvane PROPERTY LINK_DEPENDS ${CMAKE_SOURCE_DIR}/cmake/CheckSymbols.cmake)
+  # What ships must have what tests/arm64 finds in a stand-in for it.
+  set(render $<FILTER:$<TARGET_OBJECTS:Dalvane>,INCLUDE,/Render\\.cpp\\.o$>)
+  set(ramps ${CMAKE_SOURCE_DIR}/tests/arm64/CheckRamps.cmake)
+  add_custom_command(TARGET Dalvane PRE_LINK VERBATIM
+    COMMAND ${CMAKE_COMMAND} -DOBJECT=${render} -DOBJDUMP=${tool_llvm_objdump} -P ${ramps})
+  set_property(TARGET Dalvane PROPERTY LINK_DEPENDS ${CMAKE_SOURCE_DIR}/cmake/CheckSymbols.cmake ${ramps})
 else()
   set(DALVANE_SIGNING_IDENTITY "-" CACHE STRING "The certificate that signs Dalvane.app; - signs ad hoc")
   set_target_properties(Dalvane PROPERTIES

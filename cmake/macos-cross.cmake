@@ -19,7 +19,7 @@ set(CMAKE_OSX_SYSROOT ${MACOS_SDK} CACHE PATH "" FORCE)
 set(CMAKE_OSX_ARCHITECTURES arm64 CACHE STRING "")
 set(CMAKE_OSX_DEPLOYMENT_TARGET 15.0 CACHE STRING "")
 
-foreach(tool clang++ ld64.lld llvm-nm llvm-install-name-tool)
+foreach(tool clang++ ld64.lld llvm-nm llvm-install-name-tool llvm-objdump)
   string(MAKE_C_IDENTIFIER ${tool} variable)
   find_program(tool_${variable} ${tool}-19 NO_CMAKE_FIND_ROOT_PATH)
   if(NOT tool_${variable})

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <utility>
 
 namespace {
 
@@ -19,9 +20,12 @@ struct Frame<0> {
 
 // The additions are the one chain of dependent operations, so a frame costs the latency of an addition. They are done
 // one by one, because start + n * step rounds differently.
+//
+// Apple's headers define __restrict away in C++, and without it the multiplications are done one by one, too. Out of
+// line, so that the cycles between two changes of the gain, which are nearly all, do without what ramps need.
 template <std::size_t Channels>
-void ramp(const float* __restrict in, float* __restrict out, std::size_t frames, std::size_t channels, float gain,
-          float step) noexcept {
+[[gnu::noinline]] void ramp(const float* __restrict__ in, float* __restrict__ out, std::size_t frames,
+                            std::size_t channels, float gain, float step) noexcept {
   const std::size_t samples = Frame<Channels>::samples(channels);
   for (std::size_t frame = 0; frame < frames; ++frame) {
     gain += step;
@@ -31,85 +35,123 @@ void ramp(const float* __restrict in, float* __restrict out, std::size_t frames,
   }
 }
 
-// One cache line of samples, done with the widest registers that there are.
+// A cache line of samples, done with the widest registers that there are.
 constexpr std::size_t lineSize = 64;
 constexpr std::size_t lineSamples = lineSize / sizeof(float);
 
 using Line = float __attribute__((vector_size(lineSize)));
 
-inline void scaleLine(const float* in, float* out, float gain) noexcept {
-  Line line;
-  std::memcpy(&line, in, lineSize);
-  line *= gain;
-  std::memcpy(out, &line, lineSize);
+template <std::size_t Lines>
+void scaleLines(const float* __restrict__ in, float* __restrict__ out, float gain) noexcept {
+#pragma clang loop unroll(full)
+  for (std::size_t sample = 0; sample < Lines * lineSamples; sample += lineSamples) {
+    Line line;
+    std::memcpy(&line, in + sample, lineSize);
+    line *= gain;
+    std::memcpy(out + sample, &line, lineSize);
+  }
 }
 
-// As a copy does it: the output is written line by line from its first line boundary on, and the ends, which may lie
-// across one, overlap what is between them.
-void constant(const float* __restrict in, float* __restrict out, std::size_t samples, float gain) noexcept {
+// The first and the last so many lines, which may overlap.
+template <std::size_t Lines>
+void scaleEnds(const float* __restrict__ in, float* __restrict__ out, std::size_t samples, float gain) noexcept {
+  const std::size_t last = samples - Lines * lineSamples;
+  scaleLines<Lines>(in, out, gain);
+  scaleLines<Lines>(in + last, out + last, gain);
+}
+
+// As a copy does it, which is as fast as it can be done: what is short is its two ends, and what is longer is written
+// in blocks from its second line's boundary on, and its ends overlap what is between them.
+void scale(const float* __restrict__ in, float* __restrict__ out, std::size_t samples, float gain) noexcept {
+  constexpr std::size_t blockLines = 4;
+  constexpr std::size_t blockSamples = blockLines * lineSamples;
   if (samples < lineSamples) {
     for (std::size_t sample = 0; sample < samples; ++sample) out[sample] = in[sample] * gain;
     return;
   }
-  scaleLine(in, out, gain);
-  const std::size_t boundary = (-reinterpret_cast<std::uintptr_t>(out) % lineSize) / sizeof(float);
-  const std::size_t last = samples - lineSamples;
-#pragma clang loop unroll_count(4)
-  for (std::size_t sample = boundary; sample < last; sample += lineSamples) scaleLine(in + sample, out + sample, gain);
-  scaleLine(in + last, out + last, gain);
+  if (samples <= 2 * lineSamples) return scaleEnds<1>(in, out, samples, gain);
+  if (samples <= blockSamples) return scaleEnds<2>(in, out, samples, gain);
+  if (samples <= 2 * blockSamples) return scaleEnds<blockLines>(in, out, samples, gain);
+  const std::size_t secondLine = lineSamples - reinterpret_cast<std::uintptr_t>(out) % lineSize / sizeof(float);
+  const std::size_t last = samples - blockSamples;
+  scaleLines<1>(in, out, gain);
+  for (std::size_t sample = secondLine; sample < last; sample += blockSamples) {
+    scaleLines<blockLines>(in + sample, out + sample, gain);
+  }
+  scaleLines<blockLines>(in + last, out + last, gain);
 }
 
-void scale(const float* in, float* out, std::size_t frames, std::size_t channels, float gain, float step) noexcept {
-  if (step == 0) return constant(in, out, frames * channels, gain);
-  switch (channels) {
-    case 1:
-      return ramp<1>(in, out, frames, channels, gain, step);
-    case 2:
-      return ramp<2>(in, out, frames, channels, gain, step);
-    case 4:
-      return ramp<4>(in, out, frames, channels, gain, step);
-    case 6:
-      return ramp<6>(in, out, frames, channels, gain, step);
-    case 8:
-      return ramp<8>(in, out, frames, channels, gain, step);
-    default:
-      return ramp<0>(in, out, frames, channels, gain, step);
+// Without a division where that can be: it takes as long as dozens of samples.
+std::size_t wholeFrames(UInt32 samples, UInt32 channels) noexcept {
+  const bool isPowerOfTwo = (channels & (channels - 1)) == 0;
+  return isPowerOfTwo ? samples & -channels : samples - samples % channels;
+}
+
+// Silences the first buffer from byte `from` on, and all others.
+[[gnu::noinline]] void silence(const AudioBufferList& output, std::size_t from) noexcept {
+  for (UInt32 index = 0; index < output.mNumberBuffers; ++index) {
+    const AudioBuffer& buffer = output.mBuffers[index];
+    if (buffer.mData) std::memset(static_cast<std::byte*>(buffer.mData) + from, 0, buffer.mDataByteSize - from);
+    from = 0;
   }
 }
 
-void clear(const AudioBuffer& buffer, std::size_t from) noexcept {
-  std::memset(static_cast<std::byte*>(buffer.mData) + from, 0, buffer.mDataByteSize - from);
+// What is left to be silenced once `samples` samples of the tap's have been played.
+void silenceTheRest(const AudioBuffer& tap, const AudioBufferList& output, std::size_t samples) noexcept {
+  const UInt32 size = output.mBuffers[0].mDataByteSize;
+  const bool hasTail = tap.mDataByteSize < size;
+  if (hasTail || output.mNumberBuffers > 1) silence(output, hasTail ? samples * sizeof(float) : size);
 }
 
-// The buffer that carries the tap's sound; null when it isn't there.
-const AudioBuffer* tapBuffer(const RenderState& state, const AudioBufferList& input) noexcept {
-  if (state.tapBufferIndex < 0 || state.tapBufferIndex >= static_cast<long>(input.mNumberBuffers)) return nullptr;
-  const AudioBuffer& buffer = input.mBuffers[state.tapBufferIndex];
-  return buffer.mData ? &buffer : nullptr;
+// A cycle in which the gain changes. Out of line, as the ramps are.
+[[gnu::noinline]] void playRamp(const AudioBuffer& tap, const AudioBufferList& output, std::size_t samples, float gain,
+                                float target) noexcept {
+  const auto* const in = static_cast<const float*>(tap.mData);
+  auto* const out = static_cast<float*>(output.mBuffers[0].mData);
+  // The tap has as many: the router refused to start otherwise.
+  const std::size_t channels = output.mBuffers[0].mNumberChannels;
+  const std::size_t frames = samples / channels;
+  const float step = (target - gain) / static_cast<float>(frames);
+  switch (channels) {
+    case 1:
+      ramp<1>(in, out, frames, channels, gain, step);
+      break;
+    case 2:
+      ramp<2>(in, out, frames, channels, gain, step);
+      break;
+    case 4:
+      ramp<4>(in, out, frames, channels, gain, step);
+      break;
+    case 6:
+      ramp<6>(in, out, frames, channels, gain, step);
+      break;
+    case 8:
+      ramp<8>(in, out, frames, channels, gain, step);
+      break;
+    default:
+      ramp<0>(in, out, frames, channels, gain, step);
+      break;
+  }
+  silenceTheRest(tap, output, samples);
 }
 
 }  // namespace
 
 void render(RenderState& state, const AudioBufferList& input, AudioBufferList& output) noexcept {
   const float target = state.targetGain.load(std::memory_order_relaxed);
-  const float delta = target - state.appliedGain;
+  const float applied = std::exchange(state.appliedGain, target);
 
-  for (UInt32 index = 0; index < output.mNumberBuffers; ++index) {
-    const AudioBuffer& out = output.mBuffers[index];
-    if (!out.mData) continue;  // the stream is switched off
-    const AudioBuffer* in = index == 0 ? tapBuffer(state, input) : nullptr;
-    if (!in || out.mNumberChannels == 0) {
-      clear(out, 0);
-      continue;
-    }
-    // The tap has as many channels as the output: the router refused to start otherwise.
-    const std::size_t frameSize = out.mNumberChannels * sizeof(float);
-    const std::size_t frames = std::min(in->mDataByteSize, out.mDataByteSize) / frameSize;
-    if (frames > 0) {
-      scale(static_cast<const float*>(in->mData), static_cast<float*>(out.mData), frames, out.mNumberChannels,
-            state.appliedGain, delta / static_cast<float>(frames));
-    }
-    if (in->mDataByteSize < out.mDataByteSize) clear(out, frames * frameSize);
-  }
-  state.appliedGain = target;
+  // A negative index is, without its sign, behind every buffer.
+  const auto index = static_cast<std::size_t>(state.tapBufferIndex);
+  if (index >= input.mNumberBuffers || output.mNumberBuffers == 0) return silence(output, 0);
+  const AudioBuffer& tap = input.mBuffers[index];
+  const AudioBuffer& out = output.mBuffers[0];
+  // A stream that is switched off has no data.
+  if (!tap.mData || !out.mData || out.mNumberChannels == 0) return silence(output, 0);
+
+  const UInt32 size = std::min(tap.mDataByteSize, out.mDataByteSize);
+  const std::size_t samples = wholeFrames(size / sizeof(float), out.mNumberChannels);
+  if (applied != target) return playRamp(tap, output, samples, applied, target);
+  scale(static_cast<const float*>(tap.mData), static_cast<float*>(out.mData), samples, target);
+  silenceTheRest(tap, output, samples);
 }

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <cmath>
 #include <cstdint>
@@ -211,13 +212,19 @@ TEST(Render, TakesTheTapBehindTheDevicesOwnInputs) {
 }
 
 TEST(Render, IsSilentWithoutATapAndStillReachesItsTarget) {
-  for (const long index : {1L, 2L, 1000L, -1L}) {
+  for (const long index : {-1L, 1L, 2L, 1000L, 1L << 32}) {
     RenderState state(1, index);
     state.targetGain = 0.25F;
-    Buffers input = one(1, {1, 1});
+    // What lies around the list's one buffer is none of it, though it looks like some.
+    Samples samples = {1, 1};
+    const AudioBuffer buffer = {1, 2 * sizeof(float), samples.data()};
+    std::array<AudioBuffer, 4> storage = {buffer, buffer, buffer, buffer};
+    auto* const input = reinterpret_cast<AudioBufferList*>(reinterpret_cast<std::byte*>(&storage[1]) -
+                                                           offsetof(AudioBufferList, mBuffers));
+    input->mNumberBuffers = 1;
     Buffers output = one(1, filled(2, untouched));
     render(state, *input, *output);
-    EXPECT_EQ(output[0], filled(2, 0));
+    EXPECT_EQ(output[0], filled(2, 0)) << index;
     EXPECT_EQ(state.appliedGain, 0.25F);
   }
 }
@@ -242,17 +249,49 @@ TEST(Render, LeavesAnOutputThatIsSwitchedOffAlone) {
 }
 
 TEST(Render, TakesEmptyBuffersAndLists) {
-  RenderState state(1, 0);
-  state.targetGain = 0.5F;
-  Buffers input = one(2, {});
-  Buffers output = one(2, filled(4, untouched));
-  render(state, *input, *output);
-  EXPECT_EQ(output[0], filled(4, 0));
-  EXPECT_EQ(state.appliedGain, 0.5F);
+  for (const float target : {1.0F, 0.5F}) {
+    RenderState state(1, 0);
+    state.targetGain = target;
+    float nothing = 0;
+    const AudioBufferList input = {1, {{2, 0, &nothing}}};
+    Buffers output = one(2, filled(4, untouched));
+    render(state, input, *output);
+    EXPECT_EQ(output[0], filled(4, 0));
+    EXPECT_EQ(state.appliedGain, target);
 
-  Buffers none({});
-  render(state, *none, *none);
-  Buffers noChannels = one(0, filled(2, untouched));
-  render(state, *input, *noChannels);
-  EXPECT_EQ(noChannels[0], filled(2, 0));
+    Buffers none({});
+    Buffers some = one(2, {1, 2});
+    render(state, *none, *none);
+    render(state, *some, *none);
+    EXPECT_EQ(state.appliedGain, target);
+  }
+}
+
+TEST(Render, SilencesAnOutputWithoutChannels) {
+  for (const float target : {1.0F, 0.5F}) {
+    RenderState state(1, 0);
+    state.targetGain = target;
+    Buffers input = one(2, {1, 2});
+    Buffers output = one(0, filled(2, untouched));
+    render(state, *input, *output);
+    EXPECT_EQ(output[0], filled(2, 0));
+  }
+}
+
+TEST(Render, PlaysWholeFramesOnly) {
+  for (const UInt32 channels : {2U, 3U, 4U, 6U}) {
+    for (const float target : {1.0F, 0.5F}) {
+      RenderState state(1, 0);
+      state.targetGain = target;
+      const Samples in = filled(3 * channels - 1, 1);
+      Buffers input = one(channels, in);
+      Buffers output = one(channels, filled(in.size(), untouched));
+      render(state, *input, *output);
+      const Samples whole = expected(filled(2 * channels, 1), channels, 1, target);
+      EXPECT_TRUE(std::equal(whole.begin(), whole.end(), output[0].begin())) << channels;
+      EXPECT_TRUE(std::all_of(output[0].begin() + 2 * channels, output[0].end(), [](float sample) {
+        return sample == untouched;
+      })) << channels;
+    }
+  }
 }

@@ -1,0 +1,71 @@
+# Checks what the compiler made of volume/Render.cpp for Apple silicon:
+#
+#   cmake -DOBJECT=Render.o -DOBJDUMP=llvm-objdump -P CheckRamps.cmake
+#
+# The ramps of 2, 4, 6 and 8 channels multiply whole vectors and never single samples, and no loop over samples makes a
+# call: nothing is called on the way back from a branch, but where buffers are silenced one by one (`silence`) and where
+# the branch is no loop's but leads to the end of a choice (`playRamp`).
+cmake_minimum_required(VERSION 3.25)
+
+execute_process(COMMAND ${OBJDUMP} --disassemble --no-show-raw-insn --demangle ${OBJECT}
+                OUTPUT_VARIABLE text COMMAND_ERROR_IS_FATAL ANY)
+# Brackets and semicolons mean something in a list.
+string(REPLACE "[" "(" text "${text}")
+string(REPLACE "]" ")" text "${text}")
+string(REPLACE ";" "," text "${text}")
+string(REGEX MATCHALL "[^\n]+" lines "${text}")
+
+set(failures "")
+set(function "")
+set(loops 0)
+foreach(line IN LISTS lines)
+  if(line MATCHES "^[0-9a-f]+ <(.*)>:$")
+    set(function "${CMAKE_MATCH_1}")
+    set(calls "")
+    set(channels 0)
+    if(function MATCHES "ramp<([0-9]+)ul?>")
+      set(channels ${CMAKE_MATCH_1})
+      set(vectors_${channels} 0)
+      set(scalars_${channels} 0)
+    endif()
+  elseif(line MATCHES "^ *([0-9a-f]+):[ \t]+([a-z0-9.]+)[ \t]*(.*)$")
+    math(EXPR address "0x${CMAKE_MATCH_1}")
+    set(instruction ${CMAKE_MATCH_2})
+    set(operands "${CMAKE_MATCH_3}")
+    if(instruction MATCHES "^fn?m(ul|add|sub|la|ls)" AND operands MATCHES "^([shdv])[0-9]")
+      if(CMAKE_MATCH_1 STREQUAL "v")
+        math(EXPR vectors_${channels} "${vectors_${channels}} + 1")
+      else()
+        math(EXPR scalars_${channels} "${scalars_${channels}} + 1")
+      endif()
+    elseif(instruction MATCHES "^blr?$")
+      list(APPEND calls ${address})
+    elseif(instruction MATCHES "^(b|cb|tb)" AND operands MATCHES "0x([0-9a-f]+) <")
+      math(EXPR target "0x${CMAKE_MATCH_1}")
+      if(target LESS address)
+        math(EXPR loops "${loops} + 1")
+        foreach(call ${calls})
+          if(call GREATER_EQUAL target AND NOT function MATCHES "silence|playRamp")
+            string(APPEND failures "\n  a call inside a loop of ${function}")
+          endif()
+        endforeach()
+      endif()
+    endif()
+  endif()
+endforeach()
+
+foreach(channels 2 4 6 8)
+  if(NOT DEFINED vectors_${channels})
+    string(APPEND failures "\n  there is no function ramp<${channels}>")
+  elseif(vectors_${channels} EQUAL 0 OR scalars_${channels} GREATER 0)
+    string(APPEND failures "\n  the ramp of ${channels} channels multiplies ${vectors_${channels}} vectors and "
+                           "${scalars_${channels}} single samples")
+  endif()
+endforeach()
+if(loops LESS 8)
+  string(APPEND failures "\n  only ${loops} loops were found: the check is blind")
+endif()
+if(failures)
+  message(FATAL_ERROR "${OBJECT}:${failures}")
+endif()
+message(STATUS "The ramps multiply vectors, and ${loops} loops make no call that they should not")
