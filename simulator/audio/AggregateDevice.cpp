@@ -6,6 +6,7 @@
 #include <array>
 #include <set>
 #include <string_view>
+#include <thread>
 #include <utility>
 
 #include "simulator/machine/Machine.h"
@@ -120,7 +121,7 @@ struct AggregateDevice::Cycle {
   bool over = false;  // the device is gone
   bool hasThread = false;
   const Scheduler::Thread* thread = nullptr;  // once it runs
-  std::vector<AudioDeviceIOBlock> started;
+  std::map<AudioDeviceIOProcID, Client> started;
 
   // The cycle at hand.
   std::vector<Input> inputs;
@@ -132,7 +133,7 @@ struct AggregateDevice::Cycle {
   Done done;
 
   // Calls one callback and adds what it played.
-  void call(AudioDeviceIOBlock block, std::vector<float>& sum) const;
+  void call(const Client& client, std::vector<float>& sum) const;
 };
 
 namespace {
@@ -157,12 +158,13 @@ constexpr std::array<float, 16> fence = {0.1F, 0.2F, 0.3F, 0.4F, 0.5F, 0.6F, 0.7
 
 }  // namespace
 
-void AggregateDevice::Cycle::call(AudioDeviceIOBlock block, std::vector<float>& sum) const {
+void AggregateDevice::Cycle::call(const Client& client, std::vector<float>& sum) const {
   BufferList input(inputs.size());
   for (std::size_t i = 0; i < inputs.size(); ++i) {
     const Input& each = inputs[i];
+    // Of a stream that is off only the size is told.
     input[i] = {each.channels, static_cast<UInt32>(each.samples.size() * sizeof(float)),
-                const_cast<float*>(each.samples.data())};
+                client.uses(i) ? const_cast<float*>(each.samples.data()) : nullptr};
   }
   std::vector<float> played(samples + fence.size());
   std::ranges::copy(fence, played.begin() + static_cast<std::ptrdiff_t>(samples));
@@ -172,7 +174,7 @@ void AggregateDevice::Cycle::call(AudioDeviceIOBlock block, std::vector<float>& 
 
   {
     const RealTime realTime;
-    block(&now, input.get(), &inputTime, outputs.get(), &outputTime);
+    client.block(&now, input.get(), &inputTime, outputs.get(), &outputTime);
   }
 
   if (std::memcmp(&offered, &outputs[0], sizeof offered) != 0 || outputs.get()->mNumberBuffers != 1) {
@@ -185,11 +187,13 @@ void AggregateDevice::Cycle::call(AudioDeviceIOBlock block, std::vector<float>& 
 }
 
 AggregateDevice::AggregateDevice(AudioObjectID number, AggregateDescription what, std::int64_t outputNumber,
-                                 std::vector<AudioObjectID> tapNumbers, Scheduler& scheduler)
+                                 std::function<std::size_t()> ownInputs, std::vector<AudioObjectID> tapNumbers,
+                                 Scheduler& scheduler)
     : AudioObject(number),
       description(std::move(what)),
       output(outputNumber),
       taps(std::move(tapNumbers)),
+      ownInputs_(std::move(ownInputs)),
       scheduler_(scheduler),
       cycle_(std::make_shared<Cycle>(scheduler)) {}
 
@@ -198,12 +202,12 @@ AggregateDevice::~AggregateDevice() {
   cycle_->started.clear();
   cycle_->wake.notifyAll();
   waitUntilIdle();
-  for (const auto& [id, proc] : procs_) Block_release(proc.block);
+  for (const auto& [id, proc] : procs_) Block_release(proc.client.block);
 }
 
 AudioDeviceIOProcID AggregateDevice::createProc(AudioDeviceIOBlock block) {
   const auto id = reinterpret_cast<AudioDeviceIOProcID>(++lastProc_);
-  procs_.emplace(id, Proc{.block = Block_copy(block), .started = false});
+  procs_.emplace(id, Proc{.client = {.block = Block_copy(block), .inputsOn = {}}, .started = false});
   return id;
 }
 
@@ -215,14 +219,14 @@ AggregateDevice::Proc& AggregateDevice::proc(AudioDeviceIOProcID id) {
 
 void AggregateDevice::destroyProc(AudioDeviceIOProcID id) {
   stop(id);
-  Block_release(proc(id).block);
+  Block_release(proc(id).client.block);
   procs_.erase(id);
 }
 
 void AggregateDevice::start(AudioDeviceIOProcID id) {
   Proc& started = proc(id);
   if (std::exchange(started.started, true)) return;
-  cycle_->started.push_back(started.block);
+  cycle_->started.emplace(id, started.client);
   if (std::exchange(cycle_->hasThread, true)) return;
   scheduler_.spawn("com.apple.audio.IOThread.client",
                    [&scheduler = scheduler_, cycle = cycle_] { runIO(scheduler, cycle); });
@@ -231,14 +235,30 @@ void AggregateDevice::start(AudioDeviceIOProcID id) {
 void AggregateDevice::stop(AudioDeviceIOProcID id) {
   Proc& stopped = proc(id);
   if (!std::exchange(stopped.started, false)) return;
-  std::erase(cycle_->started, stopped.block);
+  cycle_->started.erase(id);
   waitUntilIdle();
 }
 
 bool AggregateDevice::isStarted() const { return !cycle_->started.empty(); }
 
+bool AggregateDevice::listens() const {
+  const std::size_t own = ownInputs_();
+  return std::ranges::any_of(procs_, [own](const auto& each) {
+    const Proc& proc = each.second;
+    for (std::size_t input = 0; input < own; ++input) {
+      if (proc.started && proc.client.uses(input)) return true;
+    }
+    return false;
+  });
+}
+
 void AggregateDevice::waitUntilIdle() {
   if (cycle_->busy && Scheduler::current() == cycle_->thread) return;  // a callback that stops itself
+  // Not a thread of the program: the audio service ends. Only real threads can be in the middle of something then.
+  while (cycle_->busy && !Scheduler::current()) {
+    const Scheduler::Unlock unlock(scheduler_);
+    std::this_thread::yield();
+  }
   try {
     while (cycle_->busy) cycle_->idle.wait();
   } catch (const ProcessEnd&) {
@@ -277,7 +297,7 @@ void AggregateDevice::runIO(Scheduler& scheduler, const std::shared_ptr<Cycle>& 
     cycle->due = false;
     std::vector<float> sum(cycle->samples);
     {
-      const std::vector<AudioDeviceIOBlock> blocks = cycle->started;
+      const std::map<AudioDeviceIOProcID, Client> clients = cycle->started;
       cycle->busy = true;
       struct Busy {
         Cycle& cycle;
@@ -287,7 +307,7 @@ void AggregateDevice::runIO(Scheduler& scheduler, const std::shared_ptr<Cycle>& 
         }
       } busy{*cycle};
       const Scheduler::Unlock unlock(scheduler);
-      for (const AudioDeviceIOBlock block : blocks) cycle->call(block, sum);
+      for (const auto& [id, client] : clients) cycle->call(client, sum);
     }
     if (!cycle->over) cycle->done(sum);
   }
@@ -296,7 +316,30 @@ void AggregateDevice::runIO(Scheduler& scheduler, const std::shared_ptr<Cycle>& 
 PropertyValue AggregateDevice::property(const AudioObjectPropertyAddress& address, std::span<const std::byte>) const {
   if (isProperty(address, kAudioObjectPropertyName)) return PropertyValue::string(description.name);
   if (isProperty(address, kAudioDevicePropertyDeviceUID)) return PropertyValue::string(description.uid);
+  if (isProperty(address, kAudioDevicePropertyStreams, kAudioObjectPropertyScopeInput)) {
+    // They have no numbers that anything could be asked by.
+    return PropertyValue::list(std::vector<AudioObjectID>(ownInputs_() + taps.size(), kAudioObjectUnknown));
+  }
   throw AudioError{kAudioHardwareUnknownPropertyError};
+}
+
+void AggregateDevice::setProperty(const AudioObjectPropertyAddress& address, std::span<const std::byte> value) {
+  if (!isProperty(address, kAudioDevicePropertyIOProcStreamUsage, kAudioObjectPropertyScopeInput)) {
+    throw AudioError{kAudioHardwareIllegalOperationError};
+  }
+  AudioHardwareIOProcStreamUsage usage{};
+  constexpr std::size_t header = offsetof(AudioHardwareIOProcStreamUsage, mStreamIsOn);
+  if (value.size() < header) throw AudioError{kAudioHardwareBadPropertySizeError};
+  std::memcpy(&usage, value.data(), header);
+  // All streams of the direction must be in it.
+  if (usage.mNumberStreams != ownInputs_() + taps.size()) throw AudioError{kAudioHardwareIllegalOperationError};
+  std::vector<UInt32> on(usage.mNumberStreams);
+  if (value.size() != header + on.size() * sizeof(UInt32)) throw AudioError{kAudioHardwareBadPropertySizeError};
+  std::memcpy(on.data(), value.data() + header, on.size() * sizeof(UInt32));
+  const auto id = reinterpret_cast<AudioDeviceIOProcID>(usage.mIOProc);
+  Proc& changed = proc(id);
+  changed.client.inputsOn.assign(on.begin(), on.end());
+  if (changed.started) cycle_->started.at(id) = changed.client;
 }
 
 }  // namespace simulator

@@ -37,9 +37,10 @@ struct AggregateDescription {
 
 class AggregateDevice : public AudioObject {
  public:
-  // On `output`, the one sub-device (by its number in the scenario), with these taps.
+  // On `output`, the one sub-device (by its number in the scenario), with these taps; `ownInputs` says how many input
+  // streams the sub-device has.
   AggregateDevice(AudioObjectID id, AggregateDescription description, std::int64_t output,
-                  std::vector<AudioObjectID> taps, Scheduler& scheduler);
+                  std::function<std::size_t()> ownInputs, std::vector<AudioObjectID> taps, Scheduler& scheduler);
   // Waits until no callback runs.
   ~AggregateDevice() override;
 
@@ -57,6 +58,8 @@ class AggregateDevice : public AudioObject {
   void stop(AudioDeviceIOProcID proc);
 
   [[nodiscard]] std::size_t procs() const { return procs_.size(); }
+  // A callback that was started reads an input stream of the sub-device.
+  [[nodiscard]] bool listens() const;
   // A callback was started.
   [[nodiscard]] bool isStarted() const;
   // Its callbacks are called, and so its taps are read.
@@ -79,10 +82,18 @@ class AggregateDevice : public AudioObject {
 
   [[nodiscard]] PropertyValue property(const AudioObjectPropertyAddress& address,
                                        std::span<const std::byte> qualifier) const override;
+  // Which input streams a callback uses.
+  void setProperty(const AudioObjectPropertyAddress& address, std::span<const std::byte> value) override;
 
  private:
-  struct Proc {
+  // What one callback is called with.
+  struct Client {
     AudioDeviceIOBlock block;
+    std::vector<bool> inputsOn;  // those behind its end are on
+    [[nodiscard]] bool uses(std::size_t input) const { return input >= inputsOn.size() || inputsOn[input]; }
+  };
+  struct Proc {
+    Client client;
     bool started = false;
   };
   // What the I/O thread shares with the device. It outlives the device when the thread ends later.
@@ -92,6 +103,7 @@ class AggregateDevice : public AudioObject {
   void waitUntilIdle();
   static void runIO(Scheduler& scheduler, const std::shared_ptr<Cycle>& cycle);
 
+  const std::function<std::size_t()> ownInputs_;
   Scheduler& scheduler_;
   std::map<AudioDeviceIOProcID, Proc> procs_;
   std::uintptr_t lastProc_ = 0;

@@ -12,10 +12,6 @@
 namespace simulator {
 namespace {
 
-constexpr AudioObjectPropertyAddress global(AudioObjectPropertySelector selector) {
-  return {selector, kAudioObjectPropertyScopeGlobal, kAudioObjectPropertyElementMain};
-}
-
 // What a device's own inputs pick up. It is nothing that anybody plays, so it is noticed when it comes out somewhere.
 constexpr float roomNoise = 0.125F;
 
@@ -60,12 +56,12 @@ class Audio::SystemObject : public AudioObject {
 
 Audio::Audio(Machine& machine)
     : listeners(*machine.dispatch), machine_(machine), system_(std::make_unique<SystemObject>(*this)) {
-  machine.faults.declare({"AudioObjectHasProperty", "AudioObjectIsPropertySettable", "AudioObjectGetPropertyDataSize",
-                          "AudioObjectGetPropertyData", "AudioObjectAddPropertyListenerBlock",
-                          "AudioObjectRemovePropertyListenerBlock", "AudioHardwareCreateProcessTap",
-                          "AudioHardwareDestroyProcessTap", "AudioHardwareCreateAggregateDevice",
-                          "AudioHardwareDestroyAggregateDevice", "AudioDeviceCreateIOProcIDWithBlock",
-                          "AudioDeviceDestroyIOProcID", "AudioDeviceStart", "AudioDeviceStop"});
+  machine.faults.declare(
+      {"AudioObjectHasProperty", "AudioObjectIsPropertySettable", "AudioObjectGetPropertyDataSize",
+       "AudioObjectGetPropertyData", "AudioObjectSetPropertyData", "AudioObjectAddPropertyListenerBlock",
+       "AudioObjectRemovePropertyListenerBlock", "AudioHardwareCreateProcessTap", "AudioHardwareDestroyProcessTap",
+       "AudioHardwareCreateAggregateDevice", "AudioHardwareDestroyAggregateDevice",
+       "AudioDeviceCreateIOProcIDWithBlock", "AudioDeviceDestroyIOProcID", "AudioDeviceStart", "AudioDeviceStop"});
 }
 
 Audio::~Audio() {
@@ -88,35 +84,53 @@ OutputDevice* Audio::output(std::int64_t number) {
   return found == outputs_.end() ? nullptr : found->second.get();
 }
 
-void Audio::addOutput(std::int64_t number, OutputSettings settings) {
-  const Scheduler::Lock lock(machine_.scheduler);
+void Audio::notify(AudioObjectID id, AudioObjectPropertySelector selector, AudioObjectPropertyScope scope) {
+  listeners.notify(id, {selector, scope, kAudioObjectPropertyElementMain});
+}
+
+OutputDevice& Audio::makeOutput(std::int64_t number, OutputSettings settings) {
   const AudioObjectID id = newID();
   auto streams = newIDs(settings.inputs + std::size_t{1});
-  auto& device =
-      *outputs_
-           .emplace(number, std::make_unique<OutputDevice>(id, number, std::move(settings), std::move(streams),
-                                                           machine_.scheduler, [this](OutputDevice& d) { cycle(d); }))
-           .first->second;
+  auto& device = outputs_[number];
+  device = std::make_unique<OutputDevice>(id, number, std::move(settings), std::move(streams), machine_.scheduler,
+                                          [this](OutputDevice& beating) { cycle(beating); });
   if (const auto heard = speakerListeners_.find(number); heard != speakerListeners_.end()) {
-    device.speaker.setListener(heard->second);
+    device->speaker.setListener(heard->second);
   }
+  return *device;
+}
+
+void Audio::addOutput(std::int64_t number, OutputSettings settings) {
+  const Scheduler::Lock lock(machine_.scheduler);
+  const OutputDevice& device = makeOutput(number, std::move(settings));
   for (const auto& [tapID, tap] : taps_) {
     if (tap->output == number) tap->follow(device);
   }
-  listeners.notify(kAudioObjectSystemObject, global(kAudioHardwarePropertyDevices));
+  notify(kAudioObjectSystemObject, kAudioHardwarePropertyDevices);
   updateAll();
 }
 
 void Audio::changeOutput(OutputDevice& device, OutputSettings settings) {
   const Scheduler::Lock lock(machine_.scheduler);
-  if (settings == device.settings()) return;
-  const bool newRate = settings.rate != device.settings().rate;
+  const OutputSettings before = device.settings();
+  if (settings == before) return;
   auto streams = newIDs(settings.inputs + std::size_t{1});
   device.change(std::move(settings), std::move(streams));
+  const OutputSettings& after = device.settings();
   for (const auto& [id, tap] : taps_) {
-    if (tap->output == device.number) tap->follow(device);
+    if (tap->output != device.number) continue;
+    tap->follow(device);
+    notify(id, kAudioTapPropertyFormat);
   }
-  if (newRate) listeners.notify(device.id, global(kAudioDevicePropertyNominalSampleRate));
+  if (after.inputs != before.inputs) {
+    notify(device.id, kAudioDevicePropertyStreams);
+    notify(device.id, kAudioDevicePropertyStreams, kAudioObjectPropertyScopeInput);
+  }
+  if (after.rate != before.rate) notify(device.id, kAudioDevicePropertyNominalSampleRate);
+  if (after.rate != before.rate || after.channels != before.channels) {
+    notify(device.id, kAudioDevicePropertyStreamFormat, kAudioObjectPropertyScopeOutput);
+  }
+  if (after.isAlive != before.isAlive) notify(device.id, kAudioDevicePropertyDeviceIsAlive);
   updateAll();
 }
 
@@ -126,8 +140,9 @@ void Audio::removeOutput(OutputDevice& device) {
   for (const auto& [id, aggregate] : aggregates_) {
     if (aggregate->output == number) aggregate->setRunning(false);
   }
+  notify(device.id, kAudioDevicePropertyDeviceIsAlive);
   outputs_.erase(number);
-  listeners.notify(kAudioObjectSystemObject, global(kAudioHardwarePropertyDevices));
+  notify(kAudioObjectSystemObject, kAudioHardwarePropertyDevices);
   if (defaultOutput_ != number) return;
   setDefaultOutput(outputs_.empty() ? std::nullopt : std::optional(outputs_.begin()->first));
 }
@@ -135,7 +150,25 @@ void Audio::removeOutput(OutputDevice& device) {
 void Audio::setDefaultOutput(std::optional<std::int64_t> number) {
   const Scheduler::Lock lock(machine_.scheduler);
   if (std::exchange(defaultOutput_, number) == number) return;
-  listeners.notify(kAudioObjectSystemObject, global(kAudioHardwarePropertyDefaultOutputDevice));
+  notify(kAudioObjectSystemObject, kAudioHardwarePropertyDefaultOutputDevice);
+}
+
+void Audio::restart() {
+  const Scheduler::Lock lock(machine_.scheduler);
+  aggregates_.clear();
+  taps_.clear();
+  program_.reset();
+  listeners.clearExcept(kAudioObjectSystemObject);
+  for (auto& [number, device] : outputs_) makeOutput(number, OutputSettings(device->settings()));
+  notify(kAudioObjectSystemObject, kAudioHardwarePropertyServiceRestarted);
+  notify(kAudioObjectSystemObject, kAudioHardwarePropertyDevices);
+  if (defaultOutput_) notify(kAudioObjectSystemObject, kAudioHardwarePropertyDefaultOutputDevice);
+  updateAll();
+}
+
+void Audio::setRough(bool rough) {
+  const Scheduler::Lock lock(machine_.scheduler);
+  isRough_ = rough;
 }
 
 void Audio::listen(std::int64_t number, const Speaker::Listener& listener) {
@@ -162,7 +195,7 @@ void Audio::stopPlaying(const std::string& process) {
 
 // ---- Objects ----
 
-const AudioObject& Audio::object(AudioObjectID id) const {
+AudioObject& Audio::object(AudioObjectID id) const {
   if (id == kAudioObjectSystemObject) return *system_;
   for (const auto& [number, device] : outputs_) {
     if (device->id == id) return *device;
@@ -178,13 +211,13 @@ const AudioObject& Audio::object(AudioObjectID id) const {
 
 OutputDevice& Audio::outputWithUID(const std::string& uid) {
   for (const auto& [number, device] : outputs_) {
-    if (device->settings().uid == uid) return *device;
+    if (device->settings().uid == uid && device->settings().isAlive) return *device;
   }
   throw AudioError{kAudioHardwareBadDeviceError};
 }
 
-AggregateDevice& Audio::aggregate(AudioObjectID id) {
-  if (const auto found = aggregates_.find(id); found != aggregates_.end()) return *found->second;
+std::shared_ptr<AggregateDevice> Audio::aggregate(AudioObjectID id) {
+  if (const auto found = aggregates_.find(id); found != aggregates_.end()) return found->second;
   for (const auto& [number, device] : outputs_) {
     if (device->id == id) fatal("I/O on a device that is no aggregate device is not simulated");
   }
@@ -221,6 +254,10 @@ std::string Audio::namesOf(const std::vector<AudioObjectID>& processes) const {
 PropertyValue Audio::property(AudioObjectID id, const AudioObjectPropertyAddress& address,
                               std::span<const std::byte> qualifier) {
   return object(id).property(address, qualifier);
+}
+
+void Audio::setProperty(AudioObjectID id, const AudioObjectPropertyAddress& address, std::span<const std::byte> value) {
+  object(id).setProperty(address, value);
 }
 
 // ---- Taps and aggregate devices ----
@@ -265,40 +302,60 @@ const AggregateDevice& Audio::createAggregate(CFDictionaryRef dictionary, std::s
     taps.push_back(found->first);
   }
   const AudioObjectID id = newID();
-  auto aggregate =
-      std::make_unique<AggregateDevice>(id, std::move(description), device.number, std::move(taps), machine_.scheduler);
-  return *aggregates_.emplace(id, std::move(aggregate)).first->second;
+  const auto ownInputs = [this, number = device.number] {
+    const OutputDevice* const own = output(number);
+    return own ? std::size_t{own->settings().inputs} : 0;
+  };
+  const auto made = std::make_shared<AggregateDevice>(id, std::move(description), device.number, ownInputs,
+                                                      std::move(taps), machine_.scheduler);
+  aggregates_.emplace(id, made);
+  tellOfAggregates(*made);
+  return *made;
 }
 
 void Audio::destroyAggregate(AudioObjectID id) {
-  (void)aggregate(id);
+  const auto device = aggregate(id);
   aggregates_.erase(id);
+  tellOfAggregates(*device);
   disturb();
 }
 
+void Audio::tellOfAggregates(const AggregateDevice& aggregate) {
+  notify(kAudioObjectSystemObject, kAudioHardwarePropertyDevices);
+  const OutputDevice* const device = isRough_ ? output(aggregate.output) : nullptr;
+  if (!device) return;
+  notify(kAudioObjectSystemObject, kAudioHardwarePropertyDefaultOutputDevice);
+  notify(device->id, kAudioDevicePropertyStreams, kAudioObjectPropertyScopeInput);
+  notify(device->id, kAudioDevicePropertyStreamFormat, kAudioObjectPropertyScopeOutput);
+  notify(device->id, kAudioDevicePropertyNominalSampleRate);
+}
+
 AudioDeviceIOProcID Audio::createProc(AudioObjectID id, AudioDeviceIOBlock block) {
-  return aggregate(id).createProc(block);
+  return aggregate(id)->createProc(block);
 }
 
 void Audio::destroyProc(AudioObjectID id, AudioDeviceIOProcID proc) {
-  AggregateDevice& device = aggregate(id);
-  device.destroyProc(proc);
-  if (!device.isStarted()) device.setRunning(false);
+  const auto device = aggregate(id);
+  device->destroyProc(proc);
+  if (!device->isStarted()) device->setRunning(false);
   disturb();
 }
 
 void Audio::start(AudioObjectID id, AudioDeviceIOProcID proc) {
-  AggregateDevice& device = aggregate(id);
-  if (!output(device.output)) throw AudioError{kAudioHardwareNotRunningError};
-  device.start(proc);
+  const auto device = aggregate(id);
+  if (!output(device->output)) throw AudioError{kAudioHardwareNotRunningError};
+  device->start(proc);
+  if (device->listens() && !std::exchange(hasAskedForMicrophone_, true)) {
+    machine_.trace.record("prompt").text("for", "microphone");
+  }
   updateAll();
   disturb();
 }
 
 void Audio::stop(AudioObjectID id, AudioDeviceIOProcID proc) {
-  AggregateDevice& device = aggregate(id);
-  device.stop(proc);
-  if (!device.isStarted()) device.setRunning(false);
+  const auto device = aggregate(id);
+  device->stop(proc);
+  if (!device->isStarted()) device->setRunning(false);
   disturb();
 }
 
@@ -327,6 +384,7 @@ bool Audio::isMuted(const Player& player) const {
 }
 
 bool Audio::isPlayed(const OutputDevice& device) const {
+  if (!device.settings().isAlive) return false;
   return std::ranges::any_of(players_, [&](const auto& player) { return player.second->plays(device.number); }) ||
          std::ranges::any_of(aggregates_, [&](const auto& each) {
            const AggregateDevice& aggregate = *each.second;
@@ -460,6 +518,7 @@ void Audio::snapshot(nlohmann::ordered_json& state) {
     entry["running"] = aggregate->isRunning();
     aggregates.push_back(std::move(entry));
   }
+  objects["microphone"] = std::ranges::any_of(aggregates_, [](const auto& each) { return each.second->listens(); });
 }
 
 }  // namespace simulator

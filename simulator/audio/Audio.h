@@ -35,6 +35,10 @@ class Audio : public Part {
   // Its default moves to another output, if there is one.
   void removeOutput(OutputDevice& device);
   void setDefaultOutput(std::optional<std::int64_t> number);
+  // The audio service ends and starts again: every device is a new object, and what clients had made is gone.
+  void restart();
+  // Rough: clients also hear of changes that are none whenever an aggregate device comes or goes.
+  void setRough(bool rough);
 
   // Hears what that output's speaker plays from now on, also when the output comes only later.
   void listen(std::int64_t number, const Speaker::Listener& listener);
@@ -48,6 +52,7 @@ class Audio : public Part {
 
   [[nodiscard]] PropertyValue property(AudioObjectID object, const AudioObjectPropertyAddress& address,
                                        std::span<const std::byte> qualifier);
+  void setProperty(AudioObjectID object, const AudioObjectPropertyAddress& address, std::span<const std::byte> value);
   const Tap& createTap(const TapDescription& description);
   void destroyTap(AudioObjectID tap);
   // `problem` says what is wrong with the description, if that is why it fails.
@@ -77,9 +82,14 @@ class Audio : public Part {
 
   AudioObjectID newID() { return nextID_++; }
   [[nodiscard]] std::vector<AudioObjectID> newIDs(std::size_t count);
-  [[nodiscard]] const AudioObject& object(AudioObjectID id) const;
+  [[nodiscard]] AudioObject& object(AudioObjectID id) const;
   [[nodiscard]] OutputDevice& outputWithUID(const std::string& uid);
-  [[nodiscard]] AggregateDevice& aggregate(AudioObjectID id);
+  // Shared, because the audio service may end while a call on it waits.
+  [[nodiscard]] std::shared_ptr<AggregateDevice> aggregate(AudioObjectID id);
+  OutputDevice& makeOutput(std::int64_t number, OutputSettings settings);
+  void notify(AudioObjectID object, AudioObjectPropertySelector selector,
+              AudioObjectPropertyScope scope = kAudioObjectPropertyScopeGlobal);
+  void tellOfAggregates(const AggregateDevice& aggregate);
   [[nodiscard]] AudioObjectID processObject(pid_t pid);
 
   // Starts the cycles of devices that have something to play. They stop by themselves.
@@ -103,7 +113,9 @@ class Audio : public Part {
   std::map<std::string, std::unique_ptr<Player>> players_;
   std::unique_ptr<Player> program_;  // the program as a client; none before it asks
   std::map<AudioObjectID, std::unique_ptr<Tap>> taps_;
-  std::map<AudioObjectID, std::unique_ptr<AggregateDevice>> aggregates_;
+  std::map<AudioObjectID, std::shared_ptr<AggregateDevice>> aggregates_;
+  bool isRough_ = false;
+  bool hasAskedForMicrophone_ = false;
 };
 
 }  // namespace simulator

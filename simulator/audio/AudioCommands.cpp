@@ -19,6 +19,7 @@ struct OutputLine {
   std::optional<std::uint32_t> inputs;
   std::optional<double> tapRate;
   std::optional<std::uint32_t> frames;
+  std::optional<bool> isAlive;
   bool isDefault = false;
 };
 
@@ -65,6 +66,7 @@ OutputLine outputLine(Arguments& line) {
   result.inputs = limited(line, "inputs", 0, 64);
   result.tapRate = rate(line, "tap-rate");
   result.frames = limited(line, "frames", 1, 65536);
+  if (line.has("alive")) result.isAlive = line.flag("alive");
   result.isDefault = line.flag("default", false);
   return result;
 }
@@ -78,6 +80,7 @@ OutputSettings merge(OutputSettings settings, const OutputLine& line) {
   settings.inputs = line.inputs.value_or(settings.inputs);
   if (line.tapRate) settings.tapRate = line.tapRate;
   settings.frames = line.frames.value_or(settings.frames);
+  settings.isAlive = line.isAlive.value_or(settings.isAlive);
   return settings;
 }
 
@@ -134,6 +137,8 @@ void Audio::addCommands(Commands& commands) {
   commands.add("output", outputAction);
   commands.add("default-output", defaultOutputAction);
   commands.add("play", playAction);
+  commands.add("restart-audio",
+               [](Arguments&) -> Action { return [](Machine& machine) { machine.audio->restart(); }; });
 }
 
 }  // namespace simulator

@@ -69,6 +69,11 @@ class AudioObject {
   // Throws kAudioHardwareUnknownPropertyError when the object has no such property.
   [[nodiscard]] virtual PropertyValue property(const AudioObjectPropertyAddress& address,
                                                std::span<const std::byte> qualifier) const = 0;
+  // Throws kAudioHardwareIllegalOperationError where a value cannot be set, kAudioHardwareBadPropertySizeError when it
+  // has another size.
+  virtual void setProperty(const AudioObjectPropertyAddress&, std::span<const std::byte>) {
+    throw AudioError{kAudioHardwareIllegalOperationError};
+  }
 };
 
 // Whether the address is `selector` in `scope`, of the main element.

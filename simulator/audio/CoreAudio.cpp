@@ -56,7 +56,10 @@ OSStatus listen(const char* name, bool adds, AudioObjectID object, const AudioOb
       throw AudioError{kAudioHardwareIllegalOperationError};
     }
   });
-  call.machine.trace.call(name, status).number("object", object).text("selector", fourCharacters(address->mSelector));
+  call.machine.trace.call(name, status)
+      .number("object", object)
+      .text("selector", fourCharacters(address->mSelector))
+      .text("scope", fourCharacters(address->mScope));
   return status;
 }
 
@@ -119,6 +122,24 @@ OSStatus AudioObjectGetPropertyData(AudioObjectID inObjectID, const AudioObjectP
     *ioDataSize = value.size();
     value.write(outData);
   });
+}
+
+OSStatus AudioObjectSetPropertyData(AudioObjectID inObjectID, const AudioObjectPropertyAddress* inAddress,
+                                    UInt32 inQualifierDataSize, const void*, UInt32 inDataSize, const void* inData) {
+  constexpr const char* name = "AudioObjectSetPropertyData";
+  const Call call(name);
+  require(inAddress && inData, name, "no address or no data");
+  require(inQualifierDataSize == 0, name, "a qualifier: that is not simulated");
+  const auto value = simulator::bytes(inData, inDataSize);
+  const OSStatus status = answer(call, [&](Audio& audio) { audio.setProperty(inObjectID, *inAddress, value); });
+  std::vector<std::uint8_t> data(value.size());
+  std::memcpy(data.data(), value.data(), value.size());
+  call.machine.trace.call(name, status)
+      .number("object", inObjectID)
+      .text("selector", simulator::fourCharacters(inAddress->mSelector))
+      .text("scope", simulator::fourCharacters(inAddress->mScope))
+      .bytes("data", data);
+  return status;
 }
 
 OSStatus AudioObjectAddPropertyListenerBlock(AudioObjectID inObjectID, const AudioObjectPropertyAddress* inAddress,

@@ -38,6 +38,16 @@ void PropertyListeners::clear() {
   for (const Listener& each : std::exchange(listeners_, {})) release(each);
 }
 
+void PropertyListeners::clearExcept(AudioObjectID object) {
+  for (const Listener& each : std::exchange(listeners_, {})) {
+    if (each.object == object) {
+      listeners_.push_back(each);
+    } else {
+      release(each);
+    }
+  }
+}
+
 void PropertyListeners::release(const Listener& listener) {
   Block_release(listener.block);
   dispatch_release(listener.queue);

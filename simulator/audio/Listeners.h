@@ -23,6 +23,8 @@ class PropertyListeners {
   bool remove(AudioObjectID object, const AudioObjectPropertyAddress& address, dispatch_queue_t queue,
               AudioObjectPropertyListenerBlock block);
   void clear();
+  // The same but for those of one object.
+  void clearExcept(AudioObjectID object);
   [[nodiscard]] std::size_t count() const { return listeners_.size(); }
 
   // Each listener is called on its queue, some time later.

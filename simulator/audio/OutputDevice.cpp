@@ -50,6 +50,7 @@ PropertyValue OutputDevice::property(const AudioObjectPropertyAddress& address, 
 
   if (isProperty(address, kAudioObjectPropertyName)) return PropertyValue::string(settings_.name);
   if (isProperty(address, kAudioDevicePropertyDeviceUID)) return PropertyValue::string(settings_.uid);
+  if (isProperty(address, kAudioDevicePropertyDeviceIsAlive)) return PropertyValue::of(UInt32{settings_.isAlive});
   if (isProperty(address, kAudioDevicePropertyNominalSampleRate)) return PropertyValue::of(settings_.rate).settable();
   if (isProperty(address, kAudioDevicePropertyStreams)) return PropertyValue::list(streams_);
   if (isProperty(address, kAudioDevicePropertyStreams, input)) {

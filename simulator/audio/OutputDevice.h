@@ -24,6 +24,7 @@ struct OutputSettings {
   std::uint32_t inputs = 0;       // input streams, of one channel each
   std::optional<double> tapRate;  // at which a tap of it comes up; none: the device's
   std::uint32_t frames = 512;     // a cycle
+  bool isAlive = true;            // false: it is still there but cannot be used
 
   friend bool operator==(const OutputSettings&, const OutputSettings&) = default;
 };

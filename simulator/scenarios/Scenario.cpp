@@ -2,13 +2,25 @@
 
 #include <cmath>
 #include <fstream>
+#include <optional>
 #include <utility>
 
+#include "simulator/audio/Audio.h"
 #include "simulator/desktop/Application.h"
 #include "simulator/machine/Machine.h"
 
 namespace simulator {
 namespace {
+
+// Whether that part of the machine is to be rough; none: as it is.
+std::optional<bool> roughness(Arguments& line, const char* part) {
+  if (!line.has(part)) return std::nullopt;
+  const std::string temper = line.text(part);
+  if (temper != "smooth" && temper != "rough") {
+    line.fail(std::string("member \"") + part + "\" must be \"smooth\" or \"rough\"");
+  }
+  return temper == "rough";
+}
 
 void addMachineCommands(Commands& commands) {
   commands.add("launch", [](Arguments&) -> Action { return [](Machine& machine) { machine.process.launch(); }; });
@@ -42,9 +54,13 @@ void addMachineCommands(Commands& commands) {
   });
 
   commands.add("temper", [](Arguments& line) -> Action {
-    const std::string threads = line.text("threads");
-    if (threads != "smooth" && threads != "rough") line.fail("member \"threads\" must be \"smooth\" or \"rough\"");
-    return [rough = threads == "rough"](Machine& machine) { machine.scheduler.setRough(rough); };
+    const std::optional<bool> threads = roughness(line, "threads");
+    const std::optional<bool> audio = roughness(line, "audio");
+    if (!threads && !audio) line.fail("needs \"threads\" or \"audio\"");
+    return [threads, audio](Machine& machine) {
+      if (threads) machine.scheduler.setRough(*threads);
+      if (audio) machine.audio->setRough(*audio);
+    };
   });
 
   commands.add("missing", [](Arguments& line) -> Action {

@@ -90,11 +90,14 @@ VALUE(kAudioObjectPropertyElementMain, 0);
 VALUE(kAudioObjectPropertyName, 'lnam');
 VALUE(kAudioHardwarePropertyDevices, 'dev#');
 VALUE(kAudioHardwarePropertyDefaultOutputDevice, 'dOut');
+VALUE(kAudioHardwarePropertyServiceRestarted, 'srst');
 VALUE(kAudioHardwarePropertyTranslatePIDToProcessObject, 'id2p');
 VALUE(kAudioDevicePropertyDeviceUID, 'uid ');
+VALUE(kAudioDevicePropertyDeviceIsAlive, 'livn');
 VALUE(kAudioDevicePropertyStreams, 'stm#');
 VALUE(kAudioDevicePropertyNominalSampleRate, 'nsrt');
 VALUE(kAudioDevicePropertyStreamFormat, 'sfmt');
+VALUE(kAudioDevicePropertyIOProcStreamUsage, 'suse');
 VALUE(kAudioHardwareServiceDeviceProperty_VirtualMainVolume, 'vmvc');
 VALUE(kAudioProcessPropertyPID, 'ppid');
 VALUE(kAudioTapPropertyUID, 'tuid');
@@ -106,6 +109,8 @@ FUNCTION(AudioObjectGetPropertyDataSize,
          OSStatus(AudioObjectID, const AudioObjectPropertyAddress*, UInt32, const void*, UInt32*));
 FUNCTION(AudioObjectGetPropertyData,
          OSStatus(AudioObjectID, const AudioObjectPropertyAddress*, UInt32, const void*, UInt32*, void*));
+FUNCTION(AudioObjectSetPropertyData,
+         OSStatus(AudioObjectID, const AudioObjectPropertyAddress*, UInt32, const void*, UInt32, const void*));
 TYPE(AudioObjectPropertyListenerBlock, void (^)(UInt32, const AudioObjectPropertyAddress*));
 FUNCTION(AudioObjectAddPropertyListenerBlock, OSStatus(AudioObjectID, const AudioObjectPropertyAddress*,
                                                        dispatch_queue_t, AudioObjectPropertyListenerBlock));
@@ -135,6 +140,10 @@ TYPE(AudioDeviceIOProc, OSStatus (*)(AudioObjectID, const AudioTimeStamp*, const
 TYPE(AudioDeviceIOProcID, AudioDeviceIOProc);
 TYPE(AudioDeviceIOBlock, void (^)(const AudioTimeStamp*, const AudioBufferList*, const AudioTimeStamp*,
                                   AudioBufferList*, const AudioTimeStamp*));
+SIZE(AudioHardwareIOProcStreamUsage, 16);
+MEMBER(AudioHardwareIOProcStreamUsage, mIOProc, 0, void*);
+MEMBER(AudioHardwareIOProcStreamUsage, mNumberStreams, 8, UInt32);
+MEMBER(AudioHardwareIOProcStreamUsage, mStreamIsOn, 12, UInt32[1]);
 FUNCTION(AudioDeviceCreateIOProcIDWithBlock,
          OSStatus(AudioDeviceIOProcID*, AudioObjectID, dispatch_queue_t, AudioDeviceIOBlock));
 FUNCTION(AudioDeviceDestroyIOProcID, OSStatus(AudioObjectID, AudioDeviceIOProcID));

@@ -50,14 +50,17 @@ enum : AudioObjectPropertySelector { kAudioObjectPropertyName = 'lnam' };
 enum : AudioObjectPropertySelector {
   kAudioHardwarePropertyDevices = 'dev#',
   kAudioHardwarePropertyDefaultOutputDevice = 'dOut',
+  kAudioHardwarePropertyServiceRestarted = 'srst',
   kAudioHardwarePropertyTranslatePIDToProcessObject = 'id2p',
 };
 
 enum : AudioObjectPropertySelector {
   kAudioDevicePropertyDeviceUID = 'uid ',
+  kAudioDevicePropertyDeviceIsAlive = 'livn',
   kAudioDevicePropertyStreams = 'stm#',
   kAudioDevicePropertyNominalSampleRate = 'nsrt',
   kAudioDevicePropertyStreamFormat = 'sfmt',
+  kAudioDevicePropertyIOProcStreamUsage = 'suse',
 };
 
 enum : AudioObjectPropertySelector { kAudioProcessPropertyPID = 'ppid' };
@@ -75,6 +78,9 @@ OSStatus AudioObjectGetPropertyDataSize(AudioObjectID inObjectID, const AudioObj
 OSStatus AudioObjectGetPropertyData(AudioObjectID inObjectID, const AudioObjectPropertyAddress* inAddress,
                                     UInt32 inQualifierDataSize, const void* inQualifierData, UInt32* ioDataSize,
                                     void* outData);
+OSStatus AudioObjectSetPropertyData(AudioObjectID inObjectID, const AudioObjectPropertyAddress* inAddress,
+                                    UInt32 inQualifierDataSize, const void* inQualifierData, UInt32 inDataSize,
+                                    const void* inData);
 
 typedef void (^AudioObjectPropertyListenerBlock)(UInt32 inNumberAddresses,
                                                  const AudioObjectPropertyAddress* inAddresses);
@@ -112,6 +118,13 @@ typedef AudioDeviceIOProc AudioDeviceIOProcID;
 typedef void (^AudioDeviceIOBlock)(const AudioTimeStamp* inNow, const AudioBufferList* inInputData,
                                    const AudioTimeStamp* inInputTime, AudioBufferList* outOutputData,
                                    const AudioTimeStamp* inOutputTime);
+
+struct AudioHardwareIOProcStreamUsage {
+  void* mIOProc;
+  UInt32 mNumberStreams;
+  UInt32 mStreamIsOn[1];  // a variable length array of mNumberStreams elements
+};
+typedef struct AudioHardwareIOProcStreamUsage AudioHardwareIOProcStreamUsage;
 
 OSStatus AudioDeviceCreateIOProcIDWithBlock(AudioDeviceIOProcID* outIOProcID, AudioObjectID inDevice,
                                             dispatch_queue_t inDispatchQueue, AudioDeviceIOBlock inIOBlock);
