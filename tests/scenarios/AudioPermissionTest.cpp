@@ -3,26 +3,22 @@
 
 #include <algorithm>
 
+#include "tests/support/Lines.h"
 #include "tests/support/Play.h"
 
+using namespace lines;
 using nlohmann::json;
 using Logs = std::vector<std::string>;
 
 namespace {
 
-const std::string screen = R"(
-{"do":"display","id":1,"name":"Built-in","builtin":true,"frame":[0,0,1512,982]}
-{"do":"output","id":10,"uid":"HDMI-1","name":"Screen","default":true}
-{"do":"play","process":"music","output":10,"tone":0}
-)";
-const std::string launch = "{\"do\":\"launch\"}\n";
-const std::string settle = "{\"do\":\"settle\"}\n";
-const std::string wake = "{\"do\":\"wake\"}\n";
-const std::string down = "{\"do\":\"key\",\"key\":\"volumeDown\"}\n";
-const std::string snapshot = "{\"do\":\"snapshot\",\"name\":\"s\"}\n";
+const std::string screen = display(1, {{"name", "Built-in"}, {"builtin", true}, {"frame", {0, 0, 1512, 982}}}) +
+                           output(10, {{"uid", "HDMI-1"}, {"name", "Screen"}, {"default", true}}) + play("music", 10);
+const std::string down = key("volumeDown");
 
-std::string capture(const std::string& permission, bool answer = true) {
-  return R"({"do":"capture","permission":")" + permission + R"(","answer":)" + (answer ? "true" : "false") + "}\n";
+// The permission, and what the user will say when asked.
+std::string permission(const std::string& state, bool willAllow = true) {
+  return capture({{"permission", state}, {"answer", willAllow}});
 }
 
 bool logged(const Played& played, const std::string& line) {
@@ -54,7 +50,7 @@ float level(const Played& played) { return played.of("snapshot").back()["speaker
 TEST(AudioPermission, DeniedIsToldOnceAndLeavesTheKeys) {
   WITH_SEEDS(seed, 10) {
     const Played played =
-        playScenario(screen + capture("denied") + launch + settle + down + wake + wake + settle, seed);
+        playScenario(screen + permission("denied") + launch + settle + down + wake + wake + settle, seed);
     expectAlerts(played, 1);
     EXPECT_EQ(played.swallowed(), (std::vector<bool>{false, false}));
     EXPECT_TRUE(played.calls("TCCAccessRequest").empty());
@@ -64,15 +60,14 @@ TEST(AudioPermission, DeniedIsToldOnceAndLeavesTheKeys) {
 }
 
 TEST(AudioPermission, DeniedIsToldAgainInTheNextRun) {
-  const Played played =
-      playScenario(screen + capture("denied") + launch + settle + "{\"do\":\"quit\"}\n" + launch + settle);
+  const Played played = playScenario(screen + permission("denied") + launch + settle + quit + launch + settle);
   expectAlerts(played, 2);
 }
 
 TEST(AudioPermission, IsAskedForAndGranted) {
   WITH_SEEDS(seed, 10) {
     const Played played =
-        playScenario(screen + capture("undetermined") + launch + settle + down + settle + snapshot, seed);
+        playScenario(screen + permission("undetermined") + launch + settle + down + settle + snapshot("s"), seed);
     EXPECT_EQ(played.calls("TCCAccessRequest").size(), 1U);
     ASSERT_EQ(played.of("prompt").size(), 1U);
     EXPECT_EQ(played.of("prompt")[0]["for"], "capture");
@@ -87,7 +82,7 @@ TEST(AudioPermission, IsAskedForAndGranted) {
 TEST(AudioPermission, IsAskedForAndRefused) {
   WITH_SEEDS(seed, 10) {
     const Played played =
-        playScenario(screen + capture("undetermined", false) + launch + settle + down + wake + settle, seed);
+        playScenario(screen + permission("undetermined", false) + launch + settle + down + wake + settle, seed);
     EXPECT_EQ(played.calls("TCCAccessRequest").size(), 1U);
     EXPECT_EQ(played.of("prompt").size(), 1U);
     expectAlerts(played, 1);
@@ -101,7 +96,8 @@ TEST(AudioPermission, IsAskedForTwice) {
     WITH_SEEDS(seed, 10) {
       // The Mac wakes while the question is on the screen.
       const Played played = playScenario(
-          screen + capture("undetermined", granted) + launch + wake + wake + settle + down + settle + snapshot, seed);
+          screen + permission("undetermined", granted) + launch + wake + wake + settle + down + settle + snapshot("s"),
+          seed);
       EXPECT_EQ(played.calls("TCCAccessRequest").size(), 3U);
       EXPECT_EQ(played.of("prompt").size(), 1U);
       expectAlerts(played, granted ? 0 : 1);
@@ -112,8 +108,8 @@ TEST(AudioPermission, IsAskedForTwice) {
 }
 
 TEST(AudioPermission, GrantedLaterByTheUser) {
-  const Played played = playScenario(screen + capture("denied") + launch + settle + capture("authorized") + down +
-                                     wake + settle + down + settle + snapshot);
+  const Played played = playScenario(screen + permission("denied") + launch + settle + permission("authorized") + down +
+                                     wake + settle + down + settle + snapshot("s"));
   expectAlerts(played, 1);
   EXPECT_EQ(played.swallowed(), (std::vector<bool>{false, false, true, true}));
   EXPECT_EQ(level(played), 0.5F * 3375 / 4096);
@@ -123,14 +119,14 @@ TEST(AudioPermission, GrantedLaterByTheUser) {
 TEST(AudioPermission, QuittingWhileTheUserIsAsked) {
   WITH_SEEDS(seed, 10) {
     const Played played = playScenario(
-        screen + capture("undetermined") + launch + "{\"do\":\"quit\"}\n" + settle + launch + settle + snapshot, seed);
+        screen + permission("undetermined") + launch + quit + settle + launch + settle + snapshot("s"), seed);
     EXPECT_EQ(played.of("prompt").size(), 2U);
     expectNothingLeft(played);
   }
 }
 
 TEST(AudioPermission, WithoutTheLibraryTheKeysGoOn) {
-  const Played played = playScenario("{\"do\":\"missing\",\"library\":\"TCC\"}\n" + screen + launch + settle + down);
+  const Played played = playScenario(missingLibrary("TCC") + screen + launch + settle + down);
   const auto logs = played.logs();
   EXPECT_EQ(logs.back().find("error VolumeController: Loading TCC.framework: "), 0U) << logs.back();
   EXPECT_EQ(played.swallowed(), (std::vector<bool>{false, false}));
@@ -138,15 +134,13 @@ TEST(AudioPermission, WithoutTheLibraryTheKeysGoOn) {
 }
 
 TEST(AudioPermission, WithoutItsFunctionsTheKeysGoOn) {
-  const Played preflight =
-      playScenario("{\"do\":\"missing\",\"symbol\":\"TCCAccessPreflight\"}\n" + screen + launch + settle + down);
+  const Played preflight = playScenario(missingSymbol("TCCAccessPreflight") + screen + launch + settle + down);
   EXPECT_TRUE(logged(preflight, "error VolumeController: TCCAccessPreflight not found in TCC.framework"));
   EXPECT_EQ(preflight.swallowed(), (std::vector<bool>{false, false}));
   expectNothingLeft(preflight);
 
-  const Played request =
-      playScenario("{\"do\":\"missing\",\"symbol\":\"TCCAccessRequest\"}\n" + screen + capture("undetermined") +
-                   launch + settle + down + capture("authorized") + wake + settle + down);
+  const Played request = playScenario(missingSymbol("TCCAccessRequest") + screen + permission("undetermined") + launch +
+                                      settle + down + permission("authorized") + wake + settle + down);
   EXPECT_TRUE(logged(request, "error VolumeController: TCCAccessRequest not found in TCC.framework"));
   EXPECT_TRUE(request.of("prompt").empty());
   EXPECT_EQ(request.swallowed(), (std::vector<bool>{false, false, true, true}));
@@ -155,9 +149,8 @@ TEST(AudioPermission, WithoutItsFunctionsTheKeysGoOn) {
 
 TEST(AudioPermission, IsNotAskedForADeviceWithItsOwnVolume) {
   const Played played =
-      playScenario(R"({"do":"output","id":10,"uid":"SPK","name":"Speakers","volume":"settable","default":true})"
-                   "\n" +
-                   capture("denied") + launch + settle);
+      playScenario(output(10, {{"uid", "SPK"}, {"name", "Speakers"}, {"volume", "settable"}, {"default", true}}) +
+                   permission("denied") + launch + settle);
   expectAlerts(played, 0);
   EXPECT_TRUE(played.calls("TCCAccessPreflight").empty());
 }

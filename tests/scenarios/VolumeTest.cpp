@@ -10,9 +10,11 @@
 #include "desk/Desk.h"
 #include "simulator/machine/Machine.h"
 #include "simulator/scenarios/Scenario.h"
+#include "tests/support/Lines.h"
 #include "tests/support/RealTimeGuard.h"
 #include "tests/support/Sound.h"
 
+using namespace lines;
 using nlohmann::json;
 using Logs = std::vector<std::string>;
 using Swallowed = std::vector<bool>;
@@ -21,42 +23,17 @@ namespace {
 
 // ---- Scenario lines ----
 
-std::string lines(std::initializer_list<std::string> each) {
-  std::string text;
-  for (const std::string& line : each) text += line + "\n";
-  return text;
-}
-
-const std::string launch = R"({"do":"launch"})";
-const std::string settle = R"({"do":"settle"})";
-const std::string quit = R"({"do":"quit"})";
-const std::string wake = R"({"do":"wake"})";
-const std::string builtIn = R"({"do":"display","id":1,"name":"Built-in","builtin":true,"frame":[0,0,1512,982]})";
-const std::string screen = R"({"do":"output","id":10,"uid":"HDMI-1","name":"Screen","default":true})";
-const std::string music = R"({"do":"play","process":"music","output":10,"tone":0})";
-
-std::string key(const std::string& name) { return R"({"do":"key","key":")" + name + "\"}"; }
-std::string snapshot(const std::string& name) { return R"({"do":"snapshot","name":")" + name + "\"}"; }
-std::string fail(const std::string& call, int status = -50, int nth = 1, int times = 1) {
-  return R"({"do":"fail","call":")" + call + R"(","status":)" + std::to_string(status) + R"(,"nth":)" +
-         std::to_string(nth) + R"(,"times":)" + std::to_string(times) + "}";
-}
-std::string advance(double seconds) { return R"({"do":"advance","seconds":)" + json(seconds).dump() + "}"; }
-std::string preference(const std::string& name, const json& value) {
-  return json{{"do", "preference"}, {"key", name}, {"value", value}}.dump();
-}
-std::string output(int id, const json& more) {
-  json line = {{"do", "output"}, {"id", id}};
-  line.update(more);
-  return line.dump();
-}
-
+const std::string builtIn = display(1, {{"name", "Built-in"}, {"builtin", true}, {"frame", {0, 0, 1512, 982}}});
+const json hdmi = {{"uid", "HDMI-1"}, {"name", "Screen"}, {"default", true}};
+const json headset = {{"uid", "USB"}, {"name", "Headset"}, {"volume", "settable"}};
+const std::string screen = output(10, hdmi);
+const std::string music = play("music", 10);
 const std::string down = key("volumeDown");
 const std::string up = key("volumeUp");
 const std::string mute = key("mute");
 
 // A screen without a volume, a constant signal of 0.5 to it, and the program running.
-const std::string playing = lines({builtIn, screen, music, launch, settle});
+const std::string playing = builtIn + screen + music + launch + settle;
 
 // ---- What came of them ----
 
@@ -146,11 +123,10 @@ void expectNothingLeft(const Played& played) {
 
 TEST(Volume, FullIsDirectAndBelowItGoesThroughTheRouter) {
   WITH_SEEDS(seed, 20) {
-    const Played played =
-        playScenario(playing + lines({snapshot("full"), down, settle, snapshot("15"), down, down, settle,
-                                      snapshot("13"), mute, settle, snapshot("muted"), mute, settle,
-                                      snapshot("unmuted"), up, up, up, settle, snapshot("back")}),
-                     seed);
+    const Played played = playScenario(playing + snapshot("full") + down + settle + snapshot("15") + down + down +
+                                           settle + snapshot("13") + mute + settle + snapshot("muted") + mute + settle +
+                                           snapshot("unmuted") + up + up + up + settle + snapshot("back"),
+                                       seed);
     expectSpeaker(played, "full", 0.5F, true);
     EXPECT_EQ(snapshotOf(played, "full")["taps"], 0);
     EXPECT_EQ(snapshotOf(played, "full")["aggregates"], 0);
@@ -173,8 +149,8 @@ TEST(Volume, FullIsDirectAndBelowItGoesThroughTheRouter) {
 TEST(Volume, IsHeardWithinOneCycleOfTheKey) {
   constexpr double cycle = 512.0 / 48000;
   for (const double moment : {0.0, 0.001, 0.0053, 0.0106}) {
-    const Played played = playScenario(playing + lines({advance(moment), down, advance(cycle), snapshot("15"), down,
-                                                        advance(2 * cycle), snapshot("14")}));
+    const Played played = playScenario(playing + advance(moment) + down + advance(cycle) + snapshot("15") + down +
+                                       advance(2 * cycle) + snapshot("14"));
     expectSpeaker(played, "15", 0.5F * gain(15), false);
     expectSpeaker(played, "14", 0.5F * gain(14), false);
   }
@@ -183,8 +159,8 @@ TEST(Volume, IsHeardWithinOneCycleOfTheKey) {
 TEST(Volume, NeverSoundsTwiceNorStopsNorSteps) {
   WITH_SEEDS(seed, 20) {
     const Heard heard = listenTo(10,
-                                 playing + lines({down, advance(0.1), down, advance(0.05), up, advance(0.0001), up,
-                                                  advance(0.1), mute, advance(0.05), mute, advance(0.05)}),
+                                 playing + down + advance(0.1) + down + advance(0.05) + up + advance(0.0001) + up +
+                                     advance(0.1) + mute + advance(0.05) + mute + advance(0.05),
                                  seed);
     const std::vector<float> left = heard.left();
     ASSERT_GT(left.size(), 512U * 30);
@@ -209,7 +185,7 @@ TEST(Volume, NeverSoundsTwiceNorStopsNorSteps) {
 }
 
 TEST(Volume, RampsInEqualSteps) {
-  const Heard heard = listenTo(10, playing + lines({down, settle, down, advance(0.05)}));
+  const Heard heard = listenTo(10, playing + down + settle + down + advance(0.05));
   const std::vector<float> left = heard.left();
   const float from = gain(15);
   const float to = gain(14);
@@ -226,9 +202,8 @@ TEST(Volume, RampsInEqualSteps) {
 }
 
 TEST(Volume, ATapReadOnlyWhileSomethingPlays) {
-  const Played played = playScenario(
-      lines({builtIn, screen, launch, settle, down, settle, snapshot("quiet"), music, settle, snapshot("music"),
-             R"({"do":"play","process":"music","stop":true})", settle, snapshot("stopped")}));
+  const Played played = playScenario(builtIn + screen + launch + settle + down + settle + snapshot("quiet") + music +
+                                     settle + snapshot("music") + playStops("music") + settle + snapshot("stopped"));
   EXPECT_EQ(snapshotOf(played, "quiet")["audio"]["taps"][0]["read"], false);
   expectSpeaker(played, "quiet", 0, false);
   expectSpeaker(played, "music", 0.5F * gain(15), false);
@@ -237,18 +212,15 @@ TEST(Volume, ATapReadOnlyWhileSomethingPlays) {
 }
 
 TEST(Volume, SumsSeveralProcesses) {
-  const Played played =
-      playScenario(playing + lines({R"({"do":"play","process":"call","output":10,"tone":0,"level":0.25})", settle,
-                                    snapshot("full"), down, settle, snapshot("15")}));
+  const Played played = playScenario(playing + play("call", 10, {{"tone", 0}, {"level", 0.25}}) + settle +
+                                     snapshot("full") + down + settle + snapshot("15"));
   expectSpeaker(played, "full", 0.75F, true);
   expectSpeaker(played, "15", 0.75F * gain(15), false);
 }
 
 TEST(Volume, LeavesOtherOutputsAlone) {
-  const Played played =
-      playScenario(playing + lines({output(11, {{"uid", "USB"}, {"name", "Headset"}}),
-                                    R"({"do":"play","process":"call","output":11,"tone":0,"level":0.25})", down, settle,
-                                    snapshot("s")}));
+  const Played played = playScenario(playing + output(11, {{"uid", "USB"}, {"name", "Headset"}}) +
+                                     play("call", 11, {{"tone", 0}, {"level", 0.25}}) + down + settle + snapshot("s"));
   expectSpeaker(played, "s", 0.5F * gain(15), false);
   expectSpeaker(played, "s", 0.25F, true, 11);
 }
@@ -256,29 +228,10 @@ TEST(Volume, LeavesOtherOutputsAlone) {
 // ---- Keys ----
 
 TEST(Volume, StepsStayInTheirRange) {
-  const Played played = playScenario(lines({builtIn,
-                                            screen,
-                                            music,
-                                            preference("steps.HDMI-1", 1),
-                                            launch,
-                                            settle,
-                                            snapshot("1"),
-                                            down,
-                                            settle,
-                                            snapshot("0"),
-                                            down,
-                                            settle,
-                                            snapshot("still 0"),
-                                            quit,
-                                            preference("steps.HDMI-1", 15),
-                                            launch,
-                                            settle,
-                                            up,
-                                            settle,
-                                            snapshot("16"),
-                                            up,
-                                            settle,
-                                            snapshot("still 16")}));
+  const Played played = playScenario(builtIn + screen + music + preference("steps.HDMI-1", 1) + launch + settle +
+                                     snapshot("1") + down + settle + snapshot("0") + down + settle +
+                                     snapshot("still 0") + quit + preference("steps.HDMI-1", 15) + launch + settle +
+                                     up + settle + snapshot("16") + up + settle + snapshot("still 16"));
   expectSpeaker(played, "1", 0.5F * gain(1), false);
   expectSpeaker(played, "0", 0, false);
   expectSpeaker(played, "still 0", 0, false);
@@ -292,8 +245,7 @@ TEST(Volume, StepsStayInTheirRange) {
 }
 
 TEST(Volume, MuteAtFullVolumeStartsTheRouterAndUnmuteStopsIt) {
-  const Played played =
-      playScenario(playing + lines({mute, settle, snapshot("muted"), mute, settle, snapshot("back")}));
+  const Played played = playScenario(playing + mute + settle + snapshot("muted") + mute + settle + snapshot("back"));
   expectSpeaker(played, "muted", 0, false);
   expectSpeaker(played, "back", 0.5F, true);
   EXPECT_EQ(audioCalls(played), joined({building, takingDown}));
@@ -301,10 +253,9 @@ TEST(Volume, MuteAtFullVolumeStartsTheRouterAndUnmuteStopsIt) {
 }
 
 TEST(Volume, AHeldMuteKeyTogglesOnce) {
-  const std::string held = R"({"do":"key","key":"mute","action":"press","repeat":true})";
+  const std::string held = repeated("mute");
   const Played played =
-      playScenario(playing + lines({R"({"do":"key","key":"mute","action":"press"})", held, held, held,
-                                    R"({"do":"key","key":"mute","action":"release"})", settle, snapshot("muted")}));
+      playScenario(playing + press("mute") + held + held + held + release("mute") + settle + snapshot("muted"));
   expectSpeaker(played, "muted", 0, false);
   EXPECT_EQ(written(played), (Logs{"steps.HDMI-1=16", "muted.HDMI-1=true"}));
   EXPECT_EQ(popUps(played), (PopUps{{4, 0}}));
@@ -312,14 +263,13 @@ TEST(Volume, AHeldMuteKeyTogglesOnce) {
 }
 
 TEST(Volume, AHeldVolumeKeyRepeats) {
-  const std::string held = R"({"do":"key","key":"volumeDown","action":"press","repeat":true})";
-  const Played played = playScenario(playing + lines({held, held, held, settle, snapshot("13")}));
+  const std::string held = repeated("volumeDown");
+  const Played played = playScenario(playing + held + held + held + settle + snapshot("13"));
   expectSpeaker(played, "13", 0.5F * gain(13), false);
 }
 
 TEST(Volume, AReleaseIsTakenAndChangesNothing) {
-  const Played played = playScenario(playing + lines({R"({"do":"key","key":"volumeDown","action":"release"})",
-                                                      R"({"do":"key","key":"mute","action":"release"})", settle}));
+  const Played played = playScenario(playing + release("volumeDown") + release("mute") + settle);
   EXPECT_EQ(played.swallowed(), Swallowed(2, true));
   EXPECT_TRUE(written(played).empty());
   EXPECT_TRUE(popUps(played).empty());
@@ -327,10 +277,10 @@ TEST(Volume, AReleaseIsTakenAndChangesNothing) {
 }
 
 TEST(Volume, StepKeysUnmute) {
-  for (const auto& [press, steps] : {std::pair{down, 11}, std::pair{up, 13}}) {
+  for (const auto& [keyPress, steps] : {std::pair{down, 11}, std::pair{up, 13}}) {
     const Played played =
-        playScenario(lines({builtIn, screen, music, preference("steps.HDMI-1", 12), preference("muted.HDMI-1", true),
-                            launch, settle, snapshot("muted"), press, settle, snapshot("heard")}));
+        playScenario(builtIn + screen + music + preference("steps.HDMI-1", 12) + preference("muted.HDMI-1", true) +
+                     launch + settle + snapshot("muted") + keyPress + settle + snapshot("heard"));
     expectSpeaker(played, "muted", 0, false);
     expectSpeaker(played, "heard", 0.5F * gain(steps), false);
     EXPECT_EQ(popUps(played), (PopUps{{3, steps}}));
@@ -338,8 +288,7 @@ TEST(Volume, StepKeysUnmute) {
 }
 
 TEST(Volume, WithoutPopUpsKeysStillWork) {
-  const Played played =
-      playScenario(lines({R"({"do":"missing","library":"OSD"})"}) + playing + lines({down, settle, snapshot("15")}));
+  const Played played = playScenario(missingLibrary("OSD") + playing + down + settle + snapshot("15"));
   expectSpeaker(played, "15", 0.5F * gain(15), false);
   EXPECT_TRUE(popUps(played).empty());
   expectNothingLeft(played);
@@ -347,8 +296,8 @@ TEST(Volume, WithoutPopUpsKeysStillWork) {
 
 TEST(Volume, KeysOfADeviceWithItsOwnVolumeGoOn) {
   const Played played =
-      playScenario(lines({builtIn, output(10, {{"uid", "SPK"}, {"name", "Speakers"}, {"volume", "settable"}}),
-                          R"({"do":"default-output","id":10})", launch, settle, down, up, mute}));
+      playScenario(builtIn + output(10, {{"uid", "SPK"}, {"name", "Speakers"}, {"volume", "settable"}}) +
+                   defaultOutput(10) + launch + settle + down + up + mute);
   EXPECT_EQ(played.swallowed(), Swallowed(6, false));
   EXPECT_TRUE(logged(played, "info VolumeController: Speakers has its own volume control, staying idle"));
   EXPECT_TRUE(written(played).empty());
@@ -357,9 +306,9 @@ TEST(Volume, KeysOfADeviceWithItsOwnVolumeGoOn) {
 }
 
 TEST(Volume, AFixedVolumeCountsAsNone) {
-  const Played played = playScenario(
-      lines({builtIn, output(10, {{"uid", "TV"}, {"name", "Screen"}, {"volume", "fixed"}, {"default", true}}), music,
-             launch, settle, down, settle, snapshot("15")}));
+  const Played played =
+      playScenario(builtIn + output(10, {{"uid", "TV"}, {"name", "Screen"}, {"volume", "fixed"}, {"default", true}}) +
+                   music + launch + settle + down + settle + snapshot("15"));
   EXPECT_TRUE(logged(played, "info VolumeController: Controlling the volume of Screen"));
   expectSpeaker(played, "15", 0.5F * gain(15), false);
 }
@@ -370,11 +319,11 @@ TEST(Volume, DevicesOfAllKinds) {
   for (const json& kind : {json{{"channels", 1}}, json{{"channels", 6}}, json{{"channels", 8}}, json{{"rate", 96000}},
                            json{{"rate", 44100}}, json{{"inputs", 1}}, json{{"inputs", 3}, {"channels", 6}},
                            json{{"frames", 64}}, json{{"frames", 4096}}, json{{"rate", 44100}, {"tap-rate", 44100}}}) {
-    json device = {{"uid", "HDMI-1"}, {"name", "Screen"}, {"default", true}};
+    json device = hdmi;
     device.update(kind);
     const Heard heard =
-        listenTo(10, lines({builtIn, output(10, device), music, launch, settle, snapshot("full"), down, settle,
-                            snapshot("15"), down, settle, snapshot("14"), up, up, settle, snapshot("back")}));
+        listenTo(10, builtIn + output(10, device) + music + launch + settle + snapshot("full") + down + settle +
+                         snapshot("15") + down + settle + snapshot("14") + up + up + settle + snapshot("back"));
     expectSpeaker(heard.played, "full", 0.5F, true);
     expectSpeaker(heard.played, "15", 0.5F * gain(15), false);
     expectSpeaker(heard.played, "14", 0.5F * gain(14), false);
@@ -388,11 +337,11 @@ TEST(Volume, DevicesOfAllKinds) {
 }
 
 TEST(Volume, ATapAtAnotherRateIsRefused) {
-  const Played played = playScenario(lines(
-      {builtIn,
-       output(10, {{"uid", "HDMI-1"}, {"name", "Screen"}, {"rate", 48000}, {"tap-rate", 44100}, {"default", true}}),
-       music, launch, settle, down, settle, snapshot("15"), output(10, {{"tap-rate", 48000}}), down, settle,
-       snapshot("14")}));
+  const Played played = playScenario(
+      builtIn +
+      output(10, {{"uid", "HDMI-1"}, {"name", "Screen"}, {"rate", 48000}, {"tap-rate", 44100}, {"default", true}}) +
+      music + launch + settle + down + settle + snapshot("15") + output(10, {{"tap-rate", 48000}}) + down + settle +
+      snapshot("14"));
   EXPECT_TRUE(logged(
       played,
       "error VolumeController: Starting the capture for Screen failed: Tap format AudioStreamBasicDescription("
@@ -408,9 +357,9 @@ TEST(Volume, ATapAtAnotherRateIsRefused) {
 }
 
 TEST(Volume, ARateThatChangesWhileTheRouterRuns) {
-  const Played played = playScenario(
-      playing + lines({down, settle, output(10, {{"rate", 96000}}), settle, snapshot("96 kHz"), down, settle,
-                       snapshot("14"), wake, settle, snapshot("woken"), up, up, settle, snapshot("back")}));
+  const Played played =
+      playScenario(playing + down + settle + output(10, {{"rate", 96000}}) + settle + snapshot("96 kHz") + down +
+                   settle + snapshot("14") + wake + settle + snapshot("woken") + up + up + settle + snapshot("back"));
   expectSpeaker(played, "96 kHz", 0.5F * gain(15), false);
   expectSpeaker(played, "14", 0.5F * gain(14), false);
   expectSpeaker(played, "woken", 0.5F * gain(14), false);
@@ -420,11 +369,9 @@ TEST(Volume, ARateThatChangesWhileTheRouterRuns) {
 
 TEST(Volume, ADeviceThatVanishesWhileTheRouterRuns) {
   WITH_SEEDS(seed, 10) {
-    const Played played =
-        playScenario(playing + lines({down, settle, R"({"do":"output","id":10,"gone":true})", settle, snapshot("gone"),
-                                      down, output(10, {{"uid", "HDMI-1"}, {"name", "Screen"}, {"default", true}}),
-                                      settle, snapshot("back")}),
-                     seed);
+    const Played played = playScenario(playing + down + settle + outputGone(10) + settle + snapshot("gone") + down +
+                                           screen + settle + snapshot("back"),
+                                       seed);
     EXPECT_EQ(snapshotOf(played, "gone")["taps"], 0);
     EXPECT_EQ(snapshotOf(played, "gone")["aggregates"], 0);
     EXPECT_EQ(played.swallowed(), (Swallowed{true, true, false, false}));
@@ -434,21 +381,21 @@ TEST(Volume, ADeviceThatVanishesWhileTheRouterRuns) {
 }
 
 TEST(Volume, ADeviceWithoutNameOrUID) {
-  const Played nameless = playScenario(
-      lines({builtIn, output(10, {{"uid", "HDMI-1"}, {"name", nullptr}, {"default", true}}), launch, settle, down}));
+  const Played nameless = playScenario(builtIn + output(10, {{"uid", "HDMI-1"}, {"name", nullptr}, {"default", true}}) +
+                                       launch + settle + down);
   EXPECT_TRUE(logged(nameless, "error VolumeController: String property 1819173229 is empty"));
   EXPECT_EQ(nameless.swallowed(), Swallowed(2, false));
   expectNothingLeft(nameless);
 
   const Played anonymous = playScenario(
-      lines({builtIn, output(10, {{"uid", nullptr}, {"name", "Screen"}, {"default", true}}), launch, settle, down}));
+      builtIn + output(10, {{"uid", nullptr}, {"name", "Screen"}, {"default", true}}) + launch + settle + down);
   EXPECT_TRUE(logged(anonymous, "error VolumeController: String property 1969841184 is empty"));
   EXPECT_EQ(anonymous.swallowed(), Swallowed(2, false));
   expectNothingLeft(anonymous);
 }
 
 TEST(Volume, WithoutAnyOutputKeysGoOn) {
-  const Played played = playScenario(lines({builtIn, launch, settle, down}));
+  const Played played = playScenario(builtIn + launch + settle + down);
   EXPECT_EQ(played.logs(),
             (Logs{"info AppDelegate: Media key tap installed",
                   "error VolumeController: Reading string property 1819173229 failed (OSStatus 560947818)"}));
@@ -460,38 +407,13 @@ TEST(Volume, WithoutAnyOutputKeysGoOn) {
 TEST(Volume, EachDeviceKeepsItsOwnLevel) {
   const std::string other = output(11, {{"uid", "HDMI-2"}, {"name", "Beamer"}});
   WITH_SEEDS(seed, 10) {
-    const Played played = playScenario(lines({builtIn,
-                                              screen,
-                                              other,
-                                              music,
-                                              R"({"do":"play","process":"film","output":11,"tone":0,"level":0.25})",
-                                              launch,
-                                              settle,
-                                              down,
-                                              down,
-                                              settle,
-                                              R"({"do":"default-output","id":11})",
-                                              settle,
-                                              snapshot("beamer"),
-                                              down,
-                                              mute,
-                                              settle,
-                                              snapshot("beamer muted"),
-                                              R"({"do":"default-output","id":10})",
-                                              settle,
-                                              snapshot("screen"),
-                                              R"({"do":"default-output","id":11})",
-                                              settle,
-                                              snapshot("beamer again"),
-                                              wake,
-                                              settle,
-                                              snapshot("woken"),
-                                              quit,
-                                              snapshot("without"),
-                                              launch,
-                                              settle,
-                                              snapshot("restarted")}),
-                                       seed);
+    const Played played =
+        playScenario(builtIn + screen + other + music + play("film", 11, {{"tone", 0}, {"level", 0.25}}) + launch +
+                         settle + down + down + settle + defaultOutput(11) + settle + snapshot("beamer") + down + mute +
+                         settle + snapshot("beamer muted") + defaultOutput(10) + settle + snapshot("screen") +
+                         defaultOutput(11) + settle + snapshot("beamer again") + wake + settle + snapshot("woken") +
+                         quit + snapshot("without") + launch + settle + snapshot("restarted"),
+                     seed);
     expectSpeaker(played, "beamer", 0.5F, true);
     expectSpeaker(played, "beamer", 0.25F, true, 11);
     expectSpeaker(played, "beamer muted", 0, false, 11);
@@ -507,15 +429,13 @@ TEST(Volume, EachDeviceKeepsItsOwnLevel) {
 }
 
 TEST(Volume, ADefaultOutputThatChangesWhileAKeyIsHeld) {
-  const std::string held = R"({"do":"key","key":"volumeDown","action":"press","repeat":true})";
-  const std::string headset = output(11, {{"uid", "USB"}, {"name", "Headset"}, {"volume", "settable"}});
+  const std::string held = repeated("volumeDown");
   WITH_SEEDS(seed, 10) {
-    const Played played = playScenario(
-        lines({builtIn, screen, headset, music, launch, settle, R"({"do":"key","key":"volumeDown","action":"press"})",
-               held, R"({"do":"default-output","id":11})", settle, held, held,
-               R"({"do":"key","key":"volumeDown","action":"release"})", R"({"do":"default-output","id":10})", settle,
-               held, settle, snapshot("13")}),
-        seed);
+    const Played played =
+        playScenario(builtIn + screen + output(11, headset) + music + launch + settle + press("volumeDown") + held +
+                         defaultOutput(11) + settle + held + held + release("volumeDown") + defaultOutput(10) + settle +
+                         held + settle + snapshot("13"),
+                     seed);
     EXPECT_EQ(played.swallowed(), (Swallowed{true, true, false, false, false, true}));
     expectSpeaker(played, "13", 0.5F * gain(13), false);
     expectNothingLeft(played);
@@ -524,10 +444,10 @@ TEST(Volume, ADefaultOutputThatChangesWhileAKeyIsHeld) {
 
 TEST(Volume, AWakeStormLeavesOneRouter) {
   WITH_SEEDS(seed, 10) {
-    const Played played = playScenario(
-        playing + lines({down, settle, wake, wake, wake, down, wake, wake, settle, R"({"do":"default-output","id":10})",
-                         wake, wake, settle, snapshot("14"), quit, snapshot("end")}),
-        seed);
+    const Played played =
+        playScenario(playing + down + settle + wake + wake + wake + down + wake + wake + settle + defaultOutput(10) +
+                         wake + wake + settle + snapshot("14") + quit + snapshot("end"),
+                     seed);
     expectSpeaker(played, "14", 0.5F * gain(14), false);
     EXPECT_EQ(snapshotOf(played, "14")["taps"], 1);
     EXPECT_EQ(snapshotOf(played, "14")["aggregates"], 1);
@@ -537,15 +457,15 @@ TEST(Volume, AWakeStormLeavesOneRouter) {
 }
 
 TEST(Volume, QuittingGivesTheSoundBack) {
-  const Played played = playScenario(playing + lines({down, settle, quit, advance(0.03), snapshot("after")}));
+  const Played played = playScenario(playing + down + settle + quit + advance(0.03) + snapshot("after"));
   expectSpeaker(played, "after", 0.5F, true);
   expectNothingLeft(played);
 }
 
 TEST(Volume, StoredValuesOfOtherKinds) {
   const auto levelAt = [](const json& steps, const json& muted) {
-    const Played played = playScenario(lines({builtIn, screen, music, preference("steps.HDMI-1", steps),
-                                              preference("muted.HDMI-1", muted), launch, settle, snapshot("s")}));
+    const Played played = playScenario(builtIn + screen + music + preference("steps.HDMI-1", steps) +
+                                       preference("muted.HDMI-1", muted) + launch + settle + snapshot("s"));
     expectNothingLeft(played);
     return speaker(played, "s")["level"].get<float>();
   };
@@ -565,9 +485,9 @@ TEST(Volume, StoredValuesOfOtherKinds) {
 TEST(Volume, AStoredLevelOutOfEveryRangeDoesNoHarm) {
   for (const json& steps : {json(-5), json(INT64_MIN), json(INT64_MAX), json(UINT64_MAX), json(1000)}) {
     // The next process finds it in the file.
-    const Played played = playScenario(
-        lines({builtIn, screen, music, preference("steps.HDMI-1", steps), launch, settle, snapshot("running"), quit,
-               settle, snapshot("kept"), launch, settle, mute, mute, down, up, settle}));
+    const Played played = playScenario(builtIn + screen + music + preference("steps.HDMI-1", steps) + launch + settle +
+                                       snapshot("running") + quit + settle + snapshot("kept") + launch + settle + mute +
+                                       mute + down + up + settle);
     EXPECT_EQ(snapshotOf(played, "kept")["preferences"]["steps.HDMI-1"], steps);
     EXPECT_TRUE(speaker(played, "running")["level"].is_number());
     EXPECT_EQ(played.swallowed(), Swallowed(8, true));
@@ -614,8 +534,8 @@ TEST(Volume, EveryCallOfTheStartFails) {
   };
   for (const StartFailure& failure : failures) {
     WITH_SEEDS(seed, 3) {
-      const Played played = playScenario(playing + lines({fail(failure.call, -50, failure.nth), down, settle,
-                                                          snapshot("failed"), down, settle, snapshot("14")}),
+      const Played played = playScenario(playing + fail(failure.call, -50, failure.nth) + down + settle +
+                                             snapshot("failed") + down + settle + snapshot("14"),
                                          seed);
       EXPECT_TRUE(logged(played, "error VolumeController: Starting the capture for Screen failed: " + failure.text))
           << failure.text;
@@ -633,8 +553,8 @@ TEST(Volume, EveryCallOfTheStartFails) {
 }
 
 TEST(Volume, TheProcessLookUpFails) {
-  const Played played = playScenario(playing + lines({fail("AudioObjectGetPropertyData", -50, 2), down, settle,
-                                                      snapshot("failed"), down, settle, snapshot("14")}));
+  const Played played = playScenario(playing + fail("AudioObjectGetPropertyData", -50, 2) + down + settle +
+                                     snapshot("failed") + down + settle + snapshot("14"));
   const auto logs = played.logs();
   ASSERT_EQ(logs.size(), 3U);
   EXPECT_EQ(
@@ -648,8 +568,8 @@ TEST(Volume, TheProcessLookUpFails) {
 
 TEST(Volume, AFailedStartAtLaunchIsTriedAgain) {
   const Played played =
-      playScenario(lines({builtIn, screen, music, preference("steps.HDMI-1", 8), fail("AudioDeviceStart", 2003329396),
-                          launch, settle, snapshot("failed"), down, settle, snapshot("7")}));
+      playScenario(builtIn + screen + music + preference("steps.HDMI-1", 8) + fail("AudioDeviceStart", 2003329396) +
+                   launch + settle + snapshot("failed") + down + settle + snapshot("7"));
   EXPECT_TRUE(
       logged(played,
              "error VolumeController: Starting the capture for Screen failed: Starting the aggregate device failed "
@@ -672,8 +592,8 @@ TEST(Volume, EveryCallOfTheTeardownFails) {
       {"AudioHardwareDestroyProcessTap", "Destroying the process tap", {{"process tap", 1}}},
   };
   for (const Failure& failure : failures) {
-    const Played played = playScenario(playing + lines({down, settle, fail(failure.call, -66), up, settle,
-                                                        snapshot("full"), down, settle, snapshot("15"), up, settle}));
+    const Played played = playScenario(playing + down + settle + fail(failure.call, -66) + up + settle +
+                                       snapshot("full") + down + settle + snapshot("15") + up + settle);
     EXPECT_TRUE(logged(played, "error AudioRouter: " + failure.text + " failed (OSStatus -66)")) << failure.text;
     EXPECT_EQ(audioCalls(played), joined({building, takingDown, building, takingDown})) << failure.text;
     expectSpeaker(played, "full", 0.5F, true);
@@ -697,9 +617,9 @@ TEST(Volume, EveryCallOfTheChoiceFails) {
       {"AudioObjectGetPropertyData", 3, "Reading string property 1969841184 failed (OSStatus -1)"},
   };
   for (const Failure& failure : failures) {
-    const Played played = playScenario(lines(
-        {builtIn, output(10, {{"uid", "HDMI-1"}, {"name", "Screen"}, {"volume", "fixed"}, {"default", true}}), music,
-         fail(failure.call, -1, failure.nth), launch, settle, down, wake, settle, down, settle, snapshot("15")}));
+    const Played played = playScenario(
+        builtIn + output(10, {{"uid", "HDMI-1"}, {"name", "Screen"}, {"volume", "fixed"}, {"default", true}}) + music +
+        fail(failure.call, -1, failure.nth) + launch + settle + down + wake + settle + down + settle + snapshot("15"));
     EXPECT_TRUE(logged(played, "error VolumeController: " + failure.text)) << failure.text;
     EXPECT_EQ(played.swallowed(), (Swallowed{false, false, true, true})) << failure.text;
     expectSpeaker(played, "15", 0.5F * gain(15), false);
@@ -709,9 +629,9 @@ TEST(Volume, EveryCallOfTheChoiceFails) {
 
 TEST(Volume, AListenerThatIsRefusedIsLoggedAndDoneWithout) {
   const Played played =
-      playScenario(lines({fail("AudioObjectAddPropertyListenerBlock", -4)}) + playing +
-                   lines({output(11, {{"uid", "USB"}, {"name", "Headset"}, {"volume", "settable"}, {"default", true}}),
-                          settle, down, settle, snapshot("15")}));
+      playScenario(fail("AudioObjectAddPropertyListenerBlock", -4) + playing +
+                   output(11, {{"uid", "USB"}, {"name", "Headset"}, {"volume", "settable"}, {"default", true}}) +
+                   settle + down + settle + snapshot("15"));
   EXPECT_TRUE(logged(played, "error VolumeController: Could not watch the default output device (OSStatus -4)"));
   // Nobody told the program of the new default.
   expectSpeaker(played, "15", 0.5F * gain(15), false);
@@ -720,30 +640,19 @@ TEST(Volume, AListenerThatIsRefusedIsLoggedAndDoneWithout) {
 }
 
 TEST(Volume, TheSameSeedGivesTheSameBytes) {
-  const std::string scenario = playing + lines({down, wake, down, mute, settle, wake, quit, launch, settle, up});
+  const std::string scenario = playing + down + wake + down + mute + settle + wake + quit + launch + settle + up;
   WITH_SEEDS(seed, 5) { EXPECT_EQ(playScenario(scenario, seed).bytes, playScenario(scenario, seed).bytes); }
 }
 
 TEST(Volume, QuittingAtAnyPoint) {
-  const std::vector<std::string> steps = {builtIn,
-                                          screen,
-                                          music,
-                                          launch,
-                                          down,
-                                          wake,
-                                          settle,
-                                          mute,
-                                          advance(0.005),
-                                          R"({"do":"default-output","id":10})",
-                                          R"({"do":"output","id":10,"gone":true})",
-                                          screen,
-                                          settle,
-                                          up};
+  const std::vector<std::string> steps = {
+      builtIn,           screen,         music,  launch, down, wake, settle, mute, advance(0.005),
+      defaultOutput(10), outputGone(10), screen, settle, up};
   for (std::size_t point = 4; point <= steps.size(); ++point) {
     WITH_SEEDS(seed, 5) {
       std::string scenario;
       for (std::size_t i = 0; i < point; ++i) scenario += steps[i] + "\n";
-      const Played played = playScenario(scenario + lines({quit, advance(0.05), snapshot("after")}), seed);
+      const Played played = playScenario(scenario + quit + advance(0.05) + snapshot("after"), seed);
       EXPECT_EQ(played.of("exit").size(), 1U) << point;
       EXPECT_EQ(snapshotOf(played, "after")["taps"], 0) << point;
       expectNothingLeft(played);
@@ -752,19 +661,18 @@ TEST(Volume, QuittingAtAnyPoint) {
 }
 
 TEST(Volume, OnTheLiveClock) {
-  const std::string held = R"({"do":"key","key":"volumeDown","action":"press","repeat":true})";
+  const std::string held = repeated("volumeDown");
   const json quick = {{"uid", "HDMI-1"}, {"name", "Screen"}, {"frames", 64}, {"default", true}};
-  std::string scenario = lines({builtIn, output(10, quick), output(11, {{"uid", "HDMI-2"}, {"name", "Beamer"}}),
-                                R"({"do":"play","process":"music","output":10})", launch, settle});
+  std::string scenario = builtIn + output(10, quick) + output(11, {{"uid", "HDMI-2"}, {"name", "Beamer"}}) +
+                         play("music", 10, json::object()) + launch + settle;
   for (int i = 0; i < 20; ++i) {
-    scenario += lines({held, advance(0.003), i % 3 == 0 ? mute : wake, advance(0.002), up, held});
-    if (i % 5 == 1)
-      scenario += lines({R"({"do":"default-output","id":11})", held, R"({"do":"default-output","id":10})"});
+    scenario += held + advance(0.003) + (i % 3 == 0 ? mute : wake) + advance(0.002) + up + held;
+    if (i % 5 == 1) scenario += defaultOutput(11) + held + defaultOutput(10);
     if (i % 5 == 3) {
-      scenario += lines({R"({"do":"output","id":10,"gone":true})", advance(0.001), output(10, quick), advance(0.002)});
+      scenario += outputGone(10) + advance(0.001) + output(10, quick) + advance(0.002);
     }
   }
-  scenario += lines({settle, snapshot("s"), quit});
+  scenario += settle + snapshot("s") + quit;
   const Heard heard = listenTo(10, scenario, 1, simulator::Clock::live);
   expectNothingLeft(heard.played);
   EXPECT_GT(heard.samples.size(), 0U);
@@ -773,7 +681,7 @@ TEST(Volume, OnTheLiveClock) {
 
 TEST(Volume, TheCallbackAllocatesAndLocksNothing) {
   RealTimeGuard::reset();
-  const Heard heard = listenTo(10, playing + lines({down, settle, down, settle, mute, settle, mute, advance(0.1), up}));
+  const Heard heard = listenTo(10, playing + down + settle + down + settle + mute + settle + mute + advance(0.1) + up);
   EXPECT_GT(heard.samples.size(), 512U);
   EXPECT_EQ(RealTimeGuard::allocations(), 0U);
   EXPECT_EQ(RealTimeGuard::locks(), 0U);
@@ -782,7 +690,7 @@ TEST(Volume, TheCallbackAllocatesAndLocksNothing) {
 TEST(Volume, PreferencesLieInAFile) {
   simulator::Machine machine(dalvaneProgram(), {});
   simulator::Scenario scenario(machine);
-  std::istringstream steps(playing + lines({down, mute, quit, settle}));
+  std::istringstream steps(playing + down + mute + quit + settle);
   scenario.add(steps, "test");
   scenario.play();
   std::ifstream file(machine.root.below("/Users/user/Library/Preferences/example.dalvane.Dalvane.plist"));

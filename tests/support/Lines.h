@@ -60,6 +60,11 @@ inline std::string play(const std::string& process, int output, const nlohmann::
   members.update(more);
   return line("play", members);
 }
+inline std::string playStops(const std::string& process) {
+  return line("play", {{"process", process}, {"stop", true}});
+}
+inline const std::string restartAudio = line("restart-audio");
+inline std::string temper(const nlohmann::json& members) { return line("temper", members); }
 
 // ---- The system ----
 

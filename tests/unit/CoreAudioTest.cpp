@@ -3,15 +3,19 @@
 #include <unistd.h>
 
 #include "base/AppError.h"
+#include "tests/support/Lines.h"
 #include "tests/support/Program.h"
 #include "volume/AudioRouter.h"
 #include "volume/CoreAudio.h"
 #include "volume/SystemAudioPermission.h"
 
+using namespace lines;
+using nlohmann::json;
+
 namespace {
 
-const std::string screen = R"({"do":"output","id":10,"uid":"HDMI-1","name":"Bildschirm Ü","default":true})"
-                           "\n";
+const json hdmi = {{"uid", "HDMI-1"}, {"name", "Bildschirm Ü"}, {"default", true}};
+const std::string screen = output(10, hdmi);
 
 // The text of the error that `call` throws; empty when it throws none.
 template <typename Call>
@@ -24,31 +28,24 @@ std::string errorOf(Call call) {
   return "";
 }
 
-std::string failing(const std::string& call, int status) {
-  return R"({"do":"fail","call":")" + call + R"(","status":)" + std::to_string(status) + "}\n";
-}
-
 }  // namespace
 
 TEST(CoreAudio, ReadsADevice) {
-  runAsProgram(
-      R"({"do":"output","id":10,"uid":"HDMI-1","name":"Bildschirm Ü","inputs":3,"rate":44100,"channels":6,"default":true})"
-      "\n",
-      [] {
-        const AudioObjectID device = CoreAudio::defaultOutputDevice();
-        EXPECT_NE(device, kAudioObjectUnknown);
-        EXPECT_EQ(CoreAudio::name(device), "Bildschirm Ü");
-        EXPECT_EQ(CoreAudio::deviceUID(device), "HDMI-1");
-        EXPECT_EQ(CoreAudio::streamCount(device, kAudioObjectPropertyScopeInput), 3);
-        EXPECT_EQ(CoreAudio::streamCount(device, kAudioObjectPropertyScopeOutput), 1);
-        const AudioStreamBasicDescription format = CoreAudio::outputStreamFormat(device);
-        EXPECT_EQ(format.mSampleRate, 44100);
-        EXPECT_EQ(format.mChannelsPerFrame, 6U);
-        EXPECT_EQ(format.mFormatID, kAudioFormatLinearPCM);
-        EXPECT_EQ(format.mBitsPerChannel, 32U);
-        EXPECT_EQ(format.mFormatFlags & (kAudioFormatFlagIsFloat | kAudioFormatFlagIsNonInterleaved),
-                  kAudioFormatFlagIsFloat);
-      });
+  runAsProgram(screen + output(10, {{"inputs", 3}, {"rate", 44100}, {"channels", 6}}), [] {
+    const AudioObjectID device = CoreAudio::defaultOutputDevice();
+    EXPECT_NE(device, kAudioObjectUnknown);
+    EXPECT_EQ(CoreAudio::name(device), "Bildschirm Ü");
+    EXPECT_EQ(CoreAudio::deviceUID(device), "HDMI-1");
+    EXPECT_EQ(CoreAudio::streamCount(device, kAudioObjectPropertyScopeInput), 3);
+    EXPECT_EQ(CoreAudio::streamCount(device, kAudioObjectPropertyScopeOutput), 1);
+    const AudioStreamBasicDescription format = CoreAudio::outputStreamFormat(device);
+    EXPECT_EQ(format.mSampleRate, 44100);
+    EXPECT_EQ(format.mChannelsPerFrame, 6U);
+    EXPECT_EQ(format.mFormatID, kAudioFormatLinearPCM);
+    EXPECT_EQ(format.mBitsPerChannel, 32U);
+    EXPECT_EQ(format.mFormatFlags & (kAudioFormatFlagIsFloat | kAudioFormatFlagIsNonInterleaved),
+              kAudioFormatFlagIsFloat);
+  });
 }
 
 TEST(CoreAudio, CountsNoStreams) {
@@ -59,11 +56,9 @@ TEST(CoreAudio, CountsNoStreams) {
 
 TEST(CoreAudio, AVolumeThatCannotBeSetIsNone) {
   for (const auto& [kind, controls] : {std::pair{"none", false}, {"fixed", false}, {"settable", true}}) {
-    runAsProgram(
-        R"({"do":"output","id":10,"uid":"U","name":"N","default":true,"volume":")" + std::string(kind) + "\"}\n",
-        [expected = controls] {
-          EXPECT_EQ(CoreAudio::hasSystemVolumeControl(CoreAudio::defaultOutputDevice()), expected);
-        });
+    runAsProgram(screen + output(10, {{"volume", kind}}), [expected = controls] {
+      EXPECT_EQ(CoreAudio::hasSystemVolumeControl(CoreAudio::defaultOutputDevice()), expected);
+    });
   }
 }
 
@@ -80,20 +75,18 @@ TEST(CoreAudio, ErrorsNameTheSelector) {
     // An object that isn't there has no volume control either, and that is no error.
     EXPECT_FALSE(CoreAudio::hasSystemVolumeControl(nothing));
   });
-  runAsProgram(screen + failing("AudioObjectGetPropertyData", -50), [] {
+  runAsProgram(screen + fail("AudioObjectGetPropertyData", -50), [] {
     EXPECT_EQ(errorOf([] { (void)CoreAudio::defaultOutputDevice(); }),
               "Reading property 1682929012 failed (OSStatus -50)");
   });
 }
 
 TEST(CoreAudio, NullStringsAreErrorsOfTheirOwn) {
-  runAsProgram(R"({"do":"output","id":10,"uid":null,"name":null,"default":true})"
-               "\n",
-               [] {
-                 const AudioObjectID device = CoreAudio::defaultOutputDevice();
-                 EXPECT_EQ(errorOf([&] { (void)CoreAudio::name(device); }), "String property 1819173229 is empty");
-                 EXPECT_EQ(errorOf([&] { (void)CoreAudio::deviceUID(device); }), "String property 1969841184 is empty");
-               });
+  runAsProgram(output(10, {{"uid", nullptr}, {"name", nullptr}, {"default", true}}), [] {
+    const AudioObjectID device = CoreAudio::defaultOutputDevice();
+    EXPECT_EQ(errorOf([&] { (void)CoreAudio::name(device); }), "String property 1819173229 is empty");
+    EXPECT_EQ(errorOf([&] { (void)CoreAudio::deviceUID(device); }), "String property 1969841184 is empty");
+  });
 }
 
 TEST(CoreAudio, FindsProcesses) {
@@ -102,7 +95,7 @@ TEST(CoreAudio, FindsProcesses) {
     EXPECT_EQ(errorOf([] { (void)CoreAudio::processObject(-7); }), "No Core Audio process object for pid -7");
   });
   EXPECT_TRUE(played.of("leak").empty());
-  runAsProgram(screen + failing("AudioObjectGetPropertyData", 5), [] {
+  runAsProgram(screen + fail("AudioObjectGetPropertyData", 5), [] {
     EXPECT_EQ(errorOf([] { (void)CoreAudio::processObject(42); }),
               "Looking up the process object for pid 42 failed (OSStatus 5)");
   });
@@ -134,7 +127,7 @@ TEST(AudioRouter, DescribesItsObjects) {
   EXPECT_EQ(tap["name"], "Dalvane");
   EXPECT_EQ(tap["device"], "HDMI-1");
   EXPECT_EQ(tap["stream"], 0);
-  EXPECT_EQ(tap["excluded"], nlohmann::json::array({"Dalvane"}));
+  EXPECT_EQ(tap["excluded"], json::array({"Dalvane"}));
   EXPECT_EQ(tap["private"], true);
   EXPECT_EQ(tap["mute"], 2);
   const auto device = played.calls("AudioHardwareCreateAggregateDevice")[0]["args"];
@@ -143,8 +136,8 @@ TEST(AudioRouter, DescribesItsObjects) {
   EXPECT_EQ(device["private"], true);
   EXPECT_EQ(device["stacked"], false);
   EXPECT_EQ(device["tapautostart"], true);
-  EXPECT_EQ(device["subdevices"], nlohmann::json::array({"HDMI-1"}));
-  EXPECT_EQ(device["taps"], nlohmann::json::parse(R"([{"uid":)" + tap["uuid"].dump() + R"(,"drift":true}])"));
+  EXPECT_EQ(device["subdevices"], json::array({"HDMI-1"}));
+  EXPECT_EQ(device["taps"], json::parse(R"([{"uid":)" + tap["uuid"].dump() + R"(,"drift":true}])"));
   EXPECT_NE(device["uid"], tap["uuid"]);
 }
 
@@ -250,42 +243,35 @@ TEST(SystemAudioPermission, MapsTheLibrarysAnswers) {
   for (const auto& [permission, status] : {std::pair{"authorized", SystemAudioPermission::Status::authorized},
                                            {"denied", SystemAudioPermission::Status::denied},
                                            {"undetermined", SystemAudioPermission::Status::notDetermined}}) {
-    runAsProgram(R"({"do":"capture","permission":")" + std::string(permission) + "\"}\n",
+    runAsProgram(capture({{"permission", permission}}),
                  [expected = status] { EXPECT_EQ(SystemAudioPermission::status(), expected); });
   }
   for (const int answer : {-1, 2, 3, 256}) {
-    runAsProgram(failing("TCCAccessPreflight", answer),
+    runAsProgram(fail("TCCAccessPreflight", answer),
                  [] { EXPECT_EQ(SystemAudioPermission::status(), SystemAudioPermission::Status::notDetermined); });
   }
 }
 
 TEST(SystemAudioPermission, NamesWhatIsMissing) {
-  runAsProgram(R"({"do":"missing","library":"TCC"})"
-               "\n",
-               [] {
-                 EXPECT_EQ(errorOf([] { (void)SystemAudioPermission::status(); }).find("Loading TCC.framework: "), 0U);
-                 EXPECT_EQ(errorOf([] {
-                             SystemAudioPermission::request(^(bool) {
-                               FAIL();
-                             });
-                           }).find("Loading TCC.framework: "),
-                           0U);
-               });
-  runAsProgram(R"({"do":"missing","symbol":"TCCAccessPreflight"})"
-               "\n",
-               [] {
-                 EXPECT_EQ(errorOf([] { (void)SystemAudioPermission::status(); }),
-                           "TCCAccessPreflight not found in TCC.framework");
-               });
-  runAsProgram(R"({"do":"missing","symbol":"TCCAccessRequest"})"
-               "\n",
-               [] {
-                 EXPECT_EQ(SystemAudioPermission::status(), SystemAudioPermission::Status::authorized);
-                 EXPECT_EQ(errorOf([] {
-                             SystemAudioPermission::request(^(bool) {
-                               FAIL();
-                             });
-                           }),
-                           "TCCAccessRequest not found in TCC.framework");
-               });
+  runAsProgram(missingLibrary("TCC"), [] {
+    EXPECT_EQ(errorOf([] { (void)SystemAudioPermission::status(); }).find("Loading TCC.framework: "), 0U);
+    EXPECT_EQ(errorOf([] {
+                SystemAudioPermission::request(^(bool) {
+                  FAIL();
+                });
+              }).find("Loading TCC.framework: "),
+              0U);
+  });
+  runAsProgram(missingSymbol("TCCAccessPreflight"), [] {
+    EXPECT_EQ(errorOf([] { (void)SystemAudioPermission::status(); }), "TCCAccessPreflight not found in TCC.framework");
+  });
+  runAsProgram(missingSymbol("TCCAccessRequest"), [] {
+    EXPECT_EQ(SystemAudioPermission::status(), SystemAudioPermission::Status::authorized);
+    EXPECT_EQ(errorOf([] {
+                SystemAudioPermission::request(^(bool) {
+                  FAIL();
+                });
+              }),
+              "TCCAccessRequest not found in TCC.framework");
+  });
 }

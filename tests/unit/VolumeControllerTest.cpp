@@ -3,19 +3,16 @@
 
 #include <memory>
 
+#include "tests/support/Lines.h"
 #include "tests/support/Program.h"
 #include "volume/VolumeController.h"
 
+using namespace lines;
 using nlohmann::json;
 
 namespace {
 
-const std::string screen = R"({"do":"output","id":10,"uid":"HDMI-1","name":"Screen","default":true})"
-                           "\n";
-
-std::string preference(const std::string& key, const json& value) {
-  return json{{"do", "preference"}, {"key", key}, {"value", value}}.dump() + "\n";
-}
+const std::string screen = output(10, {{"uid", "HDMI-1"}, {"name", "Screen"}, {"default", true}});
 
 // The values written under a key, one after the other.
 std::vector<json> written(const Played& played, const std::string& key) {
@@ -54,8 +51,7 @@ TEST(VolumeController, TheSliderShowsTheStoredLevel) {
 }
 
 TEST(VolumeController, WithoutADeviceToControlThereIsNoSlider) {
-  withController(R"({"do":"output","id":10,"uid":"U","name":"N","volume":"settable","default":true})"
-                 "\n",
+  withController(output(10, {{"uid", "U"}, {"name", "N"}, {"volume", "settable"}, {"default", true}}),
                  [](VolumeController& controller) {
                    EXPECT_EQ(controller.sliderState(), std::nullopt);
                    for (const MediaKey key : {MediaKey::volumeUp, MediaKey::volumeDown, MediaKey::mute}) {
@@ -99,14 +95,11 @@ TEST(VolumeController, StopsMoreThanOnceAndIsIdleAfterwards) {
 }
 
 TEST(VolumeController, AListenerThatCannotBeRemovedIsNoMatter) {
-  const Played played =
-      runAsProgram(screen + R"({"do":"fail","call":"AudioObjectRemovePropertyListenerBlock","status":-1})"
-                            "\n",
-                   [] {
-                     const auto controller = std::make_shared<VolumeController>(nullptr);
-                     controller->start();
-                     controller->stop();
-                   });
+  const Played played = runAsProgram(screen + fail("AudioObjectRemovePropertyListenerBlock", -1), [] {
+    const auto controller = std::make_shared<VolumeController>(nullptr);
+    controller->start();
+    controller->stop();
+  });
   EXPECT_EQ(played.logs().size(), 1U);  // that it controls the screen
   ASSERT_EQ(played.of("leak").size(), 1U);
   EXPECT_EQ(played.of("leak")[0]["kind"], "property listener");
