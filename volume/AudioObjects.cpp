@@ -1,5 +1,11 @@
 #include "volume/AudioObjects.h"
 
+#include <dispatch/dispatch.h>
+
+#include <cstddef>
+#include <utility>
+#include <vector>
+
 #include "base/Log.h"
 #include "volume/CoreAudio.h"
 
@@ -29,6 +35,21 @@ AggregateDevice::~AggregateDevice() {
   check(AudioHardwareDestroyAggregateDevice(id_), "Destroying the aggregate device");
 }
 
+PropertyListener::PropertyListener(AudioObjectID object, const AudioObjectPropertyAddress& address,
+                                   std::function<void()> changed)
+    : object_(object),
+      address_(address),
+      block_(^(UInt32, const AudioObjectPropertyAddress*) {
+        changed();
+      }),
+      status_(AudioObjectAddPropertyListenerBlock(object_, &address_, dispatch_get_main_queue(), block_.get())) {}
+
+PropertyListener::~PropertyListener() {
+  if (status_ != kAudioHardwareNoError) return;
+  // There is nothing to be done about one that cannot be removed: its object may be gone.
+  AudioObjectRemovePropertyListenerBlock(object_, &address_, dispatch_get_main_queue(), block_.get());
+}
+
 IOProc::IOProc(AudioObjectID device, AudioDeviceIOBlock block) : device_(device) {
   // Without a queue the block runs on the device's real-time thread itself.
   require(AudioDeviceCreateIOProcIDWithBlock(&id_, device, nullptr, block), "Creating the I/O proc");
@@ -37,6 +58,20 @@ IOProc::IOProc(AudioObjectID device, AudioDeviceIOBlock block) : device_(device)
 IOProc::~IOProc() {
   check(AudioDeviceStop(device_, id_), "Stopping the aggregate device");
   check(AudioDeviceDestroyIOProcID(device_, id_), "Destroying the I/O proc");
+}
+
+void IOProc::switchInputsOff(long count) {
+  const auto streams = static_cast<UInt32>(CoreAudio::streamCount(device_, kAudioObjectPropertyScopeInput));
+  const std::size_t size = offsetof(AudioHardwareIOProcStreamUsage, mStreamIsOn) + streams * sizeof(UInt32);
+  std::vector<std::max_align_t> storage(size / sizeof(std::max_align_t) + 1);
+  auto* const usage = reinterpret_cast<AudioHardwareIOProcStreamUsage*>(storage.data());
+  usage->mIOProc = reinterpret_cast<void*>(id_);
+  usage->mNumberStreams = streams;
+  for (UInt32 stream = 0; stream < streams; ++stream) usage->mStreamIsOn[stream] = stream >= count ? 1 : 0;
+  constexpr AudioObjectPropertyAddress address =
+      CoreAudio::propertyAddress(kAudioDevicePropertyIOProcStreamUsage, kAudioObjectPropertyScopeInput);
+  require(AudioObjectSetPropertyData(device_, &address, 0, nullptr, static_cast<UInt32>(size), usage),
+          "Switching the device's own inputs off");
 }
 
 void IOProc::start() { require(AudioDeviceStart(device_, id_), "Starting the aggregate device"); }

@@ -7,7 +7,10 @@
 
 #include <CoreAudio/CoreAudio.h>
 
+#include <functional>
+
 #include "platform/AudioTap.h"
+#include "platform/Block.h"
 
 // A process tap.
 class ProcessTap {
@@ -38,6 +41,25 @@ class AggregateDevice {
   AudioObjectID id_ = kAudioObjectUnknown;
 };
 
+// A call on the main queue whenever a property of an object has changed. What is on its way when this goes may still
+// arrive. Unlike the others it is no error when Core Audio refuses: nothing is called then.
+class PropertyListener {
+ public:
+  PropertyListener(AudioObjectID object, const AudioObjectPropertyAddress& address, std::function<void()> changed);
+  ~PropertyListener();
+  PropertyListener(const PropertyListener&) = delete;
+  PropertyListener& operator=(const PropertyListener&) = delete;
+
+  // kAudioHardwareNoError, or why nothing is called.
+  [[nodiscard]] OSStatus status() const { return status_; }
+
+ private:
+  AudioObjectID object_;
+  AudioObjectPropertyAddress address_;
+  Block<AudioObjectPropertyListenerBlock> block_;
+  OSStatus status_;
+};
+
 // An I/O callback of a device, called on the device's real-time thread once it is started.
 class IOProc {
  public:
@@ -47,6 +69,11 @@ class IOProc {
   ~IOProc();
   IOProc(const IOProc&) = delete;
   IOProc& operator=(const IOProc&) = delete;
+
+  // Leaves the first `count` input streams of the device closed for this callback, and the others open: it sees no data
+  // for those that are closed, which keep their places. Before `start`, and with all streams in place. Throws an
+  // AppError when Core Audio refuses.
+  void switchInputsOff(long count);
 
   // Throws an AppError when Core Audio refuses; the callback is to be destroyed then.
   void start();

@@ -2,14 +2,13 @@
 
 #include <unistd.h>
 
-#include <array>
-#include <charconv>
 #include <string>
 
 #include "base/AppError.h"
 #include "platform/CFCollections.h"
 #include "platform/UUID.h"
 #include "volume/CoreAudio.h"
+#include "volume/StreamFormat.h"
 
 namespace {
 
@@ -44,47 +43,22 @@ CF::Ref<CFDictionaryRef> aggregateDescription(const std::string& deviceUID, cons
   });
 }
 
-std::string text(const AudioStreamBasicDescription& format) {
-  std::array<char, 32> rate{};  // the shortest digits that read back as the same number
-  const auto end = std::to_chars(rate.data(), rate.data() + rate.size(), format.mSampleRate).ptr;
-  return "AudioStreamBasicDescription(mSampleRate: " + std::string(rate.data(), end) +
-         ", mFormatID: " + std::to_string(format.mFormatID) + ", mFormatFlags: " + std::to_string(format.mFormatFlags) +
-         ", mBytesPerPacket: " + std::to_string(format.mBytesPerPacket) +
-         ", mFramesPerPacket: " + std::to_string(format.mFramesPerPacket) +
-         ", mBytesPerFrame: " + std::to_string(format.mBytesPerFrame) +
-         ", mChannelsPerFrame: " + std::to_string(format.mChannelsPerFrame) +
-         ", mBitsPerChannel: " + std::to_string(format.mBitsPerChannel) +
-         ", mReserved: " + std::to_string(format.mReserved) + ")";
-}
-
-// The one sample layout that is rendered: interleaved 32-bit floats.
-bool isInterleavedFloat32(const AudioStreamBasicDescription& format) {
-  constexpr AudioFormatFlags layout = kAudioFormatFlagIsFloat | kAudioFormatFlagIsNonInterleaved;
-  return format.mFormatID == kAudioFormatLinearPCM && (format.mFormatFlags & layout) == kAudioFormatFlagIsFloat &&
-         format.mBitsPerChannel == 32;
-}
-
-// Nothing is converted: both ends must have the same layout and rate.
-void requireCompatible(const AudioStreamBasicDescription& tap, const AudioStreamBasicDescription& output) {
-  const bool compatible = isInterleavedFloat32(tap) && isInterleavedFloat32(output) && tap.mChannelsPerFrame != 0 &&
-                          tap.mChannelsPerFrame == output.mChannelsPerFrame && tap.mSampleRate == output.mSampleRate;
-  if (!compatible) throw AppError("Tap format " + text(tap) + " does not match output format " + text(output));
-}
-
 }  // namespace
 
 AudioRouter::AudioRouter(AudioObjectID device, float gain)
-    : state_(std::make_shared<RenderState>(gain, CoreAudio::streamCount(device, kAudioObjectPropertyScopeInput))) {
+    : device_(device),
+      state_(std::make_shared<RenderState>(gain, CoreAudio::streamCount(device, kAudioObjectPropertyScopeInput))) {
   // What was built when this throws goes with the members.
-  start(device);
+  start();
 }
 
-void AudioRouter::start(AudioObjectID device) {
-  const std::string uid = CoreAudio::deviceUID(device);
+void AudioRouter::start() {
+  const std::string uid = CoreAudio::deviceUID(device_);
   const CA::TapDescription description = tapDescription(uid);
   tap_.emplace(description);
   const AudioStreamBasicDescription tapFormat = CoreAudio::tapFormat(tap_->id());
-  requireCompatible(tapFormat, CoreAudio::outputStreamFormat(device));
+  format_ = CoreAudio::outputStreamFormat(device_);
+  requireCompatible(tapFormat, format_);
   aggregate_.emplace(aggregateDescription(uid, description.UUID().UUIDString()).get());
   // The block keeps the state and never the router. Calling it counts no reference.
   const std::shared_ptr<RenderState> state = state_;
@@ -92,6 +66,8 @@ void AudioRouter::start(AudioObjectID device) {
                                       AudioBufferList* output, const AudioTimeStamp*) {
     render(*state, *input, *output);
   });
+  // The device's own inputs come first among the aggregate device's. They would be its microphones.
+  if (state_->tapBufferIndex > 0) ioProc_->switchInputsOff(state_->tapBufferIndex);
   ioProc_->start();
 }
 
@@ -102,3 +78,13 @@ void AudioRouter::stop() {
 }
 
 void AudioRouter::setGain(float gain) { state_->targetGain.store(gain, std::memory_order_relaxed); }
+
+bool AudioRouter::fitsDevice() const {
+  try {
+    return CoreAudio::isAlive(device_) &&
+           CoreAudio::streamCount(device_, kAudioObjectPropertyScopeInput) == state_->tapBufferIndex &&
+           isCompatible(format_, CoreAudio::outputStreamFormat(device_));
+  } catch (const AppError&) {
+    return false;  // such as when it is gone
+  }
+}

@@ -26,9 +26,15 @@ class AudioRouter {
   // The gain wanted from now on, 0 to 1; it is reached within one I/O cycle, by a ramp.
   void setGain(float gain);
 
- private:
-  void start(AudioObjectID device);
+  // Whether the device is still as it was when the router was made: alive, with as many input streams and the same
+  // format. If not, only a new router can be right. Asks the device each time.
+  [[nodiscard]] bool fitsDevice() const;
 
+ private:
+  void start();
+
+  const AudioObjectID device_;
+  AudioStreamBasicDescription format_{};  // of the device's output, when the router was made
   const std::shared_ptr<RenderState> state_;
   // In the order they are built; they go in the reverse order.
   std::optional<ProcessTap> tap_;

@@ -63,6 +63,10 @@ bool hasSystemVolumeControl(AudioObjectID device) {
   return settable != 0;
 }
 
+bool isAlive(AudioObjectID device) {
+  return read(device, propertyAddress(kAudioDevicePropertyDeviceIsAlive), UInt32{0}) != 0;
+}
+
 long streamCount(AudioObjectID device, AudioObjectPropertyScope scope) {
   const AudioObjectPropertyAddress address = propertyAddress(kAudioDevicePropertyStreams, scope);
   UInt32 size = 0;

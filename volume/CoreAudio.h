@@ -38,6 +38,9 @@ std::string deviceUID(AudioObjectID device);
 // Whether the device's main output volume can be set. One that can only be read counts as none.
 bool hasSystemVolumeControl(AudioObjectID device);
 
+// Whether the device can be used; one that cannot will mostly be gone soon.
+bool isAlive(AudioObjectID device);
+
 // How many streams the device has in that direction (kAudioObjectPropertyScopeInput or ...Output).
 long streamCount(AudioObjectID device, AudioObjectPropertyScope scope);
 

@@ -3,6 +3,7 @@
 #include <dispatch/dispatch.h>
 
 #include <algorithm>
+#include <array>
 #include <exception>
 #include <limits>
 #include <utility>
@@ -18,8 +19,14 @@ namespace {
 
 constexpr int totalSteps = 16;
 
-constexpr AudioObjectPropertyAddress defaultOutputAddress =
-    CoreAudio::propertyAddress(kAudioHardwarePropertyDefaultOutputDevice);
+// What a router is built upon.
+constexpr std::array watchedOfDevice = {
+    CoreAudio::propertyAddress(kAudioDevicePropertyStreams, kAudioObjectPropertyScopeInput),
+    CoreAudio::propertyAddress(kAudioDevicePropertyStreams, kAudioObjectPropertyScopeOutput),
+    CoreAudio::propertyAddress(kAudioDevicePropertyStreamFormat, kAudioObjectPropertyScopeOutput),
+    CoreAudio::propertyAddress(kAudioDevicePropertyNominalSampleRate),
+    CoreAudio::propertyAddress(kAudioDevicePropertyDeviceIsAlive),
+};
 
 os_log_t logger() {
   static const os_log_t handle = makeLogger("VolumeController");
@@ -29,10 +36,14 @@ os_log_t logger() {
 std::string stepsKey(const std::string& uid) { return "steps." + uid; }
 std::string mutedKey(const std::string& uid) { return "muted." + uid; }
 
-// The cube of the level: loudness follows the steps evenly. Exact in 32 bits for every step.
+// The device plays untouched.
+bool isFull(long steps, bool muted) { return !muted && steps >= totalSteps; }
+
+// The cube of the level: loudness follows the steps evenly. Exact in 32 bits for every step. From 0 to 1, whatever
+// level somebody else wrote.
 float gain(long steps, bool muted) {
   if (muted) return 0;
-  const float fraction = static_cast<float>(steps) / totalSteps;
+  const float fraction = static_cast<float>(std::clamp(steps, 0L, long{totalSteps})) / totalSteps;
   return fraction * fraction * fraction;
 }
 
@@ -45,6 +56,7 @@ VolumeController::VolumeController(std::shared_ptr<const NativeOSD> osd) : osd_(
 
 void VolumeController::start() {
   assertMainThread();
+  isRunning_ = true;
   listenForDefaultOutputChanges();
   observeWake();
   refresh();
@@ -52,15 +64,11 @@ void VolumeController::start() {
 
 void VolumeController::stop() {
   assertMainThread();
+  isRunning_ = false;
   if (wakeObserver_) {
     NS::Workspace::sharedWorkspace().notificationCenter().removeObserver(std::exchange(wakeObserver_, {}));
   }
-  if (defaultOutputListener_) {
-    // There is nothing to be done about a listener that cannot be removed.
-    AudioObjectRemovePropertyListenerBlock(CoreAudio::system, &defaultOutputAddress, dispatch_get_main_queue(),
-                                           defaultOutputListener_.get());
-    defaultOutputListener_ = {};
-  }
+  defaultOutputListener_.reset();
   stopRouter();
   output_.reset();
 }
@@ -123,57 +131,87 @@ void VolumeController::chooseOutput() {
     os_log_info(logger(), "%{public}s has its own volume control, staying idle", name.c_str());
     return;
   }
-  switch (SystemAudioPermission::status()) {
-    case SystemAudioPermission::Status::authorized: {
-      const Output output{.device = device, .uid = CoreAudio::deviceUID(device), .name = name};
-      output_ = output;
-      os_log_info(logger(), "Controlling the volume of %{public}s", name.c_str());
-      updateCapture(storedSteps(output.uid), storedMute(output.uid), output);
-      break;
-    }
-    case SystemAudioPermission::Status::denied:
-      showPermissionAlert();
-      break;
-    case SystemAudioPermission::Status::notDetermined:
-      requestPermission();
-      break;
+  if (!mayCapture()) return;
+  const Output output{.device = device, .uid = CoreAudio::deviceUID(device), .name = name};
+  output_ = output;
+  os_log_info(logger(), "Controlling the volume of %{public}s", name.c_str());
+  const long steps = storedSteps(output.uid);
+  const bool muted = storedMute(output.uid);
+  if (!isFull(steps, muted)) startRouter(gain(steps, muted), output);
+}
+
+void VolumeController::defaultOutputChanged() {
+  try {
+    if (output_ && CoreAudio::defaultOutputDevice() == output_->device) return;
+  } catch (const std::exception&) {
+    // The choice meets the same error, and says so.
   }
+  refresh();
+}
+
+// Building a router is itself an occasion for notifications. Were each taken for a change, there would be no end.
+void VolumeController::deviceChanged() {
+  if (router_ && !router_->fitsDevice()) refresh();
+}
+
+std::function<void()> VolumeController::whileRunning(void (VolumeController::*action)()) {
+  return [controller = weak_from_this(), action] {
+    if (const auto self = controller.lock(); self && self->isRunning_) (self.get()->*action)();
+  };
 }
 
 void VolumeController::listenForDefaultOutputChanges() {
-  const std::weak_ptr<VolumeController> controller = weak_from_this();
-  const Block<AudioObjectPropertyListenerBlock> listener(^(UInt32, const AudioObjectPropertyAddress*) {
-    if (const auto self = controller.lock()) self->refresh();
-  });
-  const OSStatus status = AudioObjectAddPropertyListenerBlock(CoreAudio::system, &defaultOutputAddress,
-                                                              dispatch_get_main_queue(), listener.get());
+  const OSStatus status =
+      defaultOutputListener_
+          .emplace(CoreAudio::system, CoreAudio::propertyAddress(kAudioHardwarePropertyDefaultOutputDevice),
+                   whileRunning(&VolumeController::defaultOutputChanged))
+          .status();
   if (status != kAudioHardwareNoError) {
     os_log_error(logger(), "Could not watch the default output device (OSStatus %d)", status);
-    return;
   }
-  defaultOutputListener_ = listener;
+}
+
+void VolumeController::watchDevice(const Output& output) {
+  const auto watch = [&](AudioObjectID object, const AudioObjectPropertyAddress& address,
+                         void (VolumeController::*changed)()) {
+    const OSStatus status = routersListeners_.emplace_back(object, address, whileRunning(changed)).status();
+    if (status != kAudioHardwareNoError) {
+      os_log_error(logger(), "Could not watch %{public}s (OSStatus %d)", output.name.c_str(), status);
+    }
+  };
+  for (const auto& address : watchedOfDevice) watch(output.device, address, &VolumeController::deviceChanged);
+  // Of what the router is made of nothing is left then, however little the device has changed.
+  watch(CoreAudio::system, CoreAudio::propertyAddress(kAudioHardwarePropertyServiceRestarted),
+        &VolumeController::refresh);
 }
 
 void VolumeController::observeWake() {
-  const std::weak_ptr<VolumeController> controller = weak_from_this();
+  const auto woken = whileRunning(&VolumeController::refresh);
   wakeObserver_ =
       NS::Workspace::sharedWorkspace().notificationCenter().addObserverForName(NS::WorkspaceDidWakeNotification(), ^{
-        if (const auto self = controller.lock()) self->refresh();
+        woken();
       });
 }
 
+bool VolumeController::mayCapture() {
+  const SystemAudioPermission::Status status = SystemAudioPermission::status();
+  if (status == SystemAudioPermission::Status::authorized) return true;
+  output_.reset();
+  if (status == SystemAudioPermission::Status::denied) {
+    showPermissionAlert();
+  } else {
+    requestPermission();
+  }
+  return false;
+}
+
 void VolumeController::requestPermission() {
-  const std::weak_ptr<VolumeController> controller = weak_from_this();
+  const auto granted = whileRunning(&VolumeController::refresh);
+  const auto refused = whileRunning(&VolumeController::showPermissionAlert);
   // Called on any thread.
-  SystemAudioPermission::request(^(bool granted) {
+  SystemAudioPermission::request(^(bool isGranted) {
     dispatch_async(dispatch_get_main_queue(), ^{
-      const auto self = controller.lock();
-      if (!self) return;
-      if (granted) {
-        self->refresh();
-      } else {
-        self->showPermissionAlert();
-      }
+      isGranted ? granted() : refused();
     });
   });
 }
@@ -198,28 +236,30 @@ bool VolumeController::storedMute(const std::string& uid) const { return default
 void VolumeController::apply(long steps, bool muted, const Output& output) {
   defaults_.setInteger(steps, stepsKey(output.uid));
   defaults_.setBool(muted, mutedKey(output.uid));
-  updateCapture(steps, muted, output);
+  if (isFull(steps, muted)) return stopRouter();
+  if (router_) return router_->setGain(gain(steps, muted));
+  try {
+    // Without the permission, which can have been taken away, a tap is silent and the device too.
+    if (mayCapture()) startRouter(gain(steps, muted), output);
+  } catch (const std::exception& error) {
+    os_log_error(logger(), "%{public}s", error.what());
+    output_.reset();
+  }
 }
 
-void VolumeController::updateCapture(long steps, bool muted, const Output& output) {
-  if (!muted && steps >= totalSteps) {
-    // At full volume the device plays untouched.
-    stopRouter();
-    return;
-  }
-  if (router_) {
-    router_->setGain(gain(steps, muted));
-    return;
-  }
+void VolumeController::startRouter(float gain, const Output& output) {
+  watchDevice(output);  // first, so that no change is missed
   try {
-    router_.emplace(output.device, gain(steps, muted));
+    router_.emplace(output.device, gain);
   } catch (const std::exception& error) {
     // The next change of the level tries again.
     os_log_error(logger(), "Starting the capture for %{public}s failed: %{public}s", output.name.c_str(), error.what());
+    routersListeners_.clear();
   }
 }
 
 void VolumeController::stopRouter() {
+  routersListeners_.clear();
   if (router_) router_->stop();
   router_.reset();
 }

@@ -41,6 +41,8 @@ class Audio::SystemObject : public AudioObject {
       for (const auto& [id, aggregate] : audio_.aggregates_) devices.push_back(id);
       return PropertyValue::list(devices);
     }
+    // Its value has no meaning.
+    if (isProperty(address, kAudioHardwarePropertyServiceRestarted)) return PropertyValue::of(UInt32{0});
     if (isProperty(address, kAudioHardwarePropertyTranslatePIDToProcessObject)) {
       pid_t pid = 0;
       if (qualifier.size() != sizeof pid) throw AudioError{kAudioHardwareBadPropertySizeError};
@@ -159,11 +161,15 @@ void Audio::restart() {
   taps_.clear();
   program_.reset();
   listeners.clearExcept(kAudioObjectSystemObject);
-  for (auto& [number, device] : outputs_) makeOutput(number, OutputSettings(device->settings()));
   notify(kAudioObjectSystemObject, kAudioHardwarePropertyServiceRestarted);
-  notify(kAudioObjectSystemObject, kAudioHardwarePropertyDevices);
-  if (defaultOutput_) notify(kAudioObjectSystemObject, kAudioHardwarePropertyDefaultOutputDevice);
+  // Whether devices keep their numbers is nobody's to know.
+  if (machine_.scheduler.random(2) == 0) {
+    for (auto& [number, device] : outputs_) makeOutput(number, OutputSettings(device->settings()));
+    notify(kAudioObjectSystemObject, kAudioHardwarePropertyDevices);
+    if (defaultOutput_) notify(kAudioObjectSystemObject, kAudioHardwarePropertyDefaultOutputDevice);
+  }
   updateAll();
+  disturb();
 }
 
 void Audio::setRough(bool rough) {

@@ -35,7 +35,7 @@ class Audio : public Part {
   // Its default moves to another output, if there is one.
   void removeOutput(OutputDevice& device);
   void setDefaultOutput(std::optional<std::int64_t> number);
-  // The audio service ends and starts again: every device is a new object, and what clients had made is gone.
+  // The audio service ends and starts again: what clients had made is gone, and devices may be new objects.
   void restart();
   // Rough: clients also hear of changes that are none whenever an aggregate device comes or goes.
   void setRough(bool rough);

@@ -116,6 +116,89 @@ TEST(AudioPermission, GrantedLaterByTheUser) {
   expectNothingLeft(played);
 }
 
+TEST(AudioPermission, TakenAwayItIsMissedBeforeTheSoundIs) {
+  WITH_SEEDS(seed, 10) {
+    const Played played = playScenario(screen + launch + settle + permission("denied") + press("volumeDown") + settle +
+                                           snapshot("s") + release("volumeDown") + down + settle + wake + settle,
+                                       seed);
+    const json speaker = played.of("snapshot")[0]["speakers"][0];
+    EXPECT_EQ(speaker["level"], 0.5F);
+    EXPECT_EQ(speaker["direct"], true);
+    EXPECT_TRUE(played.calls("AudioHardwareCreateProcessTap").empty());
+    expectAlerts(played, 1);
+    // The press that finds it out is taken, and its level kept; from then on keys are the system's.
+    EXPECT_EQ(played.swallowed(), (std::vector<bool>{true, false, false, false}));
+    EXPECT_EQ(played.of("snapshot")[0]["preferences"]["steps.HDMI-1"], 15);
+    expectNothingLeft(played);
+  }
+}
+
+TEST(AudioPermission, TakenAwayAndGivenBack) {
+  const Played played = playScenario(screen + launch + settle + permission("denied") + down + settle +
+                                     permission("authorized") + wake + settle + snapshot("s"));
+  expectAlerts(played, 1);
+  EXPECT_EQ(level(played), 0.5F * 3375 / 4096);
+  expectNothingLeft(played);
+}
+
+TEST(AudioPermission, ForgottenItIsAskedForAgain) {
+  for (const bool granted : {true, false}) {
+    WITH_SEEDS(seed, 5) {
+      const Played played = playScenario(
+          screen + launch + settle + permission("undetermined", granted) + down + settle + snapshot("s") + down, seed);
+      EXPECT_EQ(played.of("prompt").size(), 1U);
+      expectAlerts(played, granted ? 0 : 1);
+      EXPECT_EQ(level(played), granted ? 0.5F * 3375 / 4096 : 0.5F);
+      EXPECT_EQ(played.swallowed(), (std::vector<bool>{true, false, granted, granted}));
+      expectNothingLeft(played);
+    }
+  }
+}
+
+TEST(AudioPermission, AnOpenRouterGoesOnWithoutAsking) {
+  const Played played =
+      playScenario(screen + launch + settle + down + settle + permission("denied") + down + settle + snapshot("s"));
+  expectAlerts(played, 0);
+  EXPECT_EQ(level(played), 0.5F * 2744 / 4096);
+}
+
+TEST(AudioPermission, ThatCannotBeAskedForEndsInNoSilence) {
+  const Played played =
+      playScenario(screen + launch + settle + fail("dlopen", 1) + down + settle + snapshot("s") + down);
+  EXPECT_TRUE(played.logs().back().starts_with("error VolumeController: Loading TCC.framework: "));
+  EXPECT_EQ(level(played), 0.5F);
+  EXPECT_EQ(played.swallowed(), (std::vector<bool>{true, false, false, false}));
+  expectNothingLeft(played);
+}
+
+// The user is told once, and asked whenever the answer is open.
+TEST(AudioPermission, IsAskedForAlsoAfterTheAlert) {
+  for (const bool granted : {true, false}) {
+    const Played played =
+        playScenario(screen + permission("denied") + launch + settle + permission("undetermined", granted) + wake +
+                     settle + down + settle + snapshot("s"));
+    EXPECT_EQ(played.calls("TCCAccessRequest").size(), 1U);
+    EXPECT_EQ(played.of("prompt").size(), 1U);
+    expectAlerts(played, 1);
+    EXPECT_EQ(level(played), granted ? 0.5F * 3375 / 4096 : 0.5F);
+    expectNothingLeft(played);
+  }
+}
+
+TEST(AudioPermission, GrantedButTheDeviceCannotBeRead) {
+  WITH_SEEDS(seed, 5) {
+    // The reads of the first choice are three: the default output, its name, and whether it has a volume of its own.
+    const Played played =
+        playScenario(screen + permission("undetermined") + fail("AudioObjectGetPropertyData", -50, 3, 1) + launch +
+                         settle + down + wake + settle + down + settle + snapshot("s"),
+                     seed);
+    EXPECT_TRUE(logged(played, "error VolumeController: Reading property 1682929012 failed (OSStatus -50)"));
+    EXPECT_EQ(played.swallowed(), (std::vector<bool>{false, false, true, true}));
+    EXPECT_EQ(level(played), 0.5F * 3375 / 4096);
+    expectNothingLeft(played);
+  }
+}
+
 TEST(AudioPermission, QuittingWhileTheUserIsAsked) {
   WITH_SEEDS(seed, 10) {
     const Played played = playScenario(

@@ -111,6 +111,34 @@ std::vector<std::string> joined(std::initializer_list<std::vector<std::string>> 
   return result;
 }
 
+// The properties that were listened to (or no longer), as "selector scope", in the order of the calls.
+std::vector<std::string> watched(const Played& played, const std::string& call) {
+  std::vector<std::string> result;
+  for (const json& record : played.calls(call)) {
+    result.push_back(record["args"]["selector"].get<std::string>() + " " + record["args"]["scope"].get<std::string>());
+  }
+  return result;
+}
+
+std::size_t countOf(const Played& played, const std::string& log) {
+  const auto logs = played.logs();
+  return static_cast<std::size_t>(std::ranges::count(logs, log));
+}
+const std::string controlling = "info VolumeController: Controlling the volume of Screen";
+
+// That a router, and only one, plays at that level.
+void expectRouted(const Played& played, const std::string& name, float level) {
+  expectSpeaker(played, name, level, false);
+  EXPECT_EQ(snapshotOf(played, name)["taps"], 1) << name;
+  EXPECT_EQ(snapshotOf(played, name)["aggregates"], 1) << name;
+}
+// That sound takes the direct path, or none, and that nothing stands in it.
+void expectUnrouted(const Played& played, const std::string& name, float level) {
+  expectSpeaker(played, name, level, level > 0);
+  EXPECT_EQ(snapshotOf(played, name)["taps"], 0) << name;
+  EXPECT_EQ(snapshotOf(played, name)["aggregates"], 0) << name;
+}
+
 void expectNothingLeft(const Played& played) {
   EXPECT_EQ(played.status, 0);
   EXPECT_TRUE(played.of("leak").empty());
@@ -367,6 +395,137 @@ TEST(Volume, ARateThatChangesWhileTheRouterRuns) {
   expectNothingLeft(played);
 }
 
+TEST(Volume, InputsThatComeAndGoWhileTheRouterRuns) {
+  for (const auto& [before, after] : {std::pair{0, 1}, {2, 0}, {1, 3}, {3, 1}}) {
+    WITH_SEEDS(seed, 5) {
+      const Played played =
+          playScenario(builtIn + screen + output(10, {{"inputs", before}}) + music + launch + settle + down + settle +
+                           output(10, {{"inputs", after}}) + settle + snapshot("15") + down + settle + snapshot("14"),
+                       seed);
+      SCOPED_TRACE(std::to_string(before) + " inputs, then " + std::to_string(after));
+      expectRouted(played, "15", 0.5F * gain(15));
+      expectRouted(played, "14", 0.5F * gain(14));
+      EXPECT_EQ(audioCalls(played), joined({building, takingDown, building, takingDown}));
+      expectNothingLeft(played);
+    }
+  }
+}
+
+TEST(Volume, AFormatThatTheStartWouldRefuseEndsTheRouter) {
+  const Played played =
+      playScenario(builtIn + screen + output(10, {{"tap-rate", 48000}}) + music + launch + settle + down + settle +
+                   snapshot("48 kHz") + output(10, {{"rate", 44100}}) + settle + snapshot("44.1 kHz") +
+                   output(10, {{"rate", 48000}}) + down + settle + snapshot("48 kHz again"));
+  expectRouted(played, "48 kHz", 0.5F * gain(15));
+  expectUnrouted(played, "44.1 kHz", 0.5F);
+  EXPECT_TRUE(played.logs().back().starts_with("error VolumeController: Starting the capture for Screen failed: Tap "));
+  expectRouted(played, "48 kHz again", 0.5F * gain(14));
+  expectNothingLeft(played);
+}
+
+TEST(Volume, AFormatThatChangesIsTakenUp) {
+  for (const json& change : {json{{"rate", 96000}}, json{{"channels", 8}}, json{{"rate", 44100}, {"channels", 1}}}) {
+    WITH_SEEDS(seed, 5) {
+      const Played played = playScenario(playing + down + settle + output(10, change) + settle + snapshot("15"), seed);
+      SCOPED_TRACE(change.dump());
+      expectRouted(played, "15", 0.5F * gain(15));
+      EXPECT_EQ(audioCalls(played), joined({building, takingDown, building, takingDown}));
+      expectNothingLeft(played);
+    }
+  }
+}
+
+TEST(Volume, ADeviceThatDiesAndLivesAgain) {
+  WITH_SEEDS(seed, 5) {
+    const Played played =
+        playScenario(playing + down + settle + output(10, {{"alive", false}}) + settle + snapshot("dead") + down +
+                         output(10, {{"alive", true}}) + settle + snapshot("alive") + down + settle + snapshot("13"),
+                     seed);
+    expectUnrouted(played, "dead", 0);
+    EXPECT_TRUE(logged(played,
+                       "error VolumeController: Starting the capture for Screen failed: Creating the process tap "
+                       "failed (OSStatus 560227702)"));
+    expectUnrouted(played, "alive", 0.5F);
+    expectRouted(played, "13", 0.5F * gain(13));
+    EXPECT_EQ(played.swallowed(), Swallowed(6, true));
+    expectNothingLeft(played);
+  }
+}
+
+TEST(Volume, TheAudioServiceRestarts) {
+  WITH_SEEDS(seed, 10) {
+    const Played played =
+        playScenario(playing + restartAudio + settle + snapshot("16") + down + settle + snapshot("15") + restartAudio +
+                         settle + snapshot("15 again") + down + settle + snapshot("14") + output(11, headset) +
+                         defaultOutput(11) + settle + snapshot("elsewhere"),
+                     seed);
+    expectUnrouted(played, "16", 0.5F);
+    expectRouted(played, "15", 0.5F * gain(15));
+    expectRouted(played, "15 again", 0.5F * gain(15));
+    expectRouted(played, "14", 0.5F * gain(14));
+    expectUnrouted(played, "elsewhere", 0.5F);
+    expectNothingLeft(played);
+  }
+}
+
+TEST(Volume, TheAudioServiceRestartsInTheMiddleOfEverything) {
+  WITH_SEEDS(seed, 20) {
+    const Played played = playScenario(playing + down + restartAudio + restartAudio + mute + wake + restartAudio +
+                                           defaultOutput(10) + restartAudio + mute + settle + snapshot("15"),
+                                       seed);
+    expectRouted(played, "15", 0.5F * gain(15));
+    expectNothingLeft(played);
+  }
+}
+
+TEST(Volume, NotificationsOfNothingChangeNothing) {
+  WITH_SEEDS(seed, 10) {
+    const Played played = playScenario(temper({{"audio", "rough"}}) + playing + down + settle + snapshot("15") + wake +
+                                           settle + snapshot("woken") + up + settle + snapshot("16"),
+                                       seed);
+    expectRouted(played, "15", 0.5F * gain(15));
+    expectRouted(played, "woken", 0.5F * gain(15));
+    expectUnrouted(played, "16", 0.5F);
+    // Only the wake takes down what need not be.
+    EXPECT_EQ(audioCalls(played), joined({building, takingDown, building, takingDown}));
+    EXPECT_EQ(countOf(played, controlling), 2U);  // at launch and at the wake
+    expectNothingLeft(played);
+  }
+}
+
+TEST(Volume, AWakeTakesDownAndBuildsAnew) {
+  const Played played = playScenario(playing + down + settle + wake + settle + snapshot("woken"));
+  expectRouted(played, "woken", 0.5F * gain(15));
+  EXPECT_EQ(audioCalls(played), joined({building, takingDown, building, takingDown}));
+  EXPECT_EQ(countOf(played, controlling), 2U);
+}
+
+TEST(Volume, WatchesTheDeviceOnlyWhileTheRouterRuns) {
+  const Played played = playScenario(playing + down + settle + up + settle + snapshot("16") + down + settle + quit);
+  const Logs router = {"stm# inpt", "stm# outp", "sfmt outp", "nsrt glob", "livn glob", "srst glob"};
+  EXPECT_EQ(watched(played, "AudioObjectAddPropertyListenerBlock"), joined({{"dOut glob"}, router, router}));
+  Logs removed = watched(played, "AudioObjectRemovePropertyListenerBlock");
+  Logs expected = joined({{"dOut glob"}, router, router});
+  std::ranges::sort(removed);
+  std::ranges::sort(expected);
+  EXPECT_EQ(removed, expected);
+  // They go with the router, not only with the program.
+  std::size_t atFull = 0;
+  for (const json& record : played.records) {
+    if (record["what"] == "snapshot") break;
+    if (record["what"] == "call" && record["api"] == "AudioObjectRemovePropertyListenerBlock") ++atFull;
+  }
+  EXPECT_EQ(atFull, router.size());
+  expectNothingLeft(played);
+}
+
+TEST(Volume, AStartThatFailsLeavesNoListener) {
+  const Played played = playScenario(playing + fail("AudioDeviceStart", -50) + down + settle);
+  EXPECT_EQ(watched(played, "AudioObjectAddPropertyListenerBlock").size(), 7U);
+  EXPECT_EQ(watched(played, "AudioObjectRemovePropertyListenerBlock").size(), 7U);
+  expectNothingLeft(played);
+}
+
 TEST(Volume, ADeviceThatVanishesWhileTheRouterRuns) {
   WITH_SEEDS(seed, 10) {
     const Played played = playScenario(playing + down + settle + outputGone(10) + settle + snapshot("gone") + down +
@@ -483,14 +642,84 @@ TEST(Volume, StoredValuesOfOtherKinds) {
 }
 
 TEST(Volume, AStoredLevelOutOfEveryRangeDoesNoHarm) {
-  for (const json& steps : {json(-5), json(INT64_MIN), json(INT64_MAX), json(UINT64_MAX), json(1000)}) {
+  for (const auto& [steps, isSilent] : {std::pair{json(-5), true},
+                                        {json(-100), true},
+                                        {json(INT64_MIN), true},
+                                        {json(INT64_MAX), false},
+                                        {json(UINT64_MAX), false},
+                                        {json(1000), false}}) {
     // The next process finds it in the file.
     const Played played = playScenario(builtIn + screen + music + preference("steps.HDMI-1", steps) + launch + settle +
                                        snapshot("running") + quit + settle + snapshot("kept") + launch + settle + mute +
                                        mute + down + up + settle);
     EXPECT_EQ(snapshotOf(played, "kept")["preferences"]["steps.HDMI-1"], steps);
-    EXPECT_TRUE(speaker(played, "running")["level"].is_number());
+    // Ears first: a gain is from 0 to 1 whatever the level.
+    expectSpeaker(played, "running", isSilent ? 0 : 0.5F, !isSilent);
     EXPECT_EQ(played.swallowed(), Swallowed(8, true));
+    expectNothingLeft(played);
+  }
+}
+
+TEST(Volume, ALevelThatSomebodyElseWritesIsNeverLouderThanFull) {
+  for (const int steps : {-1, -16, -100, 17, 100000}) {
+    // Muting and unmuting takes the stored level as it is.
+    const Played played = playScenario(playing + down + settle + preference("steps.HDMI-1", steps) + mute + settle +
+                                       snapshot("muted") + mute + settle + snapshot("heard"));
+    expectRouted(played, "muted", 0);
+    if (steps < 0) {
+      expectRouted(played, "heard", 0);
+    } else {
+      expectUnrouted(played, "heard", 0.5F);
+    }
+    EXPECT_EQ(snapshotOf(played, "heard")["preferences"]["steps.HDMI-1"], steps);
+  }
+}
+
+// ---- The microphone ----
+
+TEST(Volume, TheMicrophoneStaysClosed) {
+  for (const int inputs : {1, 3}) {
+    const Played played = playScenario(builtIn + screen + output(10, {{"inputs", inputs}}) + music + launch + settle +
+                                       down + settle + snapshot("15") + up + settle + snapshot("16"));
+    expectRouted(played, "15", 0.5F * gain(15));
+    EXPECT_EQ(snapshotOf(played, "15")["audio"]["microphone"], false);
+    EXPECT_TRUE(played.of("prompt").empty());
+    // Said before the start, of all streams: the device's own are off and the tap's is on.
+    const auto calls = played.calls("AudioObjectSetPropertyData");
+    ASSERT_EQ(calls.size(), 1U);
+    EXPECT_EQ(calls[0]["args"]["selector"], "suse");
+    EXPECT_EQ(calls[0]["args"]["scope"], "inpt");
+    std::string data = calls[0]["args"]["data"];
+    std::string expected = inputs == 1 ? "02 00 00 00" : "04 00 00 00";
+    for (int input = 0; input < inputs; ++input) expected += " 00 00 00 00";
+    EXPECT_EQ(data.substr(24), expected + " 01 00 00 00");
+    expectNothingLeft(played);
+  }
+}
+
+TEST(Volume, ADeviceWithoutInputsIsToldNothingOfThem) {
+  const Played played = playScenario(playing + down + settle + snapshot("15"));
+  EXPECT_TRUE(played.calls("AudioObjectSetPropertyData").empty());
+  EXPECT_EQ(snapshotOf(played, "15")["audio"]["microphone"], false);
+}
+
+TEST(Volume, AMicrophoneThatCannotBeClosedIsNotOpened) {
+  struct Failure {
+    std::string call;
+    int nth;
+    std::string text;
+  };
+  for (const Failure& failure :
+       {Failure{"AudioObjectSetPropertyData", 1, "Switching the device's own inputs off failed (OSStatus -50)"},
+        Failure{"AudioObjectGetPropertyDataSize", 2, "Counting streams failed (OSStatus -50)"}}) {
+    const Played played = playScenario(builtIn + screen + output(10, {{"inputs", 2}}) + music + launch + settle +
+                                       fail(failure.call, -50, failure.nth) + down + settle + snapshot("15") + down +
+                                       settle + snapshot("14"));
+    EXPECT_TRUE(logged(played, "error VolumeController: Starting the capture for Screen failed: " + failure.text));
+    expectUnrouted(played, "15", 0.5F);
+    expectRouted(played, "14", 0.5F * gain(14));
+    EXPECT_TRUE(played.of("prompt").empty());
+    EXPECT_EQ(played.swallowed(), Swallowed(4, true));
     expectNothingLeft(played);
   }
 }
@@ -635,7 +864,19 @@ TEST(Volume, AListenerThatIsRefusedIsLoggedAndDoneWithout) {
   EXPECT_TRUE(logged(played, "error VolumeController: Could not watch the default output device (OSStatus -4)"));
   // Nobody told the program of the new default.
   expectSpeaker(played, "15", 0.5F * gain(15), false);
-  EXPECT_TRUE(played.calls("AudioObjectRemovePropertyListenerBlock").empty());
+  for (const std::string& property : watched(played, "AudioObjectRemovePropertyListenerBlock")) {
+    EXPECT_NE(property, "dOut glob");
+  }
+  expectNothingLeft(played);
+}
+
+TEST(Volume, ADeviceThatCannotBeWatchedIsPlayedAllTheSame) {
+  const Played played = playScenario(playing + fail("AudioObjectAddPropertyListenerBlock", -4, 1, 6) + down + settle +
+                                     snapshot("15") + up + settle + snapshot("16"));
+  EXPECT_EQ(countOf(played, "error VolumeController: Could not watch Screen (OSStatus -4)"), 6U);
+  expectRouted(played, "15", 0.5F * gain(15));
+  expectUnrouted(played, "16", 0.5F);
+  EXPECT_EQ(watched(played, "AudioObjectRemovePropertyListenerBlock"), Logs{"dOut glob"});
   expectNothingLeft(played);
 }
 

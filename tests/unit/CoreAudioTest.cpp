@@ -2,7 +2,19 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <cstring>
+#include <functional>
+#include <memory>
+#include <thread>
+#include <utility>
+
 #include "base/AppError.h"
+#include "platform/Block.h"
+#include "simulator/audio/Audio.h"
+#include "simulator/machine/Machine.h"
 #include "tests/support/Lines.h"
 #include "tests/support/Program.h"
 #include "volume/AudioRouter.h"
@@ -11,6 +23,7 @@
 
 using namespace lines;
 using nlohmann::json;
+using simulator::Machine;
 
 namespace {
 
@@ -26,6 +39,14 @@ std::string errorOf(Call call) {
     return error.what();
   }
   return "";
+}
+
+// Changes the screen under the program's hands.
+void change(const std::function<void(simulator::OutputSettings&)>& how) {
+  simulator::OutputDevice& device = *Machine::current().audio->output(10);
+  simulator::OutputSettings settings = device.settings();
+  how(settings);
+  Machine::current().audio->changeOutput(device, settings);
 }
 
 }  // namespace
@@ -148,6 +169,57 @@ TEST(AudioRouter, ADeviceThatIsGoneIsRefused) {
   EXPECT_TRUE(played.calls("AudioHardwareCreateProcessTap").empty());
 }
 
+TEST(AudioRouter, KnowsWhenItsDeviceIsAnother) {
+  const Played played =
+      runAsProgram(output(10, {{"uid", "HDMI-1"}, {"name", "N"}, {"inputs", 1}, {"default", true}}), [] {
+        AudioRouter router(CoreAudio::defaultOutputDevice(), 0.5F);
+        EXPECT_TRUE(router.fitsDevice());
+        change([](auto& settings) { settings.frames = 64; });
+        EXPECT_TRUE(router.fitsDevice());
+        change([](auto& settings) { settings.inputs = 2; });
+        EXPECT_FALSE(router.fitsDevice());
+        change([](auto& settings) { settings.inputs = 0; });
+        EXPECT_FALSE(router.fitsDevice());
+        change([](auto& settings) { settings.inputs = 1; });
+        EXPECT_TRUE(router.fitsDevice());
+        change([](auto& settings) { settings.rate = 44100; });
+        EXPECT_FALSE(router.fitsDevice());
+        change([](auto& settings) { settings.rate = 48000, settings.channels = 1; });
+        EXPECT_FALSE(router.fitsDevice());
+        change([](auto& settings) { settings.channels = 2, settings.isAlive = false; });
+        EXPECT_FALSE(router.fitsDevice());
+        change([](auto& settings) { settings.isAlive = true; });
+        EXPECT_TRUE(router.fitsDevice());
+        Machine::current().faults.fail("AudioObjectGetPropertyDataSize", -50, 1, 1);
+        EXPECT_FALSE(router.fitsDevice());
+        Machine::current().audio->removeOutput(*Machine::current().audio->output(10));
+        EXPECT_FALSE(router.fitsDevice());
+        router.stop();
+      });
+  EXPECT_TRUE(played.of("leak").empty());
+}
+
+// The callback owns what it needs: Core Audio may call it when the router could not take it down.
+TEST(AudioRouter, ACallbackThatStaysNeedsNoRouter) {
+  runAsProgram(screen + play("music", 10) + fail("AudioDeviceStop", -50) + fail("AudioDeviceDestroyIOProcID", -50) +
+                   fail("AudioHardwareDestroyAggregateDevice", -50) + fail("AudioHardwareDestroyProcessTap", -50),
+               [] {
+                 {
+                   AudioRouter router(CoreAudio::defaultOutputDevice(), 0.5F);
+                   router.stop();
+                 }
+                 // What the router has given back is taken and written over.
+                 std::vector<std::unique_ptr<std::array<float, sizeof(RenderState) / sizeof(float) + 8>>> taken;
+                 for (int i = 0; i < 1000; ++i) {
+                   taken.push_back(std::make_unique<std::array<float, sizeof(RenderState) / sizeof(float) + 8>>());
+                   taken.back()->fill(7);
+                 }
+                 std::this_thread::sleep_for(std::chrono::milliseconds(100));
+                 EXPECT_EQ(Machine::current().audio->output(10)->speaker.level(), 0.25F);
+                 EXPECT_FALSE(Machine::current().audio->output(10)->speaker.direct());
+               });
+}
+
 // ---- Aggregate devices, as strictly as they are checked ----
 
 namespace {
@@ -235,6 +307,260 @@ TEST(AggregateDevice, RefusesWhatItDoesNotKnow) {
     gone[6].second = list({dictionary({{"uid", object("gone")}})});
     EXPECT_EQ(made(gone), kAudioHardwareBadDeviceError);
   });
+}
+
+// ---- What a callback reads ----
+
+namespace {
+
+// A device of the program's own on the screen, and a callback on it that notes what it is given.
+struct Reader {
+  struct Seen {
+    int cycles = 0;
+    std::vector<bool> data;
+    std::vector<UInt32> sizes;
+  };
+
+  Reader() {
+    Entries entries = complete();
+    entries[5].second = CF::retain<CFTypeRef>(kCFBooleanFalse);  // it waits for no tap
+    EXPECT_EQ(AudioHardwareCreateAggregateDevice(dictionary(entries).get(), &device), kAudioHardwareNoError);
+    const std::shared_ptr<Seen> noted = seen;
+    noted->data.reserve(8);
+    noted->sizes.reserve(8);
+    EXPECT_EQ(AudioDeviceCreateIOProcIDWithBlock(&proc, device, nullptr,
+                                                 ^(const AudioTimeStamp*, const AudioBufferList* input,
+                                                   const AudioTimeStamp*, AudioBufferList*, const AudioTimeStamp*) {
+                                                   ++noted->cycles;
+                                                   noted->data.clear();
+                                                   noted->sizes.clear();
+                                                   for (UInt32 i = 0; i < input->mNumberBuffers; ++i) {
+                                                     noted->data.push_back(input->mBuffers[i].mData != nullptr);
+                                                     noted->sizes.push_back(input->mBuffers[i].mDataByteSize);
+                                                   }
+                                                 }),
+              kAudioHardwareNoError);
+  }
+  ~Reader() {
+    AudioDeviceStop(device, proc);
+    AudioDeviceDestroyIOProcID(device, proc);
+    AudioHardwareDestroyAggregateDevice(device);
+  }
+  Reader(const Reader&) = delete;
+  Reader& operator=(const Reader&) = delete;
+
+  // Says which input streams the callback uses; `streams` is how many it says there are.
+  OSStatus use(const std::vector<UInt32>& on, UInt32 streams, AudioObjectPropertyScope scope,
+               std::size_t missingBytes = 0) const {
+    std::vector<UInt32> data = {0, 0, streams};
+    const void* const client = reinterpret_cast<const void*>(proc);
+    std::memcpy(data.data(), &client, sizeof client);
+    data.insert(data.end(), on.begin(), on.end());
+    const AudioObjectPropertyAddress address = CoreAudio::propertyAddress(kAudioDevicePropertyIOProcStreamUsage, scope);
+    return AudioObjectSetPropertyData(device, &address, 0, nullptr,
+                                      static_cast<UInt32>(data.size() * sizeof(UInt32) - missingBytes), data.data());
+  }
+  OSStatus use(const std::vector<UInt32>& on) const {
+    return use(on, static_cast<UInt32>(on.size()), kAudioObjectPropertyScopeInput);
+  }
+  void start() const {
+    EXPECT_EQ(AudioDeviceStart(device, proc), kAudioHardwareNoError);
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  }
+
+  AudioObjectID device = 0;
+  AudioDeviceIOProcID proc = nullptr;
+  std::shared_ptr<Seen> seen = std::make_shared<Seen>();
+};
+
+bool microphoneIsOpen() { return Machine::current().snapshot()["audio"]["microphone"].get<bool>(); }
+
+const std::string twoInputs = screen + output(10, {{"inputs", 2}});
+
+}  // namespace
+
+TEST(AggregateDevice, OpensTheMicrophoneForWhoReadsIt) {
+  const Played played = runAsProgram(twoInputs, [] {
+    const Reader reader;
+    EXPECT_EQ(CoreAudio::streamCount(reader.device, kAudioObjectPropertyScopeInput), 2);
+    EXPECT_FALSE(microphoneIsOpen());
+    reader.start();
+    EXPECT_TRUE(microphoneIsOpen());
+    EXPECT_GT(reader.seen->cycles, 0);
+    EXPECT_EQ(reader.seen->data, (std::vector<bool>{true, true}));
+    AudioDeviceStop(reader.device, reader.proc);
+    EXPECT_FALSE(microphoneIsOpen());
+    reader.start();
+  });
+  ASSERT_EQ(played.of("prompt").size(), 1U);  // the user is asked once
+  EXPECT_EQ(played.of("prompt")[0]["for"], "microphone");
+}
+
+TEST(AggregateDevice, GivesNoDataOfStreamsThatAreOff) {
+  const Played played = runAsProgram(twoInputs, [] {
+    const Reader reader;
+    EXPECT_EQ(reader.use({0, 7}), kAudioHardwareNoError);
+    reader.start();
+    EXPECT_TRUE(microphoneIsOpen());
+    EXPECT_EQ(reader.seen->data, (std::vector<bool>{false, true}));
+    EXPECT_EQ(reader.seen->sizes, (std::vector<UInt32>{512 * sizeof(float), 512 * sizeof(float)}));
+    // Also while it runs.
+    EXPECT_EQ(reader.use({0, 0}), kAudioHardwareNoError);
+    EXPECT_FALSE(microphoneIsOpen());
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_EQ(reader.seen->data, (std::vector<bool>{false, false}));
+  });
+  EXPECT_EQ(played.of("prompt").size(), 1U);
+}
+
+TEST(AggregateDevice, RefusesAUsageThatIsNoneOfItsStreams) {
+  const Played played = runAsProgram(twoInputs, [] {
+    const Reader reader;
+    constexpr AudioObjectPropertyScope input = kAudioObjectPropertyScopeInput;
+    EXPECT_EQ(reader.use({0}), kAudioHardwareIllegalOperationError);
+    EXPECT_EQ(reader.use({0, 0, 0}), kAudioHardwareIllegalOperationError);
+    EXPECT_EQ(reader.use({0, 0, 0}, 2, input), kAudioHardwareBadPropertySizeError);
+    EXPECT_EQ(reader.use({0, 0}, 2, input, 1), kAudioHardwareBadPropertySizeError);
+    EXPECT_EQ(reader.use({}, 2, input, 1), kAudioHardwareBadPropertySizeError);
+    EXPECT_EQ(reader.use({0, 0}, 2, kAudioObjectPropertyScopeGlobal), kAudioHardwareIllegalOperationError);
+    const AudioObjectPropertyAddress name = CoreAudio::propertyAddress(kAudioObjectPropertyName);
+    for (const AudioObjectID object : {reader.device, CoreAudio::defaultOutputDevice(), CoreAudio::system}) {
+      EXPECT_EQ(AudioObjectSetPropertyData(object, &name, 0, nullptr, 1, "x"), kAudioHardwareIllegalOperationError);
+    }
+    EXPECT_EQ(AudioObjectSetPropertyData(9999, &name, 0, nullptr, 1, "x"), kAudioHardwareBadObjectError);
+    reader.start();
+    EXPECT_TRUE(microphoneIsOpen());  // nothing was switched off
+  });
+}
+
+// ---- What changes without the program ----
+
+namespace {
+
+// Notes the changes that a listener on a queue of its own hears of, as "selector scope".
+class Ear {
+ public:
+  Ear() = default;
+  ~Ear() {
+    for (const auto& [object, address, block] : listeners_) {
+      AudioObjectRemovePropertyListenerBlock(object, &address, queue_, block.get());
+    }
+    dispatch_release(queue_);
+  }
+  Ear(const Ear&) = delete;
+  Ear& operator=(const Ear&) = delete;
+
+  void listen(AudioObjectID object, const AudioObjectPropertyAddress& address, std::string name) {
+    const auto heard = heard_;
+    const Block<AudioObjectPropertyListenerBlock> block(^(UInt32, const AudioObjectPropertyAddress*) {
+      heard->push_back(name);
+    });
+    ASSERT_EQ(AudioObjectAddPropertyListenerBlock(object, &address, queue_, block.get()), kAudioHardwareNoError);
+    listeners_.push_back({object, address, block});
+  }
+  void listenToDevice(AudioObjectID device) {
+    using CoreAudio::propertyAddress;
+    listen(device, propertyAddress(kAudioDevicePropertyStreams), "streams");
+    listen(device, propertyAddress(kAudioDevicePropertyStreams, kAudioObjectPropertyScopeInput), "inputs");
+    listen(device, propertyAddress(kAudioDevicePropertyStreams, kAudioObjectPropertyScopeOutput), "outputs");
+    listen(device, propertyAddress(kAudioDevicePropertyStreamFormat, kAudioObjectPropertyScopeOutput), "format");
+    listen(device, propertyAddress(kAudioDevicePropertyNominalSampleRate), "rate");
+    listen(device, propertyAddress(kAudioDevicePropertyDeviceIsAlive), "life");
+  }
+  void listenToSystem() {
+    listen(CoreAudio::system, CoreAudio::propertyAddress(kAudioHardwarePropertyServiceRestarted), "restart");
+    listen(CoreAudio::system, CoreAudio::propertyAddress(kAudioHardwarePropertyDefaultOutputDevice), "default");
+  }
+  // What was heard since the last time, in alphabetical order.
+  std::vector<std::string> heard() {
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    std::vector<std::string> result = std::exchange(*heard_, {});
+    std::ranges::sort(result);
+    return result;
+  }
+
+ private:
+  struct Listener {
+    AudioObjectID object;
+    AudioObjectPropertyAddress address;
+    Block<AudioObjectPropertyListenerBlock> block;
+  };
+  const dispatch_queue_t queue_ = dispatch_queue_create("ear", nullptr);
+  const std::shared_ptr<std::vector<std::string>> heard_ = std::make_shared<std::vector<std::string>>();
+  std::vector<Listener> listeners_;
+};
+
+using Heard = std::vector<std::string>;
+
+}  // namespace
+
+TEST(OutputDevice, TellsWhatChangesOnIt) {
+  const Played played = runAsProgram(screen, [] {
+    Ear ear;
+    ear.listenToDevice(CoreAudio::defaultOutputDevice());
+    change([](auto& settings) { settings.inputs = 1; });
+    EXPECT_EQ(ear.heard(), (Heard{"inputs", "streams"}));
+    change([](auto& settings) { settings.rate = 96000; });
+    EXPECT_EQ(ear.heard(), (Heard{"format", "rate"}));
+    change([](auto& settings) { settings.channels = 6; });
+    EXPECT_EQ(ear.heard(), Heard{"format"});
+    change([](auto& settings) { settings.isAlive = false; });
+    EXPECT_EQ(ear.heard(), Heard{"life"});
+    EXPECT_FALSE(CoreAudio::isAlive(CoreAudio::defaultOutputDevice()));
+    change([](auto& settings) { settings.isAlive = true; });
+    EXPECT_EQ(ear.heard(), Heard{"life"});
+    EXPECT_TRUE(CoreAudio::isAlive(CoreAudio::defaultOutputDevice()));
+    change([](auto& settings) { settings.frames = 64; });
+    change([](auto&) {});
+    EXPECT_EQ(ear.heard(), Heard{});
+    Machine::current().audio->removeOutput(*Machine::current().audio->output(10));
+    EXPECT_EQ(ear.heard(), Heard{"life"});
+  });
+  EXPECT_TRUE(played.of("leak").empty());
+}
+
+TEST(OutputDevice, IsToldOfWithoutAChangeWhenItIsRough) {
+  runAsProgram(screen, [] {
+    Ear ear;
+    ear.listenToDevice(CoreAudio::defaultOutputDevice());
+    ear.listenToSystem();
+    EXPECT_EQ(made(complete()), kAudioHardwareNoError);
+    EXPECT_EQ(ear.heard(), Heard{});
+    Machine::current().audio->setRough(true);
+    EXPECT_EQ(made(complete()), kAudioHardwareNoError);
+    EXPECT_EQ(ear.heard(), (Heard{"default", "default", "format", "format", "inputs", "inputs", "rate", "rate"}));
+  });
+}
+
+TEST(AudioService, TakesEverythingAlongWhenItRestarts) {
+  bool hasKept = false;
+  bool hasRenumbered = false;
+  WITH_SEEDS(seed, 10) {
+    const Played played = runAsProgram(
+        twoInputs,
+        [&] {
+          Ear ear;
+          const AudioObjectID before = CoreAudio::defaultOutputDevice();
+          ear.listenToDevice(before);
+          ear.listenToSystem();
+          const Reader reader;
+          reader.start();
+          Machine::current().audio->restart();
+          const AudioObjectID after = CoreAudio::defaultOutputDevice();
+          EXPECT_EQ(ear.heard(), after == before ? Heard{"restart"} : (Heard{"default", "restart"}));
+          (after == before ? hasKept : hasRenumbered) = true;
+          EXPECT_EQ(CoreAudio::deviceUID(after), "HDMI-1");
+          EXPECT_EQ(AudioDeviceStop(reader.device, reader.proc), kAudioHardwareBadDeviceError);
+          EXPECT_FALSE(microphoneIsOpen());
+          // Nobody listens to a device any more, but still to the system.
+          change([](auto& settings) { settings.rate = 96000; });
+          Machine::current().audio->setDefaultOutput(std::nullopt);
+          EXPECT_EQ(ear.heard(), Heard{"default"});
+        },
+        seed);
+    EXPECT_TRUE(played.of("leak").empty());
+  }
+  EXPECT_TRUE(hasKept && hasRenumbered);
 }
 
 // ---- The permission ----
