@@ -3,7 +3,6 @@
 #include <dispatch/dispatch.h>
 
 #include <cstddef>
-#include <utility>
 #include <vector>
 
 #include "base/Log.h"
@@ -17,6 +16,13 @@ namespace {
 void check(OSStatus status, const char* step) {
   static const os_log_t logger = makeLogger("AudioRouter");
   if (status != kAudioHardwareNoError) os_log_error(logger, "%{public}s failed (OSStatus %d)", step, status);
+}
+
+Block<AudioObjectPropertyListenerBlock> listenerBlock(const std::function<void()>& changed) {
+  const std::function<void()> call = changed;  // of a reference a block would keep no more than the reference
+  return Block<AudioObjectPropertyListenerBlock>(^(UInt32, const AudioObjectPropertyAddress*) {
+    call();
+  });
 }
 
 }  // namespace
@@ -36,12 +42,10 @@ AggregateDevice::~AggregateDevice() {
 }
 
 PropertyListener::PropertyListener(AudioObjectID object, const AudioObjectPropertyAddress& address,
-                                   std::function<void()> changed)
+                                   const std::function<void()>& changed)
     : object_(object),
       address_(address),
-      block_(^(UInt32, const AudioObjectPropertyAddress*) {
-        changed();
-      }),
+      block_(listenerBlock(changed)),
       status_(AudioObjectAddPropertyListenerBlock(object_, &address_, dispatch_get_main_queue(), block_.get())) {}
 
 PropertyListener::~PropertyListener() {

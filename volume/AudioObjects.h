@@ -45,7 +45,8 @@ class AggregateDevice {
 // arrive. Unlike the others it is no error when Core Audio refuses: nothing is called then.
 class PropertyListener {
  public:
-  PropertyListener(AudioObjectID object, const AudioObjectPropertyAddress& address, std::function<void()> changed);
+  PropertyListener(AudioObjectID object, const AudioObjectPropertyAddress& address,
+                   const std::function<void()>& changed);
   ~PropertyListener();
   PropertyListener(const PropertyListener&) = delete;
   PropertyListener& operator=(const PropertyListener&) = delete;

@@ -25,8 +25,8 @@ T read(AudioObjectID object, const AudioObjectPropertyAddress& address, T initia
 std::string readString(AudioObjectID object, AudioObjectPropertySelector selector) {
   const AudioObjectPropertyAddress address = propertyAddress(selector);
   CFStringRef string = nullptr;
-  UInt32 size = sizeof(string);
-  const OSStatus status = AudioObjectGetPropertyData(object, &address, 0, nullptr, &size, &string);
+  UInt32 size = sizeof(CFStringRef);
+  const OSStatus status = AudioObjectGetPropertyData(object, &address, 0, nullptr, &size, static_cast<void*>(&string));
   require(status, "Reading string property " + std::to_string(selector));
   if (!string) throw AppError("String property " + std::to_string(selector) + " is empty");
   // The caller of the read releases what it returned.

@@ -8,6 +8,7 @@
 #include <limits>
 #include <utility>
 
+#include "base/AppError.h"
 #include "base/Assertions.h"
 #include "base/Log.h"
 #include "platform/Alert.h"
@@ -140,13 +141,16 @@ void VolumeController::chooseOutput() {
   if (!isFull(steps, muted)) startRouter(gain(steps, muted), output);
 }
 
-void VolumeController::defaultOutputChanged() {
+bool VolumeController::controlsDefaultOutput() const {
   try {
-    if (output_ && CoreAudio::defaultOutputDevice() == output_->device) return;
-  } catch (const std::exception&) {
-    // The choice meets the same error, and says so.
+    return output_ && CoreAudio::defaultOutputDevice() == output_->device;
+  } catch (const AppError&) {
+    return false;  // the choice meets the same error, and logs it
   }
-  refresh();
+}
+
+void VolumeController::defaultOutputChanged() {
+  if (!controlsDefaultOutput()) refresh();
 }
 
 // Building a router is itself an occasion for notifications. Were each taken for a change, there would be no end.

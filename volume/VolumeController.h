@@ -50,6 +50,7 @@ class VolumeController : public std::enable_shared_from_this<VolumeController> {
   // Chooses the device afresh; the one place that does.
   void refresh();
   void chooseOutput();
+  [[nodiscard]] bool controlsDefaultOutput() const;
   // Notifications, which may tell of no change at all.
   void defaultOutputChanged();
   void deviceChanged();
