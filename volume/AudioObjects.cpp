@@ -65,13 +65,13 @@ IOProc::~IOProc() {
 }
 
 void IOProc::switchInputsOff(long count) {
-  const auto streams = static_cast<UInt32>(CoreAudio::streamCount(device_, kAudioObjectPropertyScopeInput));
+  const auto streams = static_cast<UInt32>(count + 1);
   const std::size_t size = offsetof(AudioHardwareIOProcStreamUsage, mStreamIsOn) + streams * sizeof(UInt32);
   std::vector<std::max_align_t> storage(size / sizeof(std::max_align_t) + 1);
   auto* const usage = reinterpret_cast<AudioHardwareIOProcStreamUsage*>(storage.data());
   usage->mIOProc = reinterpret_cast<void*>(id_);
   usage->mNumberStreams = streams;
-  for (UInt32 stream = 0; stream < streams; ++stream) usage->mStreamIsOn[stream] = stream >= count ? 1 : 0;
+  usage->mStreamIsOn[count] = 1;
   constexpr AudioObjectPropertyAddress address =
       CoreAudio::propertyAddress(kAudioDevicePropertyIOProcStreamUsage, kAudioObjectPropertyScopeInput);
   require(AudioObjectSetPropertyData(device_, &address, 0, nullptr, static_cast<UInt32>(size), usage),

@@ -71,9 +71,9 @@ class IOProc {
   IOProc(const IOProc&) = delete;
   IOProc& operator=(const IOProc&) = delete;
 
-  // Leaves the first `count` input streams of the device closed for this callback, and the others open: it sees no data
-  // for those that are closed, which keep their places. Before `start`, and with all streams in place. Throws an
-  // AppError when Core Audio refuses.
+  // Closes the device's first `count` input streams for this callback, and leaves open the one behind them, the last.
+  // It sees no data for those that are closed, which keep their places. To be called before `start`. Throws an AppError
+  // when Core Audio refuses, as it does when the device has another number of input streams.
   void switchInputsOff(long count);
 
   // Throws an AppError when Core Audio refuses; the callback is to be destroyed then.

@@ -57,7 +57,7 @@ VolumeController::VolumeController(std::shared_ptr<const NativeOSD> osd) : osd_(
 
 void VolumeController::start() {
   assertMainThread();
-  isRunning_ = true;
+  if (std::exchange(isRunning_, true)) return;
   listenForDefaultOutputChanges();
   observeWake();
   refresh();

@@ -25,7 +25,7 @@ class VolumeController : public std::enable_shared_from_this<VolumeController> {
   // `osd` is shown on key presses; null: no pop-up.
   explicit VolumeController(std::shared_ptr<const NativeOSD> osd);
 
-  // Starts to follow the default output device and the Mac's wakes.
+  // Starts to follow the default output device and the Mac's wakes. Without effect when it does already.
   void start();
   // Leaves the device's sound as it was; what was on its way to the controller then comes to nothing. May be called
   // more than once.

@@ -12,6 +12,16 @@
 namespace simulator {
 namespace {
 
+// Whether that part of the machine is to be rough; none: as it is.
+std::optional<bool> roughness(Arguments& line, const char* part) {
+  if (!line.has(part)) return std::nullopt;
+  const std::string temper = line.text(part);
+  if (temper != "smooth" && temper != "rough") {
+    line.fail(std::string("member \"") + part + "\" must be \"smooth\" or \"rough\"");
+  }
+  return temper == "rough";
+}
+
 void addMachineCommands(Commands& commands) {
   commands.add("launch", [](Arguments&) -> Action { return [](Machine& machine) { machine.process.launch(); }; });
 
@@ -44,20 +54,12 @@ void addMachineCommands(Commands& commands) {
   });
 
   commands.add("temper", [](Arguments& line) -> Action {
-    const auto isRough = [&line](const char* name) -> std::optional<bool> {
-      if (!line.has(name)) return std::nullopt;
-      const std::string temper = line.text(name);
-      if (temper != "smooth" && temper != "rough") {
-        line.fail(std::string("member \"") + name + "\" must be \"smooth\" or \"rough\"");
-      }
-      return temper == "rough";
-    };
-    const auto audio = isRough("audio");
-    const auto threads = isRough("threads");
-    if (!audio && !threads) line.fail("needs \"audio\" or \"threads\"");
-    return [audio, threads](Machine& machine) {
-      if (audio) machine.audio->setRough(*audio);
+    const std::optional<bool> threads = roughness(line, "threads");
+    const std::optional<bool> audio = roughness(line, "audio");
+    if (!threads && !audio) line.fail("needs \"threads\" or \"audio\"");
+    return [threads, audio](Machine& machine) {
       if (threads) machine.scheduler.setRough(*threads);
+      if (audio) machine.audio->setRough(*audio);
     };
   });
 

@@ -132,6 +132,11 @@ TEST(Vocabulary, RefusesRedirectsToWhatIsNoAddress) {
   EXPECT_EQ(errorOf(R"({"do":"feed","redirect":"a\r\nb"})"), R"(member "redirect" must be a URL)");
 }
 
+TEST(Vocabulary, RefusesATemperThatIsNone) {
+  EXPECT_EQ(errorOf(R"({"do":"temper"})"), R"(needs "threads" or "audio")");
+  EXPECT_EQ(errorOf(R"({"do":"temper","audio":"wild"})"), R"(member "audio" must be "smooth" or "rough")");
+}
+
 TEST(Vocabulary, RefusesPreferencesThatNoPropertyListHolds) {
   EXPECT_EQ(errorOf(R"({"do":"preference","key":"a","value":[1,null]})"), R"(member "value" must not hold null)");
   EXPECT_EQ(errorOf(R"({"do":"preference","key":"a","value":{"b":[null]}})"), R"(member "value" must not hold null)");

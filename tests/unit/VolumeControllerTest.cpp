@@ -215,6 +215,12 @@ TEST(VolumeController, AnAnswerThatComesTooLateDoesNothing) {
   }
 }
 
+TEST(VolumeController, StartsOnce) {
+  const Played played = withController(screen, [](VolumeController& controller) { controller.start(); });
+  EXPECT_EQ(played.calls("AudioObjectAddPropertyListenerBlock").size(), 1U);
+  EXPECT_EQ(played.logs(), controllingScreen);
+}
+
 TEST(VolumeController, StartsAgainAfterAStop) {
   const Played played = runAsProgram(screen + beamer, [] {
     const auto controller = std::make_shared<VolumeController>(nullptr);
