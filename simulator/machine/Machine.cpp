@@ -107,7 +107,9 @@ nlohmann::ordered_json Machine::snapshot() {
 }
 
 bool Machine::shutDown() {
-  if (process.running()) {
+  // Whoever quits closes first what is open: an alert may have others behind it.
+  for (int tries = 0; process.running() && tries < 100; ++tries) {
+    alerts->dismiss();
     application->quit();
     runReady();
     if (process.running() && !scheduler.settle()) fatal("The program does not come to rest");

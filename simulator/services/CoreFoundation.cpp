@@ -77,6 +77,11 @@ bool isUTF8(std::string_view text) {
   return true;
 }
 
+const std::string& requireUTF8(const std::string& text, const char* call) {
+  if (!isUTF8(text)) fatal(std::string(call) + ": the text is not UTF-8");
+  return text;
+}
+
 CFStringRef constantString(std::string_view text) {
   static std::mutex mutex;
   static auto* const strings = new std::map<std::string, CFStringRef, std::less<>>;

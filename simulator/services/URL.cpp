@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "simulator/machine/Machine.h"
+#include "simulator/services/CoreFoundation.h"
 #include "simulator/services/Foundation.h"
 
 namespace simulator {
@@ -140,6 +141,7 @@ Boolean CFURLGetFileSystemRepresentation(CFURLRef url, Boolean, UInt8* buffer, C
 namespace NS {
 
 URL URL::URLWithString(const std::string& text, bool encodingInvalidCharacters) {
+  static_cast<void>(simulator::requireUTF8(text, "NSURL.URLWithString"));
   if (encodingInvalidCharacters) simulator::fatal("NSURL.URLWithString: the encoding of characters is not simulated");
   return URL(CF::adopt(static_cast<CFTypeRef>(simulator::isURL(text) ? new __CFURL(text) : nullptr)));
 }

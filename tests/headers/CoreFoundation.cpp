@@ -104,6 +104,8 @@ TYPE(CFRunLoopMode, CFStringRef);
 VARIABLE(kCFRunLoopDefaultMode, const CFRunLoopMode);
 VARIABLE(kCFRunLoopCommonModes, const CFRunLoopMode);
 FUNCTION(CFRunLoopGetMain, CFRunLoopRef());
+FUNCTION(CFRunLoopPerformBlock, void(CFRunLoopRef, CFTypeRef, void (^)()));
+FUNCTION(CFRunLoopWakeUp, void(CFRunLoopRef));
 FUNCTION(CFRunLoopAddSource, void(CFRunLoopRef, CFRunLoopSourceRef, CFRunLoopMode));
 FUNCTION(CFRunLoopRemoveSource, void(CFRunLoopRef, CFRunLoopSourceRef, CFRunLoopMode));
 FUNCTION(CFRunLoopAddTimer, void(CFRunLoopRef, CFRunLoopTimerRef, CFRunLoopMode));

@@ -25,6 +25,9 @@ inline const std::string launch = line("launch");
 inline const std::string quit = line("quit");
 inline const std::string settle = line("settle");
 inline const std::string wake = line("wake");
+inline std::string macSleeps(double seconds) { return line("sleep", {{"seconds", seconds}}); }
+// The user sets the clock on the wall.
+inline std::string setClockForward(double seconds) { return line("clock", {{"by", seconds}}); }
 inline std::string advance(double seconds) { return line("advance", {{"seconds", seconds}}); }
 inline std::string snapshot(const std::string& name) { return line("snapshot", {{"name", name}}); }
 
@@ -42,6 +45,7 @@ inline std::string pointer(double x, double y) { return line("pointer", {{"at", 
 inline std::string menu(bool open) { return line("menu", {{"open", open}}); }
 inline std::string click(const std::string& item) { return line("click", {{"item", item}}); }
 inline std::string answer(const nlohmann::json& button) { return line("answer", {{"button", button}}); }
+inline const std::string leaveNextAlertOpen = answer(nullptr);
 
 // ---- Hardware ----
 
