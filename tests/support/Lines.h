@@ -65,9 +65,22 @@ inline std::string play(const std::string& process, int output, const nlohmann::
   return line("play", members);
 }
 
+// ---- Updates ----
+
+// What is installed, what the release host answers, and what it has at an address.
+inline std::string bundle(const nlohmann::json& members) { return line("bundle", members); }
+inline std::string feed(const nlohmann::json& members) { return line("feed", members); }
+inline std::string image(const std::string& url, const nlohmann::json& more = nlohmann::json::object()) {
+  nlohmann::json members = {{"url", url}};
+  members.update(more);
+  return line("image", members);
+}
+
 // ---- The system ----
 
 inline std::string accessibility(bool granted) { return line("accessibility", {{"granted", granted}}); }
+inline std::string disableTap(const std::string& by) { return line("disable-tap", {{"by", by}}); }
+inline std::string loginItem(const nlohmann::json& members) { return line("login-item", members); }
 inline std::string capture(const nlohmann::json& members) { return line("capture", members); }
 inline std::string preference(const std::string& key, const nlohmann::json& value) {
   return line("preference", {{"key", key}, {"value", value}});
