@@ -57,7 +57,7 @@ Machine::Machine(Program program, Options options)
   currentMachine = this;
   previousTerminate_ = std::set_terminate(terminated);
   trace.setRoot(root.path().string());
-  faults.declare({"dlopen", "dlsym", "objc_lookUpClass", "OSDManager.sharedManager", "NSEvent.eventWithCGEvent"});
+  faults.declare({"kqueue", "kevent", "dlopen", "dlsym", "objc_lookUpClass", "OSDManager.sharedManager", "NSEvent.eventWithCGEvent"});
   const auto add = [this](auto& slot, auto part) {
     parts.push_back(part.get());
     slot = std::move(part);

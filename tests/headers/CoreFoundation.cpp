@@ -44,6 +44,7 @@ static_assert(std::is_same_v<decltype(CFSTR("text")), CFStringRef>);
 FUNCTION(CFStringGetTypeID, CFTypeID());
 FUNCTION(CFStringCreateWithBytes, CFStringRef(CFAllocatorRef, const UInt8*, CFIndex, CFStringEncoding, Boolean));
 FUNCTION(CFStringGetLength, CFIndex(CFStringRef));
+FUNCTION(CFStringGetRangeOfComposedCharactersAtIndex, CFRange(CFStringRef, CFIndex));
 FUNCTION(CFStringGetBytes, CFIndex(CFStringRef, CFRange, CFStringEncoding, UInt8, Boolean, UInt8*, CFIndex, CFIndex*));
 
 // ---- Numbers ----
