@@ -7,10 +7,10 @@
 
 #include <string>
 
+#include "base/Alerts.h"
 #include "base/AppError.h"
 #include "base/Assertions.h"
 #include "base/Log.h"
-#include "platform/Alert.h"
 #include "platform/AppService.h"
 #include "platform/CFCollections.h"
 
@@ -189,7 +189,7 @@ void AppDelegate::toggleStartAtLogin() {
   const bool changed = service.status() == NS::AppServiceStatus::Enabled ? service.unregisterAndReturnError(error)
                                                                          : service.registerAndReturnError(error);
   // The tick follows when the menu next opens.
-  if (!changed) static_cast<void>(NS::Alert::alertWithError(error).runModal());
+  if (!changed) presentAlert(weak_from_this(), NS::Alert::alertWithError(error));
 }
 
 void AppDelegate::refreshUpdateItem() {
@@ -197,7 +197,7 @@ void AppDelegate::refreshUpdateItem() {
   std::string title = "Check for Updates…";
   bool enabled = true;
   if (const auto* available = std::get_if<Updater::Available>(&state)) {
-    title = "Update to " + available->release.version + "…";
+    title = "Update to " + textForAlert(available->release.version) + "…";
   } else if (std::holds_alternative<Updater::Checking>(state)) {
     title = "Checking for Updates…";
     enabled = false;
@@ -211,9 +211,7 @@ void AppDelegate::refreshUpdateItem() {
 
 void AppDelegate::updateItemClicked() {
   if (const auto* available = std::get_if<Updater::Available>(&updater_->state())) {
-    // The updater may leave this state while the user is being asked.
-    const Release release = available->release;
-    confirmInstall(release);
+    confirmInstall(available->release);
     return;
   }
   pendingReport_ = PendingReport::check;
@@ -222,15 +220,16 @@ void AppDelegate::updateItemClicked() {
 
 void AppDelegate::confirmInstall(const Release& release) {
   const std::string version = "You have version " + updater_->currentVersion() + ".";
-  const NS::Alert alert = NS::Alert::make();
-  alert.setMessageText("Dalvane " + release.version + " is available");
-  alert.setInformativeText(release.notes.empty() ? version : release.notes + "\n\n" + version);
+  const NS::Alert alert = makeAlert("Dalvane " + textForAlert(release.version) + " is available",
+                                    release.notes.empty() ? version : textForAlert(release.notes) + "\n\n" + version);
   alert.addButtonWithTitle("Install and Relaunch");
   alert.addButtonWithTitle("Later");
-  NS::Application::sharedApplication().activate();
-  if (alert.runModal() != NS::AlertFirstButtonReturn) return;
-  pendingReport_ = PendingReport::install;
-  updater_->install();
+  // What the user has seen is installed, whatever the updater finds or looks for while the alert is open.
+  presentAlert(weak_from_this(), alert, [this, release](long button) {
+    if (button != NS::AlertFirstButtonReturn) return;
+    pendingReport_ = PendingReport::install;
+    updater_->install(release);
+  });
 }
 
 void AppDelegate::updaterChanged() {
@@ -239,28 +238,21 @@ void AppDelegate::updaterChanged() {
   const Updater::State& state = updater_->state();
   if (*pendingReport_ == PendingReport::install) {
     if (const auto* failed = std::get_if<Updater::Failed>(&state)) {
-      pendingReport_.reset();
-      showAlert("Could not install the update", failed->description);
+      report("Could not install the update", failed->description);
     }
     return;
   }
   if (const auto* available = std::get_if<Updater::Available>(&state)) {
     pendingReport_.reset();
-    const Release release = available->release;
-    confirmInstall(release);
+    confirmInstall(available->release);
   } else if (const auto* failed = std::get_if<Updater::Failed>(&state)) {
-    pendingReport_.reset();
-    showAlert("Could not check for updates", failed->description);
+    report("Could not check for updates", failed->description);
   } else if (std::holds_alternative<Updater::UpToDate>(state)) {
-    pendingReport_.reset();
-    showAlert("Dalvane is up to date", "Version " + updater_->currentVersion() + " is the newest version.");
+    report("Dalvane is up to date", "Version " + updater_->currentVersion() + " is the newest version.");
   }
 }
 
-void AppDelegate::showAlert(const std::string& message, const std::string& informative) {
-  const NS::Alert alert = NS::Alert::make();
-  alert.setMessageText(message);
-  alert.setInformativeText(informative);
-  NS::Application::sharedApplication().activate();
-  static_cast<void>(alert.runModal());
+void AppDelegate::report(const std::string& message, const std::string& informative) {
+  pendingReport_.reset();
+  presentAlert(weak_from_this(), makeAlert(message, textForAlert(informative)));
 }

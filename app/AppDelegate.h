@@ -34,7 +34,8 @@ class AppDelegate : public NS::ApplicationDelegate,
   void updateItemClicked();
   void confirmInstall(const Release& release);
   void updaterChanged();
-  static void showAlert(const std::string& message, const std::string& informative);
+  // Tells the user what was waited for; nothing more is waited for then.
+  void report(const std::string& message, const std::string& informative);
   void makeKeyTap();
   void startKeyTapWhenTrusted();
   void waitForAccessibility();

@@ -144,8 +144,13 @@ std::string sentence(const json& record) {
   }
   if (what == "prompt") return "system    asks the user for the permission: " + record["for"].get<std::string>();
   if (what == "alert") {
-    return "alert     “" + record["message"].get<std::string>() + "”; the user presses “" +
-           record["answer"].get<std::string>() + "”";
+    const std::string text = "alert     “" + record["message"].get<std::string>() + "”; the user ";
+    if (record["answer"].is_null()) return text + "leaves it open";
+    return text + "presses “" + record["answer"].get<std::string>() + "”";
+  }
+  if (what == "answer") {
+    return "alert     “" + record["message"].get<std::string>() + "”: the user presses “" +
+           record["button"].get<std::string>() + "”";
   }
   if (what == "snapshot") return heard(record["speakers"]);
   if (what == "preference") {

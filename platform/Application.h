@@ -21,7 +21,7 @@ class Application : public Object {
   void setDelegate(ApplicationDelegate* delegate) const;
   // Runs the main event loop. As AppKit's, it does not return: the application ends in `terminate`.
   void run() const;
-  // Tells the delegate, then ends the process. Does not come back, though AppKit's declaration does not promise it.
+  // Tells the delegate, then ends the process. While an alert is open it does nothing and comes back.
   void terminate() const;
   // Brings the application to the front.
   void activate() const;

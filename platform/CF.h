@@ -13,6 +13,8 @@
 #include <type_traits>
 #include <utility>
 
+#include "platform/Text.h"
+
 namespace CF {
 
 template <typename T>
@@ -63,21 +65,27 @@ template <typename T>
   return retain(static_cast<T>(object));
 }
 
-// A string object with the given UTF-8 text; null when the text is not UTF-8.
+// A string object with the given UTF-8 text; what is not UTF-8 is replaced.
 [[nodiscard]] inline Ref<CFStringRef> string(std::string_view text) {
-  return adopt(CFStringCreateWithBytes(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(text.data()),
-                                       static_cast<CFIndex>(text.size()), kCFStringEncodingUTF8, false));
+  const std::string valid = validText(text);
+  return adopt(CFStringCreateWithBytes(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(valid.data()),
+                                       static_cast<CFIndex>(valid.size()), kCFStringEncodingUTF8, false));
 }
 
-// The string's text in UTF-8.
-[[nodiscard]] inline std::string text(CFStringRef string) {
-  const CFRange whole = CFRangeMake(0, CFStringGetLength(string));
+// The first `length` UTF-16 units of the string in UTF-8; half a character at their end becomes a question mark.
+[[nodiscard]] inline std::string text(CFStringRef string, CFIndex length) {
+  const CFRange range = CFRangeMake(0, length);
   CFIndex size = 0;
-  CFStringGetBytes(string, whole, kCFStringEncodingUTF8, '?', false, nullptr, 0, &size);
+  CFStringGetBytes(string, range, kCFStringEncodingUTF8, '?', false, nullptr, 0, &size);
   std::string result(static_cast<std::size_t>(size), '\0');
-  CFStringGetBytes(string, whole, kCFStringEncodingUTF8, '?', false, reinterpret_cast<UInt8*>(result.data()), size,
+  CFStringGetBytes(string, range, kCFStringEncodingUTF8, '?', false, reinterpret_cast<UInt8*>(result.data()), size,
                    nullptr);
   return result;
+}
+
+// The string's text in UTF-8; empty when there is no string.
+[[nodiscard]] inline std::string text(CFStringRef string) {
+  return string ? text(string, CFStringGetLength(string)) : std::string();
 }
 
 // A number object holding a signed 64-bit integer.

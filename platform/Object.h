@@ -3,6 +3,9 @@
 // Every class in namespace NS stands for the Objective-C class of the same name and holds one owned reference to an
 // object of it. Copying a handle shares the object, as assigning an Objective-C pointer does. Members are named after
 // the methods they forward to and do nothing else. AppKit's classes are for the main thread only.
+//
+// On the Mac each member that sends a message has an autorelease pool of its own: members are also called from event
+// taps, timers and Dispatch, around which nothing drains one, and C++ has no words for it.
 #pragma once
 
 #include "platform/CF.h"

@@ -2,26 +2,33 @@
 #pragma once
 
 #include <exception>
-#include <string>
-#include <string_view>
+#include <type_traits>
 #include <utility>
 #include <variant>
 
 #include "base/AppError.h"
+#include "platform/Text.h"
 
 // The work's result, or the error that ended it.
 template <typename T>
 using Outcome = std::variant<T, AppError>;
 
-// The text with a replacement character for what is not UTF-8. Usable from any thread.
-[[nodiscard]] std::string validText(std::string_view text);
+// What `Work` results in; nothing becomes std::monostate.
+template <typename Work>
+using ResultOf =
+    std::conditional_t<std::is_void_v<std::invoke_result_t<Work>>, std::monostate, std::invoke_result_t<Work>>;
 
 // Does `work` and keeps what it returns or throws. An error's text is kept as far as it can be shown to a user: the
 // JSON decoder quotes what it read last, which may end in the middle of a character.
 template <typename Work>
-[[nodiscard]] auto attempt(Work&& work) -> Outcome<decltype(work())> {
+[[nodiscard]] auto attempt(Work&& work) -> Outcome<ResultOf<Work>> {
   try {
-    return std::forward<Work>(work)();
+    if constexpr (std::is_void_v<std::invoke_result_t<Work>>) {
+      std::forward<Work>(work)();
+      return std::monostate();
+    } else {
+      return std::forward<Work>(work)();
+    }
   } catch (const AppError& error) {
     return error;
   } catch (const std::exception& error) {

@@ -1,10 +1,13 @@
 #include "updater/Updater.h"
 
 #include <dispatch/dispatch.h>
+#include <sys/event.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <utility>
 
+#include "base/Alerts.h"
 #include "base/AppError.h"
 #include "base/Assertions.h"
 #include "base/Log.h"
@@ -17,6 +20,31 @@ namespace {
 
 constexpr CFTimeInterval checkIntervalSeconds = 21600;
 constexpr std::int64_t firstCheckSeconds = 10;
+
+// Blocks the calling thread for so many seconds, those included that the Mac sleeps through, and whatever the user sets
+// the clock to. No clock of Dispatch is like that; of a kernel queue's timer, sys/event.h says that it is. There is no
+// wait when the system has no queue left.
+void sleepOnTheContinuousClock(std::int64_t seconds) {
+  struct Queue {
+    Queue() : descriptor(kqueue()) {}
+    Queue(const Queue&) = delete;
+    Queue& operator=(const Queue&) = delete;
+    ~Queue() { close(descriptor); }
+    const int descriptor;
+  };
+  const Queue queue;
+  const struct kevent timer = {.ident = 1,
+                               .filter = EVFILT_TIMER,
+                               .flags = EV_ADD | EV_ONESHOT,
+                               .fflags = NOTE_SECONDS | NOTE_MACH_CONTINUOUS_TIME,
+                               .data = seconds,
+                               .udata = nullptr};
+  struct kevent fired = {};
+  // A call that a signal interrupts has set the timer.
+  for (int changes = 1; kevent(queue.descriptor, &timer, changes, &fired, 1, nullptr) == -1 && errno == EINTR;) {
+    changes = 0;
+  }
+}
 
 std::string runningVersion() {
   const CF::Ref<CFStringRef> key = CF::string("CFBundleShortVersionString");
@@ -34,23 +62,32 @@ Updater::~Updater() { stop(); }
 
 void Updater::start() {
   assertMainThread();
-  stop();
+  stopTimer();
   const std::weak_ptr<Updater> weak = weak_from_this();
   timer_ =
       CF::adopt(CFRunLoopTimerCreateWithHandler(kCFAllocatorDefault, CFAbsoluteTimeGetCurrent() + checkIntervalSeconds,
                                                 checkIntervalSeconds, 0, 0, ^(CFRunLoopTimerRef) {
                                                   if (const auto updater = weak.lock()) updater->check();
                                                 }));
-  CFRunLoopAddTimer(CFRunLoopGetMain(), timer_.get(), kCFRunLoopCommonModes);
+  // Without it there is still the first check, and those that the user asks for.
+  if (timer_) CFRunLoopAddTimer(CFRunLoopGetMain(), timer_.get(), kCFRunLoopDefaultMode);
 
-  // The wall clock goes on while the Mac sleeps.
-  dispatch_after(dispatch_walltime(nullptr, firstCheckSeconds * static_cast<std::int64_t>(NSEC_PER_SEC)),
-                 dispatch_get_main_queue(), ^{
-                   if (const auto updater = weak.lock()) updater->check();
-                 });
+  dispatch_async(dispatch_get_global_queue(QOS_CLASS_UTILITY, 0), ^{
+    sleepOnTheContinuousClock(firstCheckSeconds);
+    dispatch_async(dispatch_get_main_queue(), ^{
+      if (const auto updater = weak.lock()) updater->check();
+    });
+  });
 }
 
 void Updater::stop() {
+  stopTimer();
+  ++task_;
+  // An install goes on, and no other may begin beside it.
+  if (std::holds_alternative<Checking>(state_)) state_ = Idle{};
+}
+
+void Updater::stopTimer() {
   if (timer_) CFRunLoopTimerInvalidate(timer_.get());
   timer_ = {};
 }
@@ -58,18 +95,19 @@ void Updater::stop() {
 void Updater::check() {
   assertMainThread();
   if (std::holds_alternative<Checking>(state_) || std::holds_alternative<Installing>(state_)) return;
-  setState(Checking{});
+  const Task task = begin(Checking{});
   const std::weak_ptr<Updater> weak = weak_from_this();
   // A block keeps a copy of what it uses, but of a reference only the reference: hence the handlers take values.
   // NOLINTNEXTLINE(performance-unnecessary-value-param)
-  ReleaseFeed::latest([weak](Outcome<Release> latest) {
+  ReleaseFeed::latest([weak, task](Outcome<Release> latest) {
     dispatch_async(dispatch_get_main_queue(), ^{
-      if (const auto updater = weak.lock()) updater->checked(latest);
+      if (const auto updater = weak.lock()) updater->checked(task, latest);
     });
   });
 }
 
-void Updater::checked(const Outcome<Release>& latest) {
+void Updater::checked(Task task, const Outcome<Release>& latest) {
+  if (task != task_) return;
   if (const auto* error = std::get_if<AppError>(&latest)) {
     os_log_error(logger_, "Update check failed: %{public}s", error->what());
     setState(Failed{error->what()});
@@ -83,26 +121,22 @@ void Updater::checked(const Outcome<Release>& latest) {
   }
 }
 
-void Updater::install() {
+void Updater::install(Release release) {
   assertMainThread();
-  const auto* available = std::get_if<Available>(&state_);
-  if (!available) return;
-  const Release release = available->release;
-  setState(Installing{});
+  if (std::holds_alternative<Idle>(state_) || std::holds_alternative<Installing>(state_)) return;
+  const Task task = begin(Installing{});
   const std::weak_ptr<Updater> weak = weak_from_this();
   // NOLINTNEXTLINE(performance-unnecessary-value-param): for the block, as above
-  ReleaseInstaller::install(release, [weak](Outcome<std::filesystem::path> application) {
+  ReleaseInstaller::install(release, [weak, task](Outcome<std::filesystem::path> application) {
     dispatch_async(dispatch_get_main_queue(), ^{
-      if (const auto updater = weak.lock()) updater->installed(application);
+      if (const auto updater = weak.lock()) updater->installed(task, application);
     });
   });
 }
 
-void Updater::installed(const Outcome<std::filesystem::path>& application) {
-  const Outcome<bool> relaunched = attempt([&] {
-    relaunch(value(application));
-    return true;
-  });
+void Updater::installed(Task task, const Outcome<std::filesystem::path>& application) {
+  if (task != task_) return;
+  const Outcome<std::monostate> relaunched = attempt([&] { relaunch(value(application)); });
   if (const auto* error = std::get_if<AppError>(&relaunched)) {
     os_log_error(logger_, "Update install failed: %{public}s", error->what());
     setState(Failed{error->what()});
@@ -113,7 +147,14 @@ void Updater::relaunch(const std::filesystem::path& application) {
   // The script gets this process's identifier as $0 and the application's path as $1.
   launch("/bin/sh", {"-c", "while /bin/kill -0 \"$0\" 2>/dev/null; do sleep 0.2; done; /usr/bin/open \"$1\"",
                      std::to_string(getpid()), application});
-  NS::Application::sharedApplication().terminate();
+  // An application with an open alert cannot be terminated.
+  whenNoAlertIsOpen([] { NS::Application::sharedApplication().terminate(); });
+}
+
+Updater::Task Updater::begin(State state) {
+  const Task task = ++task_;
+  setState(std::move(state));
+  return task;
 }
 
 void Updater::setState(State state) {

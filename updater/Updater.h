@@ -4,6 +4,7 @@
 #include <CoreFoundation/CoreFoundation.h>
 #include <os/log.h>
 
+#include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -40,26 +41,35 @@ class Updater : public std::enable_shared_from_this<Updater> {
   // Called after every change of the state.
   void setOnChange(std::function<void()> onChange) { onChange_ = std::move(onChange); }
 
-  // Checks 10 seconds from now and then every six hours.
+  // Checks 10 seconds from now, slept through or not, and then every six hours in which the Mac was awake. A check that
+  // is due while a menu or an alert is open waits until it is closed.
   void start();
-  // Ends the periodic check, not a first check that is still to come. Safe to call more than once.
+  // Ends the periodic check, not a first check that is still to come. What is under way ends without consequence. Safe
+  // to call more than once.
   void stop();
 
   // Looks for a newer release; does nothing during a check or an install.
   void check();
-  // Installs the available release and relaunches; does nothing in any other state.
-  void install();
+  // Installs `release`, which a check has found and the user has seen, and relaunches. Another check that is under way
+  // is forgotten. Does nothing before the first check or during an install.
+  void install(Release release);
 
  private:
+  // Numbers what is begun, so that the answer to something that is no longer waited for is known as such.
+  using Task = std::uint64_t;
+
+  void stopTimer();
+  Task begin(State state);
   void setState(State state);
-  void checked(const Outcome<Release>& latest);
-  void installed(const Outcome<std::filesystem::path>& application);
+  void checked(Task task, const Outcome<Release>& latest);
+  void installed(Task task, const Outcome<std::filesystem::path>& application);
   // Starts the shell process that reopens the application once this one has ended, and ends this one.
   static void relaunch(const std::filesystem::path& application);
 
   std::string currentVersion_;
   std::function<void()> onChange_;
   State state_ = Idle{};
+  Task task_ = 0;  // the one that is waited for
   os_log_t logger_;
   CF::Ref<CFRunLoopTimerRef> timer_;
 };

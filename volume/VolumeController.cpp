@@ -8,10 +8,10 @@
 #include <limits>
 #include <utility>
 
+#include "base/Alerts.h"
 #include "base/AppError.h"
 #include "base/Assertions.h"
 #include "base/Log.h"
-#include "platform/Alert.h"
 #include "platform/CF.h"
 #include "volume/CoreAudio.h"
 #include "volume/SystemAudioPermission.h"
@@ -222,12 +222,10 @@ void VolumeController::requestPermission() {
 
 void VolumeController::showPermissionAlert() {
   if (std::exchange(permissionAlertShown_, true)) return;
-  const NS::Alert alert = NS::Alert::make();
-  alert.setMessageText("Dalvane needs System Audio Recording");
-  alert.setInformativeText(
-      "Allow Dalvane in System Settings > Privacy & Security > Screen & System Audio Recording, then quit and reopen "
-      "it.");
-  static_cast<void>(alert.runModal());
+  presentAlert(weak_from_this(),
+               makeAlert("Dalvane needs System Audio Recording",
+                         "Allow Dalvane in System Settings > Privacy & Security > Screen & System Audio Recording, "
+                         "then quit and reopen it."));
 }
 
 // A level that somebody else wrote is taken as it is, whatever it is.

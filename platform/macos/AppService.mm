@@ -18,21 +18,31 @@ static bool report(bool succeeded, NSError* object, Error& error) {
 }
 
 AppService AppService::mainAppService() {
-  return AppService(CF::adopt((__bridge_retained CFTypeRef)SMAppService.mainAppService));
+  @autoreleasepool {
+    return AppService(CF::adopt((__bridge_retained CFTypeRef)SMAppService.mainAppService));
+  }
 }
 
-AppServiceStatus AppService::status() const { return static_cast<AppServiceStatus>(object(*this).status); }
+AppServiceStatus AppService::status() const {
+  @autoreleasepool {
+    return static_cast<AppServiceStatus>(object(*this).status);
+  }
+}
 
 bool AppService::registerAndReturnError(Error& error) const {
-  NSError* failure = nil;
-  const bool succeeded = [object(*this) registerAndReturnError:&failure];
-  return report(succeeded, failure, error);
+  @autoreleasepool {
+    NSError* failure = nil;
+    const bool succeeded = [object(*this) registerAndReturnError:&failure];
+    return report(succeeded, failure, error);
+  }
 }
 
 bool AppService::unregisterAndReturnError(Error& error) const {
-  NSError* failure = nil;
-  const bool succeeded = [object(*this) unregisterAndReturnError:&failure];
-  return report(succeeded, failure, error);
+  @autoreleasepool {
+    NSError* failure = nil;
+    const bool succeeded = [object(*this) unregisterAndReturnError:&failure];
+    return report(succeeded, failure, error);
+  }
 }
 
 }  // namespace NS

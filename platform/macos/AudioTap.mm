@@ -4,6 +4,8 @@
 #import <CoreAudio/CATapDescription.h>
 #import <Foundation/Foundation.h>
 
+#include "platform/macos/Text.h"
+
 namespace CA {
 
 static_assert(static_cast<long>(TapMuteBehavior::Unmuted) == CATapUnmuted);
@@ -22,28 +24,54 @@ static NSArray<NSNumber*>* numbers(const std::vector<AudioObjectID>& processes) 
 
 TapDescription TapDescription::initExcludingProcesses(const std::vector<AudioObjectID>& processes,
                                                       const std::string& deviceUID, long stream) {
-  return TapDescription(
-      CF::adopt((__bridge_retained CFTypeRef)[[CATapDescription alloc] initExcludingProcesses:numbers(processes)
-                                                                                 andDeviceUID:@(deviceUID.c_str())
-                                                                                   withStream:stream]));
+  @autoreleasepool {
+    CATapDescription* const description = [[CATapDescription alloc] initExcludingProcesses:numbers(processes)
+                                                                              andDeviceUID:NS::string(deviceUID)
+                                                                                withStream:stream];
+    return TapDescription(CF::adopt((__bridge_retained CFTypeRef)description));
+  }
 }
 
-void TapDescription::setName(const std::string& name) const { object(*this).name = @(name.c_str()); }
+void TapDescription::setName(const std::string& name) const {
+  @autoreleasepool {
+    object(*this).name = NS::string(name);
+  }
+}
 
-void TapDescription::setUUID(const NS::UUID& uuid) const { object(*this).UUID = (__bridge NSUUID*)uuid.get(); }
+void TapDescription::setUUID(const NS::UUID& uuid) const {
+  @autoreleasepool {
+    object(*this).UUID = (__bridge NSUUID*)uuid.get();
+  }
+}
 
-void TapDescription::setPrivate(bool isPrivate) const { object(*this).privateTap = isPrivate; }
+void TapDescription::setPrivate(bool isPrivate) const {
+  @autoreleasepool {
+    object(*this).privateTap = isPrivate;
+  }
+}
 
 void TapDescription::setMuteBehavior(TapMuteBehavior behavior) const {
-  object(*this).muteBehavior = static_cast<CATapMuteBehavior>(behavior);
+  @autoreleasepool {
+    object(*this).muteBehavior = static_cast<CATapMuteBehavior>(behavior);
+  }
 }
 
-NS::UUID TapDescription::UUID() const { return NS::UUID(CF::adopt((__bridge_retained CFTypeRef)object(*this).UUID)); }
+NS::UUID TapDescription::UUID() const {
+  @autoreleasepool {
+    return NS::UUID(CF::adopt((__bridge_retained CFTypeRef)object(*this).UUID));
+  }
+}
 
 OSStatus AudioHardwareCreateProcessTap(const TapDescription& description, AudioObjectID* tap) {
-  return ::AudioHardwareCreateProcessTap(object(description), tap);
+  @autoreleasepool {
+    return ::AudioHardwareCreateProcessTap(object(description), tap);
+  }
 }
 
-OSStatus AudioHardwareDestroyProcessTap(AudioObjectID tap) { return ::AudioHardwareDestroyProcessTap(tap); }
+OSStatus AudioHardwareDestroyProcessTap(AudioObjectID tap) {
+  @autoreleasepool {
+    return ::AudioHardwareDestroyProcessTap(tap);
+  }
+}
 
 }  // namespace CA

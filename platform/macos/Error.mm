@@ -1,9 +1,13 @@
 #include "platform/Error.h"
 
-#import <Foundation/Foundation.h>
+#include "platform/macos/Text.h"
 
 namespace NS {
 
-std::string Error::localizedDescription() const { return ((__bridge NSError*)get()).localizedDescription.UTF8String; }
+std::string Error::localizedDescription() const {
+  @autoreleasepool {
+    return text(((__bridge NSError*)get()).localizedDescription);
+  }
+}
 
 }  // namespace NS

@@ -7,13 +7,27 @@ namespace NS {
 static NSEvent* object(const Event& event) { return (__bridge NSEvent*)event.get(); }
 
 Event Event::eventWithCGEvent(CGEventRef event) {
-  return Event(CF::retain((__bridge CFTypeRef)[NSEvent eventWithCGEvent:event]));
+  @autoreleasepool {
+    return Event(CF::retain((__bridge CFTypeRef)[NSEvent eventWithCGEvent:event]));
+  }
 }
 
-CGPoint Event::mouseLocation() { return NSEvent.mouseLocation; }
+CGPoint Event::mouseLocation() {
+  @autoreleasepool {
+    return NSEvent.mouseLocation;
+  }
+}
 
-short Event::subtype() const { return object(*this).subtype; }
+short Event::subtype() const {
+  @autoreleasepool {
+    return object(*this).subtype;
+  }
+}
 
-long Event::data1() const { return object(*this).data1; }
+long Event::data1() const {
+  @autoreleasepool {
+    return object(*this).data1;
+  }
+}
 
 }  // namespace NS

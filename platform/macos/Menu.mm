@@ -3,6 +3,8 @@
 #import <AppKit/AppKit.h>
 #import <objc/runtime.h>
 
+#include "platform/macos/Text.h"
+
 // The target of a menu item whose action is a closure.
 @interface DalvaneMenuItemTarget : NSObject
 @end
@@ -60,63 +62,108 @@ static void keep(id owner, id kept) {
 
 // ---- Items ----
 
-MenuItem::MenuItem(const std::string& title, SEL action, const std::string& keyEquivalent)
-    : Object(CF::adopt((__bridge_retained CFTypeRef)
-                           [[NSMenuItem alloc] initWithTitle:(__bridge NSString*)CF::string(title).get()
-                                                      action:action
-                                               keyEquivalent:(__bridge NSString*)CF::string(keyEquivalent).get()])) {}
-
-MenuItem MenuItem::separatorItem() { return MenuItem(CF::retain((__bridge CFTypeRef)[NSMenuItem separatorItem])); }
-
-void MenuItem::setTitle(const std::string& title) const {
-  object(*this).title = (__bridge NSString*)CF::string(title).get();
+static CF::Ref<CFTypeRef> makeItem(const std::string& title, SEL action, const std::string& keyEquivalent) {
+  @autoreleasepool {
+    return CF::adopt((__bridge_retained CFTypeRef)[[NSMenuItem alloc] initWithTitle:string(title)
+                                                                             action:action
+                                                                      keyEquivalent:string(keyEquivalent)]);
+  }
 }
 
-void MenuItem::setEnabled(bool enabled) const { object(*this).enabled = enabled; }
+MenuItem::MenuItem(const std::string& title, SEL action, const std::string& keyEquivalent)
+    : Object(makeItem(title, action, keyEquivalent)) {}
+
+MenuItem MenuItem::separatorItem() {
+  @autoreleasepool {
+    return MenuItem(CF::retain((__bridge CFTypeRef)[NSMenuItem separatorItem]));
+  }
+}
+
+void MenuItem::setTitle(const std::string& title) const {
+  @autoreleasepool {
+    object(*this).title = string(title);
+  }
+}
+
+void MenuItem::setEnabled(bool enabled) const {
+  @autoreleasepool {
+    object(*this).enabled = enabled;
+  }
+}
 
 void MenuItem::setState(ControlStateValue state) const {
-  object(*this).state = static_cast<NSControlStateValue>(state);
+  @autoreleasepool {
+    object(*this).state = static_cast<NSControlStateValue>(state);
+  }
 }
 
 void MenuItem::setTargetAction(std::function<void()> action) const {
-  DalvaneMenuItemTarget* const target = [[DalvaneMenuItemTarget alloc] initWithAction:std::move(action)];
-  object(*this).target = target;
-  object(*this).action = @selector(perform:);
-  keep(object(*this), target);
+  @autoreleasepool {
+    DalvaneMenuItemTarget* const target = [[DalvaneMenuItemTarget alloc] initWithAction:std::move(action)];
+    object(*this).target = target;
+    object(*this).action = @selector(perform:);
+    keep(object(*this), target);
+  }
 }
 
 // ---- The menu ----
 
-Menu Menu::make() { return Menu(CF::adopt((__bridge_retained CFTypeRef)[[NSMenu alloc] init])); }
-
-void Menu::setDelegate(MenuDelegate* delegate) const {
-  DalvaneMenuDelegate* const forwarder = delegate ? [[DalvaneMenuDelegate alloc] initWithDelegate:delegate] : nil;
-  object(*this).delegate = forwarder;
-  keep(object(*this), forwarder);
+Menu Menu::make() {
+  @autoreleasepool {
+    return Menu(CF::adopt((__bridge_retained CFTypeRef)[[NSMenu alloc] init]));
+  }
 }
 
-void Menu::setAutoenablesItems(bool autoenables) const { object(*this).autoenablesItems = autoenables; }
+void Menu::setDelegate(MenuDelegate* delegate) const {
+  @autoreleasepool {
+    DalvaneMenuDelegate* const forwarder = delegate ? [[DalvaneMenuDelegate alloc] initWithDelegate:delegate] : nil;
+    object(*this).delegate = forwarder;
+    keep(object(*this), forwarder);
+  }
+}
 
-void Menu::addItem(const MenuItem& item) const { [object(*this) addItem:object(item)]; }
+void Menu::setAutoenablesItems(bool autoenables) const {
+  @autoreleasepool {
+    object(*this).autoenablesItems = autoenables;
+  }
+}
+
+void Menu::addItem(const MenuItem& item) const {
+  @autoreleasepool {
+    [object(*this) addItem:object(item)];
+  }
+}
 
 // ---- The status bar ----
 
 void StatusBarButton::setImage(const Image& image) const {
-  ((__bridge NSStatusBarButton*)get()).image = (__bridge NSImage*)image.get();
+  @autoreleasepool {
+    ((__bridge NSStatusBarButton*)get()).image = (__bridge NSImage*)image.get();
+  }
 }
 
 StatusBarButton StatusItem::button() const {
-  return StatusBarButton(CF::retain((__bridge CFTypeRef)object(*this).button));
+  @autoreleasepool {
+    return StatusBarButton(CF::retain((__bridge CFTypeRef)object(*this).button));
+  }
 }
 
-void StatusItem::setMenu(const Menu& menu) const { object(*this).menu = object(menu); }
+void StatusItem::setMenu(const Menu& menu) const {
+  @autoreleasepool {
+    object(*this).menu = object(menu);
+  }
+}
 
 StatusBar StatusBar::systemStatusBar() {
-  return StatusBar(CF::retain((__bridge CFTypeRef)NSStatusBar.systemStatusBar));
+  @autoreleasepool {
+    return StatusBar(CF::retain((__bridge CFTypeRef)NSStatusBar.systemStatusBar));
+  }
 }
 
 StatusItem StatusBar::statusItemWithLength(double length) const {
-  return StatusItem(CF::retain((__bridge CFTypeRef)[(__bridge NSStatusBar*)get() statusItemWithLength:length]));
+  @autoreleasepool {
+    return StatusItem(CF::retain((__bridge CFTypeRef)[(__bridge NSStatusBar*)get() statusItemWithLength:length]));
+  }
 }
 
 }  // namespace NS

@@ -9,28 +9,38 @@ static NSNotificationCenter* object(const NotificationCenter& center) {
 }
 
 NotificationCenter NotificationCenter::defaultCenter() {
-  return NotificationCenter(CF::retain((__bridge CFTypeRef)NSNotificationCenter.defaultCenter));
+  @autoreleasepool {
+    return NotificationCenter(CF::retain((__bridge CFTypeRef)NSNotificationCenter.defaultCenter));
+  }
 }
 
 Object NotificationCenter::addObserverForName(CFStringRef name, void (^block)()) const {
-  return Object::retain((__bridge CFTypeRef)[object(*this) addObserverForName:(__bridge NSString*)name
-                                                                       object:nil
-                                                                        queue:NSOperationQueue.mainQueue
-                                                                   usingBlock:^(NSNotification*) {
-                                                                     block();
-                                                                   }]);
+  @autoreleasepool {
+    return Object::retain((__bridge CFTypeRef)[object(*this) addObserverForName:(__bridge NSString*)name
+                                                                         object:nil
+                                                                          queue:NSOperationQueue.mainQueue
+                                                                     usingBlock:^(NSNotification*) {
+                                                                       block();
+                                                                     }]);
+  }
 }
 
 void NotificationCenter::removeObserver(const Object& token) const {
-  [object(*this) removeObserver:(__bridge id)token.get()];
+  @autoreleasepool {
+    [object(*this) removeObserver:(__bridge id)token.get()];
+  }
 }
 
 Workspace Workspace::sharedWorkspace() {
-  return Workspace(CF::retain((__bridge CFTypeRef)NSWorkspace.sharedWorkspace));
+  @autoreleasepool {
+    return Workspace(CF::retain((__bridge CFTypeRef)NSWorkspace.sharedWorkspace));
+  }
 }
 
 NotificationCenter Workspace::notificationCenter() const {
-  return NotificationCenter(CF::retain((__bridge CFTypeRef)((__bridge NSWorkspace*)get()).notificationCenter));
+  @autoreleasepool {
+    return NotificationCenter(CF::retain((__bridge CFTypeRef)((__bridge NSWorkspace*)get()).notificationCenter));
+  }
 }
 
 CFStringRef ApplicationDidChangeScreenParametersNotification() {

@@ -2,22 +2,36 @@
 
 #import <AppKit/AppKit.h>
 
+#include "platform/macos/Text.h"
+
 namespace NS {
 
 static NSScreen* object(const Screen& screen) { return (__bridge NSScreen*)screen.get(); }
 
 std::vector<Screen> Screen::screens() {
-  std::vector<Screen> screens;
-  for (NSScreen* screen in NSScreen.screens) screens.emplace_back(CF::retain((__bridge CFTypeRef)screen));
-  return screens;
+  @autoreleasepool {
+    std::vector<Screen> screens;
+    for (NSScreen* screen in NSScreen.screens) screens.emplace_back(CF::retain((__bridge CFTypeRef)screen));
+    return screens;
+  }
 }
 
-CGRect Screen::frame() const { return object(*this).frame; }
+CGRect Screen::frame() const {
+  @autoreleasepool {
+    return object(*this).frame;
+  }
+}
 
-std::string Screen::localizedName() const { return CF::text((__bridge CFStringRef)object(*this).localizedName); }
+std::string Screen::localizedName() const {
+  @autoreleasepool {
+    return text(object(*this).localizedName);
+  }
+}
 
 CF::Ref<CFDictionaryRef> Screen::deviceDescription() const {
-  return CF::retain((__bridge CFDictionaryRef)object(*this).deviceDescription);
+  @autoreleasepool {
+    return CF::retain((__bridge CFDictionaryRef)object(*this).deviceDescription);
+  }
 }
 
 bool MouseInRect(CGPoint point, CGRect rect, bool flipped) { return NSMouseInRect(point, rect, flipped); }

@@ -16,50 +16,73 @@ static Handle share(id object) {
 }
 
 URLRequest URLRequest::requestWithURL(const URL& url, URLRequestCachePolicy cachePolicy, double timeoutInterval) {
-  return URLRequest(CF::adopt(
-      (__bridge_retained CFTypeRef)[NSURLRequest requestWithURL:(__bridge NSURL*)url.get()
-                                                    cachePolicy:static_cast<NSURLRequestCachePolicy>(cachePolicy)
-                                                timeoutInterval:timeoutInterval]));
+  @autoreleasepool {
+    return URLRequest(CF::adopt(
+        (__bridge_retained CFTypeRef)[NSURLRequest requestWithURL:(__bridge NSURL*)url.get()
+                                                      cachePolicy:static_cast<NSURLRequestCachePolicy>(cachePolicy)
+                                                  timeoutInterval:timeoutInterval]));
+  }
 }
 
 NS::URL URLResponse::URL() const { return share<NS::URL>(((__bridge NSURLResponse*)get()).URL); }
 
 HTTPURLResponse HTTPURLResponse::cast(const URLResponse& response) {
-  const id object = (__bridge id)response.get();
-  return HTTPURLResponse(
-      CF::retain([object isKindOfClass:[NSHTTPURLResponse class]] ? (__bridge CFTypeRef)object : nullptr));
+  @autoreleasepool {
+    const id object = (__bridge id)response.get();
+    return HTTPURLResponse(
+        CF::retain([object isKindOfClass:[NSHTTPURLResponse class]] ? (__bridge CFTypeRef)object : nullptr));
+  }
 }
 
-long HTTPURLResponse::statusCode() const { return ((__bridge NSHTTPURLResponse*)get()).statusCode; }
+long HTTPURLResponse::statusCode() const {
+  @autoreleasepool {
+    return ((__bridge NSHTTPURLResponse*)get()).statusCode;
+  }
+}
 
+// No pool: what the object hands out may live no longer than one.
 const char* Data::bytes() const { return static_cast<const char*>(((__bridge NSData*)get()).bytes); }
 
-std::size_t Data::length() const { return ((__bridge NSData*)get()).length; }
+std::size_t Data::length() const {
+  @autoreleasepool {
+    return ((__bridge NSData*)get()).length;
+  }
+}
 
-void URLSessionTask::resume() const { [(__bridge NSURLSessionTask*)get() resume]; }
+void URLSessionTask::resume() const {
+  @autoreleasepool {
+    [(__bridge NSURLSessionTask*)get() resume];
+  }
+}
 
 URLSession URLSession::sharedSession() {
-  return URLSession(CF::retain((__bridge CFTypeRef)NSURLSession.sharedSession));
+  @autoreleasepool {
+    return URLSession(CF::retain((__bridge CFTypeRef)NSURLSession.sharedSession));
+  }
 }
 
 URLSessionTask URLSession::dataTaskWithRequest(
     const URLRequest& request,
     std::function<void(const Data&, const URLResponse&, const Error&)> completionHandler) const {
-  return share<URLSessionTask>([(__bridge NSURLSession*)get()
-      dataTaskWithRequest:(__bridge NSURLRequest*)request.get()
-        completionHandler:^(NSData* data, NSURLResponse* response, NSError* error) {
-          completionHandler(share<Data>(data), share<URLResponse>(response), share<Error>(error));
-        }]);
+  @autoreleasepool {
+    return share<URLSessionTask>([(__bridge NSURLSession*)get()
+        dataTaskWithRequest:(__bridge NSURLRequest*)request.get()
+          completionHandler:^(NSData* data, NSURLResponse* response, NSError* error) {
+            completionHandler(share<Data>(data), share<URLResponse>(response), share<Error>(error));
+          }]);
+  }
 }
 
 URLSessionTask URLSession::downloadTaskWithURL(
     const URL& url, std::function<void(const std::string&, const URLResponse&, const Error&)> completionHandler) const {
-  return share<URLSessionTask>([(__bridge NSURLSession*)get()
-      downloadTaskWithURL:(__bridge NSURL*)url.get()
-        completionHandler:^(NSURL* location, NSURLResponse* response, NSError* error) {
-          completionHandler(location ? location.fileSystemRepresentation : "", share<URLResponse>(response),
-                            share<Error>(error));
-        }]);
+  @autoreleasepool {
+    return share<URLSessionTask>([(__bridge NSURLSession*)get()
+        downloadTaskWithURL:(__bridge NSURL*)url.get()
+          completionHandler:^(NSURL* location, NSURLResponse* response, NSError* error) {
+            completionHandler(location ? location.fileSystemRepresentation : "", share<URLResponse>(response),
+                              share<Error>(error));
+          }]);
+  }
 }
 
 }  // namespace NS

@@ -1,11 +1,19 @@
 #include "platform/UUID.h"
 
-#import <Foundation/Foundation.h>
+#include "platform/macos/Text.h"
 
 namespace NS {
 
-UUID UUID::make() { return UUID(CF::adopt((__bridge_retained CFTypeRef)[NSUUID UUID])); }
+UUID UUID::make() {
+  @autoreleasepool {
+    return UUID(CF::adopt((__bridge_retained CFTypeRef)[NSUUID UUID]));
+  }
+}
 
-std::string UUID::UUIDString() const { return ((__bridge NSUUID*)get()).UUIDString.UTF8String; }
+std::string UUID::UUIDString() const {
+  @autoreleasepool {
+    return text(((__bridge NSUUID*)get()).UUIDString);
+  }
+}
 
 }  // namespace NS

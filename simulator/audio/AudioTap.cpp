@@ -3,6 +3,7 @@
 
 #include "simulator/audio/Audio.h"
 #include "simulator/machine/Machine.h"
+#include "simulator/services/CoreFoundation.h"
 #include "simulator/services/UUID.h"
 
 namespace CA {
@@ -21,7 +22,7 @@ TapDescription TapDescription::initExcludingProcesses(const std::vector<AudioObj
   const Call call("CATapDescription.initExcludingProcesses");
   auto* const description = new simulator::TapDescription;
   description->excluded = processes;
-  description->deviceUID = deviceUID;
+  description->deviceUID = simulator::requireUTF8(deviceUID, "CATapDescription.initExcludingProcesses");
   description->stream = stream;
   description->uuid = simulator::newUUID();
   return TapDescription(CF::adopt(static_cast<CFTypeRef>(description)));
@@ -29,7 +30,7 @@ TapDescription TapDescription::initExcludingProcesses(const std::vector<AudioObj
 
 void TapDescription::setName(const std::string& name) const {
   const Call call("CATapDescription.setName");
-  object(*this, "CATapDescription.setName").name = name;
+  object(*this, "CATapDescription.setName").name = simulator::requireUTF8(name, "CATapDescription.setName");
 }
 
 void TapDescription::setUUID(const NS::UUID& uuid) const {

@@ -1,6 +1,7 @@
 #include "simulator/desktop/Alerts.h"
 
 #include <algorithm>
+#include <nlohmann/json.hpp>
 #include <utility>
 
 #include "platform/Alert.h"
@@ -12,36 +13,113 @@
 #include "simulator/time/RunLoop.h"
 
 namespace simulator {
+namespace {
 
-std::size_t Alerts::show(const std::string& message, const std::string& informative, std::vector<std::string> buttons) {
+std::string listOf(const Trace& trace, const std::vector<std::string>& texts) {
+  std::string list = "[";
+  for (const std::string& text : texts) list += (list.size() > 1 ? "," : "") + trace.quote(text);
+  return list + "]";
+}
+
+}  // namespace
+
+std::size_t Alerts::show(std::string message, std::string informative, std::vector<std::string> buttons) {
   if (buttons.empty()) buttons.emplace_back("OK");
-  std::size_t pressed = 0;
-  bool answered = false;
+  Open alert{.message = std::move(message),
+             .informative = std::move(informative),
+             .buttons = std::move(buttons),
+             .leftOpen = false,
+             .pressed = std::nullopt};
+  // In front of the others for as long as it is open, and gone also when the process ends meanwhile.
+  struct InFront {
+    InFront(Machine& on, std::vector<Open*>& alerts, Open& alert) : machine(on), open(alerts) {
+      const Scheduler::Lock lock(machine.scheduler);
+      open.push_back(&alert);
+    }
+    ~InFront() {
+      const Scheduler::Lock lock(machine.scheduler);
+      open.pop_back();
+    }
+    InFront(const InFront&) = delete;
+    InFront& operator=(const InFront&) = delete;
+    Machine& machine;
+    std::vector<Open*>& open;
+  };
+  const InFront inFront(machine_, open_, alert);
   {
     const Scheduler::Lock lock(machine_.scheduler);
-    if (const auto answer = std::exchange(answer_, std::nullopt)) {
-      const auto button = std::ranges::find(buttons, *answer);
-      if (button == buttons.end()) fatal("The alert \"" + message + "\" has no button \"" + *answer + "\"");
-      pressed = static_cast<std::size_t>(button - buttons.begin());
+    const Answer answer = std::exchange(answer_, {});
+    const auto button = buttonNamed(alert, answer);
+    if (!button) fatal("The alert \"" + alert.message + "\" has no button \"" + *answer.button + "\"");
+    alert.leftOpen = answer.leavesOpen;
+    auto record = machine_.trace.record("alert");
+    record.text("message", alert.message)
+        .text("informative", alert.informative)
+        .json("buttons", listOf(machine_.trace, alert.buttons));
+    if (alert.leftOpen) {
+      record.json("answer", "null");
+    } else {
+      record.text("answer", alert.buttons[*button]);
+      press(alert, *button);
     }
-    std::string list = "[";
-    for (const std::string& button : buttons) list += (list.size() > 1 ? "," : "") + machine_.trace.quote(button);
-    machine_.trace.record("alert")
-        .text("message", message)
-        .text("informative", informative)
-        .json("buttons", list + "]")
-        .text("answer", buttons[pressed]);
-    // The press comes through the event queue, behind or before whatever else the main thread has to do just now.
-    machine_.runLoop->post(this, modalPanelMode, [&answered] { answered = true; });
   }
-  while (!answered) machine_.runLoop->runOnce(modalPanelMode);
-  return pressed;
+  while (!alert.pressed) machine_.runLoop->runOnce(modalPanelMode);
+  return *alert.pressed;
+}
+
+// The index of the button that the answer means; none when the alert does not have it.
+std::optional<std::size_t> Alerts::buttonNamed(const Open& alert, const Answer& answer) {
+  if (!answer.button) return 0;
+  const auto found = std::ranges::find(alert.buttons, *answer.button);
+  if (found == alert.buttons.end()) return std::nullopt;
+  return static_cast<std::size_t>(found - alert.buttons.begin());
+}
+
+// The press comes through the event queue, behind or before whatever else the main thread has to do just now.
+void Alerts::press(Open& alert, std::size_t button) {
+  machine_.runLoop->post(this, modalPanelMode, [this, &alert, button] {
+    const Scheduler::Lock lock(machine_.scheduler);
+    if (std::ranges::find(open_, &alert) == open_.end() || alert.pressed) return;  // it has been answered meanwhile
+    alert.pressed = button;
+    if (alert.leftOpen) {
+      machine_.trace.record("answer").text("message", alert.message).text("button", alert.buttons[button]);
+    }
+  });
+}
+
+void Alerts::answer(const Answer& answer) {
+  const Scheduler::Lock lock(machine_.scheduler);
+  if (open_.empty() || answer.leavesOpen) {
+    answer_ = answer;
+    return;
+  }
+  Open& alert = *open_.back();
+  const auto button = buttonNamed(alert, answer);
+  if (!button) throw ScenarioError("the open alert has no button \"" + *answer.button + "\"");
+  press(alert, *button);
+}
+
+void Alerts::dismiss() {
+  const Scheduler::Lock lock(machine_.scheduler);
+  if (!open_.empty()) press(*open_.back(), open_.back()->buttons.size() - 1);
 }
 
 void Alerts::addCommands(Commands& commands) {
   commands.add("answer", [](Arguments& line) -> Action {
-    return [button = line.text("button")](Machine& machine) { machine.alerts->answer_ = button; };
+    Answer answer;
+    if (line.has("button")) {
+      answer.leavesOpen = line.json("button").is_null();
+      if (!answer.leavesOpen) answer.button = line.text("button");
+    }
+    return [answer](Machine& machine) { machine.alerts->answer(answer); };
   });
+}
+
+void Alerts::snapshot(nlohmann::ordered_json& state) {
+  state["alert"] = nullptr;
+  if (open_.empty()) return;
+  const Open& alert = *open_.back();
+  state["alert"] = {{"message", alert.message}, {"informative", alert.informative}, {"buttons", alert.buttons}};
 }
 
 }  // namespace simulator
@@ -61,12 +139,6 @@ struct AlertObject : simulator::Object {
   std::vector<std::string> buttons;
 };
 
-// A text that the program hands to `call`: no NSString can be made of what is not UTF-8, and AppKit takes no nil.
-const std::string& checked(const std::string& text, const char* call) {
-  if (!simulator::isUTF8(text)) simulator::fatal(std::string(call) + ": the text is not UTF-8");
-  return text;
-}
-
 }  // namespace
 
 Alert Alert::make() {
@@ -83,19 +155,20 @@ Alert Alert::alertWithError(const Error& error) {
 
 void Alert::setMessageText(const std::string& text) const {
   const Call call("NSAlert.setMessageText", Call::On::mainThread);
-  simulator::live<AlertObject>(get(), "NSAlert.setMessageText").message = checked(text, "NSAlert.setMessageText");
+  simulator::live<AlertObject>(get(), "NSAlert.setMessageText").message =
+      simulator::requireUTF8(text, "NSAlert.setMessageText");
 }
 
 void Alert::setInformativeText(const std::string& text) const {
   const Call call("NSAlert.setInformativeText", Call::On::mainThread);
   simulator::live<AlertObject>(get(), "NSAlert.setInformativeText").informative =
-      checked(text, "NSAlert.setInformativeText");
+      simulator::requireUTF8(text, "NSAlert.setInformativeText");
 }
 
 void Alert::addButtonWithTitle(const std::string& title) const {
   const Call call("NSAlert.addButtonWithTitle", Call::On::mainThread);
   simulator::live<AlertObject>(get(), "NSAlert.addButtonWithTitle")
-      .buttons.push_back(checked(title, "NSAlert.addButtonWithTitle"));
+      .buttons.push_back(simulator::requireUTF8(title, "NSAlert.addButtonWithTitle"));
 }
 
 long Alert::runModal() const {

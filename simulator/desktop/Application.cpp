@@ -1,19 +1,27 @@
 #include "simulator/desktop/Application.h"
 
+#include <cstdint>
+
 #include "platform/Application.h"
+#include "simulator/desktop/Alerts.h"
 #include "simulator/desktop/MenuBar.h"
 #include "simulator/machine/Machine.h"
 #include "simulator/machine/Object.h"
 #include "simulator/time/RunLoop.h"
 
 namespace simulator {
+namespace {
+
+constexpr std::int64_t userCanceledErr = -128;  // MacErrors.h
+
+}  // namespace
 
 Application::Application(Machine& machine) : machine_(machine) {}
 
 void Application::quit() {
   if (!machine_.process.running()) return;
   machine_.menuBar->close();
-  machine_.runLoop->post(this, defaultMode, [this] { terminate(); });
+  machine_.runLoop->post(this, defaultMode | modalPanelMode, [this] { terminate(); });
 }
 
 void Application::run() {
@@ -23,7 +31,12 @@ void Application::run() {
   for (;;) machine_.runLoop->runOnce(defaultMode);
 }
 
+// While a modal window is open an application cannot be terminated, and its delegate is not asked either (NSWindow.h).
 void Application::terminate() {
+  if (machine_.alerts->isOpen()) {
+    machine_.trace.call("NSApplication.terminate", userCanceledErr);
+    return;
+  }
   if (delegate_) delegate_->applicationWillTerminate();
   machine_.process.exit(0);
 }

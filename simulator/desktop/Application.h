@@ -15,12 +15,12 @@ class Application : public Part {
  public:
   explicit Application(Machine& machine);
 
-  // The user quits the program; nothing happens when it does not run.
+  // The user quits the program; nothing happens when it does not run, and nothing while an alert is open.
   void quit();
 
   void setDelegate(NS::ApplicationDelegate* delegate) { delegate_ = delegate; }
   [[noreturn]] void run();
-  [[noreturn]] void terminate();
+  void terminate();  // comes back while an alert is open
 
   void processEnded(Leaks& leaks) override;
 

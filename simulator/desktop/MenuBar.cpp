@@ -6,6 +6,7 @@
 #include "platform/Application.h"
 #include "simulator/machine/Machine.h"
 #include "simulator/scenarios/Commands.h"
+#include "simulator/services/CoreFoundation.h"
 #include "simulator/time/RunLoop.h"
 
 namespace simulator {
@@ -44,7 +45,7 @@ MenuObject* MenuBar::update() {
 void MenuBar::open() {
   if (!machine_.process.running()) return;
   // Also done, as nothing, while the menu is open: it must not open again when it has been closed.
-  machine_.runLoop->post(this, defaultMode | eventTrackingMode, [this] {
+  machine_.runLoop->post(this, commonModes, [this] {
     if (isOpen_) return;
     const auto opened = CF::retain(static_cast<CFTypeRef>(update()));
     if (!opened) return;
@@ -58,12 +59,12 @@ void MenuBar::open() {
 
 void MenuBar::close() {
   if (!machine_.process.running()) return;
-  machine_.runLoop->post(this, eventTrackingMode | defaultMode, [this] { isOpen_ = false; });
+  machine_.runLoop->post(this, commonModes, [this] { isOpen_ = false; });
 }
 
 void MenuBar::click(const std::string& title) {
   if (!machine_.process.running()) return;
-  machine_.runLoop->post(this, eventTrackingMode | defaultMode, [this, title] {
+  machine_.runLoop->post(this, commonModes, [this, title] {
     if (isOpen_) {
       MenuItemObject* const item = chosen(*menu(), title);
       if (!item) return;  // the user finds nothing to click; the menu stays
@@ -106,11 +107,14 @@ void MenuBar::addCommands(Commands& commands) {
 void MenuBar::snapshot(nlohmann::ordered_json& state) {
   state["menu"] = nullptr;
   state["icon"] = nullptr;
+  state["status_item"] = nullptr;
   if (items_.empty()) return;
+  state["status_item"] = {{"length", items_.front()->length}};
   if (!isOpen_) return;
   auto shown = nlohmann::ordered_json::array();
   for (const MenuItemObject* const item : menu()->items) {
     shown.push_back({{"title", item->title},
+                     {"key", item->keyEquivalent},
                      {"enabled", isEnabled(*menu(), *item)},
                      {"ticked", item->ticked},
                      {"separator", item->separator},
@@ -149,9 +153,9 @@ struct StatusBarObject : simulator::Object {
 MenuItem::MenuItem(const std::string& title, SEL action, const std::string& keyEquivalent) {
   const Call call("NSMenuItem.init", Call::On::mainThread);
   auto* const item = new MenuItemObject;
-  item->title = title;
+  item->title = simulator::requireUTF8(title, "NSMenuItem.init");
   item->action = action;
-  item->keyEquivalent = keyEquivalent;
+  item->keyEquivalent = simulator::requireUTF8(keyEquivalent, "NSMenuItem.init");
   *this = MenuItem(CF::adopt(static_cast<CFTypeRef>(item)));
 }
 
@@ -164,7 +168,7 @@ MenuItem MenuItem::separatorItem() {
 
 void MenuItem::setTitle(const std::string& title) const {
   const Call call("NSMenuItem.setTitle", Call::On::mainThread);
-  live<MenuItemObject>(get(), "NSMenuItem.setTitle").title = title;
+  live<MenuItemObject>(get(), "NSMenuItem.setTitle").title = simulator::requireUTF8(title, "NSMenuItem.setTitle");
 }
 
 void MenuItem::setEnabled(bool enabled) const {

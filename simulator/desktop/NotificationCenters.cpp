@@ -3,6 +3,7 @@
 #include <Block.h>
 
 #include <algorithm>
+#include <cmath>
 #include <memory>
 
 #include "platform/NotificationCenter.h"
@@ -33,8 +34,8 @@ void NotificationCenters::post(Which center, CFStringRef name) {
     if (observer->center != center || observer->name != textOf(name, "NSNotification")) continue;
     retain(observer, "NSNotification");
     const std::shared_ptr<Observer> told(observer, [](Observer* each) { release(each, "NSNotification"); });
-    // Delivered on the main operation queue, which is the main thread's in the common modes.
-    machine_.runLoop->post(this, commonModes, [told] {
+    // Delivered on the main operation queue, which runs its operations on the main queue.
+    machine_.runLoop->postToMainQueue(this, [told] {
       if (told->registered) told->block();
     });
   }
@@ -66,6 +67,16 @@ void NotificationCenters::removeObserver(Which center, const Object* token) {
 void NotificationCenters::addCommands(Commands& commands) {
   commands.add("wake", [](Arguments&) -> Action {
     return [](Machine& machine) { machine.notifications->post(workspaceCenter, NS::WorkspaceDidWakeNotification()); };
+  });
+  commands.add("sleep", [](Arguments& line) -> Action {
+    const double seconds = line.number("seconds");
+    if (!(seconds >= 0) || seconds > 1e9) line.fail("member \"seconds\" must be from 0 to a billion");
+    const Duration duration(std::llround(seconds * 1e9));
+    return [duration](Machine& machine) {
+      if (machine.scheduler.clock() == Clock::live) throw ScenarioError("real time cannot be slept through");
+      machine.scheduler.sleepThrough(duration);
+      machine.notifications->post(workspaceCenter, NS::WorkspaceDidWakeNotification());
+    };
   });
 }
 

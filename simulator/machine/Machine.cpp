@@ -58,7 +58,7 @@ Machine::Machine(Program program, Options options)
   currentMachine = this;
   previousTerminate_ = std::set_terminate(terminated);
   trace.setRoot(root.path().string());
-  faults.declare({"dlopen", "dlsym", "objc_lookUpClass", "OSDManager.sharedManager", "NSEvent.eventWithCGEvent"});
+  faults.declare({"kqueue", "kevent", "dlopen", "dlsym", "objc_lookUpClass", "OSDManager.sharedManager", "NSEvent.eventWithCGEvent"});
   const auto add = [this](auto& slot, auto part) {
     parts.push_back(part.get());
     slot = std::move(part);
@@ -117,7 +117,9 @@ nlohmann::ordered_json Machine::snapshot() {
 }
 
 bool Machine::shutDown() {
-  if (process.running()) {
+  // Whoever quits closes first what is open: an alert may have others behind it.
+  for (int tries = 0; process.running() && tries < 100; ++tries) {
+    alerts->dismiss();
     application->quit();
     runReady();
     if (process.running() && !scheduler.settle()) fatal("The program does not come to rest");

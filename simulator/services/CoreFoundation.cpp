@@ -53,6 +53,37 @@ CFIndex length16(std::string_view utf8) {
   return length;
 }
 
+// The code point at a position in well-formed UTF-8, which is moved behind it, and its length in UTF-16.
+struct CodePoint {
+  char32_t code;
+  CFIndex units;
+};
+
+CodePoint codePointAt(std::string_view utf8, std::size_t& at) {
+  const auto lead = static_cast<unsigned char>(utf8[at++]);
+  if (lead < 0x80) return {lead, 1};
+  char32_t code = lead & (lead < 0xE0 ? 0x1FU : lead < 0xF0 ? 0x0FU : 0x07U);
+  for (; at < utf8.size() && (utf8[at] & 0xC0) == 0x80; ++at) {
+    code = code << 6 | (static_cast<unsigned char>(utf8[at]) & 0x3FU);
+  }
+  return {code, code > 0xFFFF ? 2 : 1};
+}
+
+// Whether the code point belongs to the character that has begun: marks, variants, skin tones, what a joiner joins,
+// and the second half of a flag. A short list of what Unicode's rules for clusters (UAX 29) have.
+bool continues(std::u32string_view character, char32_t code) {
+  if (character.empty()) return false;
+  constexpr std::pair<char32_t, char32_t> extending[] = {{0x0300, 0x036F},   {0x1AB0, 0x1AFF},  {0x200C, 0x200D},
+                                                         {0x20D0, 0x20FF},   {0xFE00, 0xFE0F},  {0xFE20, 0xFE2F},
+                                                         {0x1F3FB, 0x1F3FF}, {0xE0020, 0xE007F}};
+  const auto contains = [code](const auto& range) { return range.first <= code && code <= range.second; };
+  if (std::ranges::any_of(extending, contains)) return true;
+  constexpr char32_t joiner = 0x200D;
+  if (character.back() == joiner) return true;
+  const auto isFlagHalf = [](char32_t each) { return each >= 0x1F1E6 && each <= 0x1F1FF; };
+  return character.size() == 1 && isFlagHalf(character.back()) && isFlagHalf(code);
+}
+
 }  // namespace
 
 bool isUTF8(std::string_view text) {
@@ -75,6 +106,11 @@ bool isUTF8(std::string_view text) {
     i += more + 1;
   }
   return true;
+}
+
+const std::string& requireUTF8(const std::string& text, const char* call) {
+  if (!isUTF8(text)) fatal(std::string(call) + ": the text is not UTF-8");
+  return text;
 }
 
 CFStringRef constantString(std::string_view text) {
@@ -196,15 +232,39 @@ CFIndex CFStringGetLength(CFStringRef theString) {
 CFIndex CFStringGetBytes(CFStringRef theString, CFRange range, CFStringEncoding encoding, UInt8, Boolean, UInt8* buffer,
                          CFIndex maxBufLen, CFIndex* usedBufLen) {
   const std::string& text = simulator::textOf(theString, "CFStringGetBytes");
-  const CFIndex length = simulator::length16(text);
-  if (encoding != kCFStringEncodingUTF8 || range.location != 0 || range.length != length) {
-    simulator::fatal("CFStringGetBytes: only whole strings in UTF-8 are simulated");
+  if (encoding != kCFStringEncodingUTF8 || range.location != 0) {
+    simulator::fatal("CFStringGetBytes: only beginnings of strings in UTF-8 are simulated");
   }
-  const auto size = static_cast<CFIndex>(text.size());
-  if (buffer && maxBufLen < size) simulator::fatal("CFStringGetBytes: only whole strings are simulated");
-  if (buffer) std::memcpy(buffer, text.data(), text.size());
+  std::size_t end = 0;
+  CFIndex units = 0;
+  while (end < text.size() && units < range.length) units += simulator::codePointAt(text, end).units;
+  if (units != range.length) simulator::fatal("CFStringGetBytes: the range is not within the string's characters");
+  const auto size = static_cast<CFIndex>(end);
+  if (buffer && maxBufLen < size) simulator::fatal("CFStringGetBytes: only whole ranges are simulated");
+  if (buffer) std::memcpy(buffer, text.data(), end);
   if (usedBufLen) *usedBufLen = size;
-  return length;
+  return units;
+}
+
+CFRange CFStringGetRangeOfComposedCharactersAtIndex(CFStringRef theString, CFIndex theIndex) {
+  constexpr const char* call = "CFStringGetRangeOfComposedCharactersAtIndex";
+  const std::string& text = simulator::textOf(theString, call);
+  CFRange range = CFRangeMake(0, 0);
+  std::u32string character;
+  for (std::size_t at = 0; at < text.size();) {
+    const auto [code, units] = simulator::codePointAt(text, at);
+    if (!simulator::continues(character, code)) {
+      if (theIndex < range.location + range.length) return range;
+      range = CFRangeMake(range.location + range.length, 0);
+      character.clear();
+    }
+    character += code;
+    range.length += units;
+  }
+  if (theIndex < 0 || theIndex >= range.location + range.length) {
+    simulator::fatal(std::string(call) + ": the index is out of bounds");
+  }
+  return range;
 }
 
 // ---- Numbers ----

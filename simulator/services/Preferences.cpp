@@ -93,7 +93,7 @@ struct UserDefaultsObject : simulator::Object {
 void write(const Call& call, const UserDefaults& defaults, const char* name, const std::string& key,
            const nlohmann::json& value) {
   simulator::live<UserDefaultsObject>(defaults.get(), name);
-  call.machine.preferences->set(key, value);
+  call.machine.preferences->set(simulator::requireUTF8(key, name), value);
   call.machine.trace.record("preference").text("key", key).json("value", value.dump());
 }
 
@@ -114,14 +114,16 @@ UserDefaults UserDefaults::standardUserDefaults() {
 CF::Ref<CFTypeRef> UserDefaults::objectForKey(const std::string& key) const {
   const Call call("NSUserDefaults.objectForKey");
   simulator::live<UserDefaultsObject>(get(), "NSUserDefaults.objectForKey");
-  const nlohmann::json* const value = call.machine.preferences->value(key);
+  const nlohmann::json* const value =
+      call.machine.preferences->value(simulator::requireUTF8(key, "NSUserDefaults.objectForKey"));
   return CF::adopt(value ? createValue(*value) : nullptr);
 }
 
 bool UserDefaults::boolForKey(const std::string& key) const {
   const Call call("NSUserDefaults.boolForKey");
   simulator::live<UserDefaultsObject>(get(), "NSUserDefaults.boolForKey");
-  const nlohmann::json* const value = call.machine.preferences->value(key);
+  const nlohmann::json* const value =
+      call.machine.preferences->value(simulator::requireUTF8(key, "NSUserDefaults.boolForKey"));
   if (!value) return false;
   if (value->is_boolean()) return value->get<bool>();
   if (value->is_number()) return value->get<double>() != 0;

@@ -10,6 +10,7 @@
 #include <optional>
 
 #include "simulator/machine/Machine.h"
+#include "simulator/services/CoreFoundation.h"
 #include "simulator/services/Foundation.h"
 
 namespace simulator {
@@ -233,6 +234,7 @@ Boolean CFURLGetFileSystemRepresentation(CFURLRef url, Boolean, UInt8* buffer, C
 namespace NS {
 
 URL URL::URLWithString(const std::string& text, bool encodingInvalidCharacters) {
+  static_cast<void>(simulator::requireUTF8(text, "NSURL.URLWithString"));
   const std::optional<std::string> url = encodingInvalidCharacters ? simulator::encodedURL(text)
                                          : simulator::isURL(text)  ? std::optional(text)
                                                                    : std::nullopt;

@@ -3,15 +3,20 @@
 #include <Block.h>
 
 #include <algorithm>
+#include <cmath>
 #include <memory>
 #include <optional>
 #include <utility>
 
 #include "simulator/machine/Machine.h"
+#include "simulator/scenarios/Commands.h"
 #include "simulator/time/RunLoop.h"
 
 namespace simulator {
 namespace {
+
+// Marks a `dispatch_time_t` that counts by the wall clock. Apple's are opaque too.
+constexpr dispatch_time_t wallTimes = 1ull << 62;
 
 dispatch_queue_s& systemQueue(dispatch_queue_s::Type type, const char* label) {
   auto* const queue = new dispatch_queue_s(type, label);
@@ -39,7 +44,7 @@ void Dispatch::submit(dispatch_queue_s& queue, dispatch_block_t block) {
     // The run loop owns the block from here on, also when it is dropped unrun at the end of the process.
     const std::shared_ptr<void> owned(reinterpret_cast<void*>(block),
                                       [](void* copied) { Block_release(reinterpret_cast<dispatch_block_t>(copied)); });
-    machine_.runLoop->post(&queue, commonModes, [owned] { reinterpret_cast<dispatch_block_t>(owned.get())(); });
+    machine_.runLoop->postToMainQueue(&queue, [owned] { reinterpret_cast<dispatch_block_t>(owned.get())(); });
     return;
   }
   queue.blocks.push_back(block);
@@ -57,19 +62,46 @@ void Dispatch::enqueue(dispatch_queue_s& queue) {
   }
 }
 
-void Dispatch::submitAfter(Duration delay, dispatch_queue_s& queue, dispatch_block_t block) {
+void Dispatch::submitAfter(dispatch_time_t when, dispatch_queue_s& queue, dispatch_block_t block) {
   const Scheduler::Lock lock(machine_.scheduler);
   retain(&queue, "dispatch_after");
-  delayed_.push_back({{}, &queue, block});
+  arm(delayed_.emplace_back(Delayed{when, &queue, block, {}}));
+}
+
+void Dispatch::arm(Delayed& delayed) {
+  const bool byWall = delayed.when & wallTimes;
+  const Duration delay = Duration(delayed.when & ~wallTimes) - (byWall ? wallTime() : machine_.scheduler.uptime());
   // On the live clock the wait has begun when the time was made, a moment ago.
   const Duration asked =
       delay + (machine_.scheduler.clock() == Clock::live ? std::chrono::milliseconds(100) : Duration(0));
-  const auto submitLater = [this, &queue, block] {
+  const auto submitLater = [this, queue = delayed.queue, block = delayed.block] {
     std::erase_if(delayed_, [block](const Delayed& each) { return each.block == block; });
-    submit(queue, block);
-    release(&queue, "dispatch_after");
+    submit(*queue, block);
+    release(queue, "dispatch_after");
   };
-  delayed_.back().timer = machine_.scheduler.at(machine_.scheduler.now() + delay, asked, Waiting::work, submitLater);
+  delayed.timer = machine_.scheduler.at(machine_.scheduler.now() + delay, asked, Waiting::work, submitLater,
+                                        byWall ? Counting::continuous : Counting::uptime);
+}
+
+Time Dispatch::wallTime() const { return machine_.scheduler.now() + clockSetForward_.load(); }
+
+void Dispatch::setClockForward(Duration by) {
+  const Scheduler::Lock lock(machine_.scheduler);
+  clockSetForward_ = clockSetForward_.load() + by;
+  for (Delayed& each : delayed_) {
+    if (!(each.when & wallTimes)) continue;
+    machine_.scheduler.cancel(each.timer);
+    arm(each);
+  }
+}
+
+void Dispatch::addCommands(Commands& commands) {
+  commands.add("clock", [](Arguments& line) -> Action {
+    const double seconds = line.number("by");
+    if (std::abs(seconds) > 1e9) line.fail("member \"by\" must be within a billion seconds");
+    const Duration by(std::llround(seconds * 1e9));
+    return [by](Machine& machine) { machine.dispatch->setClockForward(by); };
+  });
 }
 
 // A worker thread: serves one queue after the other, and waits when there is none.
@@ -175,20 +207,21 @@ void dispatch_async(dispatch_queue_t queue, dispatch_block_t block) {
 }
 
 dispatch_time_t dispatch_time(dispatch_time_t when, int64_t delta) {
-  const auto now = static_cast<std::uint64_t>(simulator::Machine::current().scheduler.now().count());
+  if (when == DISPATCH_TIME_FOREVER) return when;
+  const auto now = static_cast<std::uint64_t>(simulator::Machine::current().scheduler.uptime().count());
   return (when == DISPATCH_TIME_NOW ? now : when) + static_cast<std::uint64_t>(delta);
 }
 
-// The simulated Mac is never asleep while its clock runs, so that wall time and machine time go together.
 dispatch_time_t dispatch_walltime(const struct timespec* when, int64_t delta) {
   if (when) simulator::fatal("dispatch_walltime: only times from now on are simulated");
-  return dispatch_time(DISPATCH_TIME_NOW, delta);
+  const simulator::Time now = simulator::Machine::current().dispatch->wallTime();
+  return simulator::wallTimes | static_cast<std::uint64_t>(std::max<std::int64_t>(now.count() + delta, 0));
 }
 
 void dispatch_after(dispatch_time_t when, dispatch_queue_t queue, dispatch_block_t block) {
   const simulator::Call call("dispatch_after");
-  const simulator::Duration delay = simulator::Time(static_cast<std::int64_t>(when)) - call.machine.scheduler.now();
-  call.machine.dispatch->submitAfter(delay, simulator::live<dispatch_queue_s>(queue, "dispatch_after"),
+  if (when == DISPATCH_TIME_FOREVER) return;
+  call.machine.dispatch->submitAfter(when, simulator::live<dispatch_queue_s>(queue, "dispatch_after"),
                                      Block_copy(block));
 }
 

@@ -3,6 +3,7 @@
 
 #include <dispatch/dispatch.h>
 
+#include <atomic>
 #include <deque>
 #include <set>
 #include <string>
@@ -33,9 +34,14 @@ class Dispatch : public Part {
 
   // Takes over `block`, which has been copied.
   void submit(dispatch_queue_s& queue, dispatch_block_t block);
-  // The same once `delay` has passed.
-  void submitAfter(Duration delay, dispatch_queue_s& queue, dispatch_block_t block);
+  // The same at a time as the program has it.
+  void submitAfter(dispatch_time_t when, dispatch_queue_s& queue, dispatch_block_t block);
 
+  // The clock on the wall, which the user can set: time since power-on, and what it has been set forward by.
+  [[nodiscard]] Time wallTime() const;
+  void setClockForward(Duration by);
+
+  void addCommands(Commands& commands) override;
   void processEnded(Leaks& leaks) override;
 
  private:
@@ -43,14 +49,18 @@ class Dispatch : public Part {
   void work();
   void serve(dispatch_queue_s& queue);
 
-  Machine& machine_;
-  std::deque<dispatch_queue_s*> waiting_;  // queues that have blocks and no worker; retained
   struct Delayed {
-    Scheduler::TimerID timer;
+    dispatch_time_t when;
     dispatch_queue_s* queue;
     dispatch_block_t block;
+    Scheduler::TimerID timer;
   };
+  void arm(Delayed& delayed);
+
+  Machine& machine_;
+  std::deque<dispatch_queue_s*> waiting_;  // queues that have blocks and no worker; retained
   std::deque<Delayed> delayed_;
+  std::atomic<Duration> clockSetForward_{Duration::zero()};
   std::size_t idleWorkers_ = 0;
   WaitQueue idle_;
 };

@@ -4,11 +4,13 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
 #include <utility>
 #include <vector>
 
 #include "platform/CF.h"
 #include "simulator/machine/Machine.h"
+#include "simulator/time/Dispatch.h"
 
 using simulator::Call;
 using simulator::commonModes;
@@ -41,8 +43,26 @@ RunLoop::RunLoop(Machine& machine) : machine_(machine), waiting_(machine.schedul
 }
 
 void RunLoop::post(const void* lane, Modes modes, std::function<void()> work) {
+  add({.lane = lane, .modes = modes, .onMainQueue = false, .perform = std::move(work)});
+}
+
+void RunLoop::postToMainQueue(const void* lane, std::function<void()> work) {
+  add({.lane = lane, .modes = commonModes, .onMainQueue = true, .perform = [this, work = std::move(work)] {
+         struct Serving {
+           explicit Serving(bool& serves) : flag(serves) { flag = true; }
+           ~Serving() { flag = false; }
+           Serving(const Serving&) = delete;
+           Serving& operator=(const Serving&) = delete;
+           bool& flag;
+         };
+         const Serving serving(servesMainQueue_);
+         work();
+       }});
+}
+
+void RunLoop::add(Work work) {
   const Scheduler::Lock lock(machine_.scheduler);
-  pending_.push_back({lane, modes, std::move(work)});
+  pending_.push_back(std::move(work));
   waiting_.notifyOne();
 }
 
@@ -51,27 +71,76 @@ void RunLoop::remove(const void* lane) {
 }
 
 void RunLoop::runOnce(Modes mode) {
-  std::function<void()> perform;
+  if (const auto work = takeWork(mode)) {
+    work();
+  } else {
+    performBlocks(mode);
+  }
+}
+
+// The next work, waiting until there is some; nothing when blocks are to be performed.
+std::function<void()> RunLoop::takeWork(Modes mode) {
+  const Scheduler::Lock lock(machine_.scheduler);
+  for (;;) {
+    const std::vector<std::size_t> works = choices(mode);
+    const bool hasBlocks =
+        std::ranges::any_of(blocks_, [mode](const auto& each) { return each.ready && (each.modes & mode); });
+    const std::size_t count = works.size() + (hasBlocks ? 1 : 0);
+    if (count == 0) {
+      waiting_.wait();
+      continue;
+    }
+    const std::size_t chosen = machine_.scheduler.choose(count);
+    if (chosen == works.size()) return nullptr;
+    // The loop wakes up for this work, so that it gets to its blocks afterwards.
+    for (PerformedBlock& each : blocks_) each.ready = true;
+    const auto work = pending_.begin() + static_cast<std::ptrdiff_t>(works[chosen]);
+    auto perform = std::move(work->perform);
+    pending_.erase(work);
+    return perform;
+  }
+}
+
+// Of each lane the first work, if this mode does it.
+std::vector<std::size_t> RunLoop::choices(Modes mode) const {
+  std::vector<const void*> lanes;
+  std::vector<std::size_t> found;
+  for (std::size_t i = 0; i < pending_.size(); ++i) {
+    if (std::ranges::find(lanes, pending_[i].lane) != lanes.end()) continue;
+    lanes.push_back(pending_[i].lane);
+    if ((pending_[i].modes & mode) && !(pending_[i].onMainQueue && servesMainQueue_)) found.push_back(i);
+  }
+  return found;
+}
+
+void RunLoop::addBlock(Modes modes, void (^block)()) {
+  const Scheduler::Lock lock(machine_.scheduler);
+  blocks_.push_back({modes, Block<void (^)()>(block), false});
+}
+
+void RunLoop::wakeUp() {
+  const Scheduler::Lock lock(machine_.scheduler);
+  for (PerformedBlock& each : blocks_) each.ready = true;
+  waiting_.notifyOne();
+}
+
+// As Core Foundation does, takes all blocks away first: a loop that one of them runs performs none of the others.
+void RunLoop::performBlocks(Modes mode) {
+  std::deque<PerformedBlock> batch;
   {
     const Scheduler::Lock lock(machine_.scheduler);
-    for (;;) {
-      std::vector<const void*> lanes;
-      std::vector<std::size_t> choices;  // the first work of each lane, if this mode does it
-      for (std::size_t i = 0; i < pending_.size(); ++i) {
-        if (std::ranges::find(lanes, pending_[i].lane) != lanes.end()) continue;
-        lanes.push_back(pending_[i].lane);
-        if (pending_[i].modes & mode) choices.push_back(i);
-      }
-      if (!choices.empty()) {
-        const std::size_t chosen = choices[machine_.scheduler.choose(choices.size())];
-        perform = std::move(pending_[chosen].perform);
-        pending_.erase(pending_.begin() + static_cast<std::ptrdiff_t>(chosen));
-        break;
-      }
-      waiting_.wait();
+    std::swap(batch, blocks_);
+  }
+  std::deque<PerformedBlock> left;
+  for (; !batch.empty(); batch.pop_front()) {
+    if (batch.front().ready && (batch.front().modes & mode)) {
+      batch.front().block.get()();
+    } else {
+      left.push_back(std::move(batch.front()));
     }
   }
-  perform();
+  const Scheduler::Lock lock(machine_.scheduler);
+  blocks_.insert(blocks_.begin(), std::make_move_iterator(left.begin()), std::make_move_iterator(left.end()));
 }
 
 Modes RunLoop::modesOf(CFRunLoopMode mode, const char* call) {
@@ -91,7 +160,7 @@ void RunLoop::addTimer(__CFRunLoopTimer& timer, Modes modes) {
 }
 
 void RunLoop::arm(__CFRunLoopTimer& timer) {
-  const Duration delay = timer.fireDate - machine_.scheduler.now();
+  const Duration delay = timer.fireDate - machine_.scheduler.uptime();
   const bool periodic = timer.interval > Duration::zero();
   timer.alarm =
       machine_.scheduler.after(delay, periodic ? Waiting::background : Waiting::work, [this, &timer] { fire(timer); });
@@ -107,7 +176,7 @@ void RunLoop::fire(__CFRunLoopTimer& timer) {
         // Fire dates that went by meanwhile are skipped; the rhythm stays.
         do {
           timer.fireDate += timer.interval;
-        } while (timer.fireDate <= machine_.scheduler.now());
+        } while (timer.fireDate <= machine_.scheduler.uptime());
         arm(timer);
       } else {
         removeTimer(timer);
@@ -134,6 +203,7 @@ void RunLoop::processWillEnd(Leaks& leaks) {
 
 void RunLoop::processEnded(Leaks&) {
   pending_.clear();
+  blocks_.clear();
   while (!timers_.empty()) removeTimer(**timers_.begin());
 }
 
@@ -160,7 +230,8 @@ __CFRunLoop& mainRunLoop() {
 extern "C" {
 
 CFAbsoluteTime CFAbsoluteTimeGetCurrent(void) {
-  return powerOn + std::chrono::duration<double>(Machine::current().scheduler.now()).count();
+  const Machine& machine = Machine::current();
+  return powerOn + std::chrono::duration<double>(machine.dispatch->wallTime()).count();
 }
 
 CFRunLoopRef CFRunLoopGetMain(void) { return &mainRunLoop(); }
@@ -191,8 +262,9 @@ CFRunLoopTimerRef CFRunLoopTimerCreateWithHandler(CFAllocatorRef, CFAbsoluteTime
   const Call call("CFRunLoopTimerCreateWithHandler");
   if (call.fault()) return nullptr;
   auto* const timer = new __CFRunLoopTimer;
-  // Rounded to the microsecond: a double of this size holds no more.
-  timer->fireDate = std::chrono::microseconds(std::llround((fireDate - powerOn) * 1e6));
+  // Rounded to the microsecond: a double of this size holds no more. The date counts as the uptime that is left to it.
+  timer->fireDate = std::chrono::microseconds(std::llround((fireDate - powerOn) * 1e6)) -
+                    call.machine.dispatch->wallTime() + call.machine.scheduler.uptime();
   timer->interval = interval > 0
                         ? std::chrono::duration_cast<simulator::Duration>(std::chrono::duration<double>(interval))
                         : simulator::Duration::zero();
@@ -205,6 +277,19 @@ void CFRunLoopAddTimer(CFRunLoopRef rl, CFRunLoopTimerRef timer, CFRunLoopMode m
   (void)simulator::live<__CFRunLoop>(rl, "CFRunLoopAddTimer");
   call.machine.runLoop->addTimer(simulator::live<__CFRunLoopTimer>(timer, "CFRunLoopAddTimer"),
                                  simulator::RunLoop::modesOf(mode, "CFRunLoopAddTimer"));
+}
+
+void CFRunLoopPerformBlock(CFRunLoopRef rl, CFTypeRef mode, void (^block)(void)) {
+  const Call call("CFRunLoopPerformBlock");
+  (void)simulator::live<__CFRunLoop>(rl, "CFRunLoopPerformBlock");
+  call.machine.runLoop->addBlock(simulator::RunLoop::modesOf(static_cast<CFRunLoopMode>(mode), "CFRunLoopPerformBlock"),
+                                 block);
+}
+
+void CFRunLoopWakeUp(CFRunLoopRef rl) {
+  const Call call("CFRunLoopWakeUp");
+  (void)simulator::live<__CFRunLoop>(rl, "CFRunLoopWakeUp");
+  call.machine.runLoop->wakeUp();
 }
 
 void CFRunLoopTimerInvalidate(CFRunLoopTimerRef timer) {

@@ -7,7 +7,9 @@
 #include <functional>
 #include <set>
 #include <string>
+#include <vector>
 
+#include "platform/Block.h"
 #include "simulator/machine/Object.h"
 #include "simulator/machine/Part.h"
 #include "simulator/time/Scheduler.h"
@@ -40,7 +42,7 @@ struct __CFRunLoopTimer : simulator::Object {
   std::string_view kind() const override { return "CFRunLoopTimer"; }
   ~__CFRunLoopTimer() override;
 
-  simulator::Time fireDate{0};
+  simulator::Time fireDate{0};      // on the uptime clock, as Core Foundation keeps it
   simulator::Duration interval{0};  // 0: fires once
   void (^handler)(CFRunLoopTimerRef) = nullptr;
   bool valid = true;
@@ -66,10 +68,18 @@ class RunLoop : public Part {
   // Adds work for the main thread, to be done in one of `modes`. Work of one `lane` (anything that identifies a
   // source) is done in the order in which it was added; among lanes the run's seed chooses.
   void post(const void* lane, Modes modes, std::function<void()> work);
+  // The same for work of the main queue, which is serial: while a piece of it runs, and be it for as long as an alert
+  // stands, no other begins. Done in the common modes.
+  void postToMainQueue(const void* lane, std::function<void()> work);
   // Takes back what was posted on a lane and is not done.
   void remove(const void* lane);
   // Does one piece of work on the main thread, waiting until there is some.
   void runOnce(Modes mode);
+
+  // Keeps the block until the loop next goes round in one of `modes`, which it does for another piece of work, or when
+  // it is woken up.
+  void addBlock(Modes modes, void (^block)());
+  void wakeUp();
 
   void addTimer(__CFRunLoopTimer& timer, Modes modes);
   void removeTimer(__CFRunLoopTimer& timer);
@@ -83,14 +93,26 @@ class RunLoop : public Part {
   struct Work {
     const void* lane;
     Modes modes;
+    bool onMainQueue;
     std::function<void()> perform;
   };
+  struct PerformedBlock {
+    Modes modes;
+    Block<void (^)()> block;
+    bool ready;  // the loop has been woken up since
+  };
 
+  void add(Work work);
+  std::function<void()> takeWork(Modes mode);
+  [[nodiscard]] std::vector<std::size_t> choices(Modes mode) const;
+  void performBlocks(Modes mode);
   void arm(__CFRunLoopTimer& timer);
   void fire(__CFRunLoopTimer& timer);
 
   Machine& machine_;
   std::deque<Work> pending_;
+  bool servesMainQueue_ = false;
+  std::deque<PerformedBlock> blocks_;
   std::set<__CFRunLoopTimer*> timers_;
   WaitQueue waiting_;
 };

@@ -196,14 +196,15 @@ void Scheduler::makeReady(Thread* thread) {
   }
 }
 
-void Scheduler::sleep(Duration duration, Waiting waiting) {
+void Scheduler::sleep(Duration duration, Waiting waiting, Counting counting) {
   const Lock lock(*this);
   Thread* const self = currentThread;
   bool over = false;
-  const TimerID timer = after(duration, waiting, [this, self, &over] {
+  const auto wake = [this, self, &over] {
     over = true;
     makeReady(self);
-  });
+  };
+  const TimerID timer = after(duration, waiting, wake, counting);
   try {
     while (!over && !ending_) block();
   } catch (...) {
@@ -221,15 +222,16 @@ void Scheduler::endThreads() {
 
 // ---- What time does ----
 
-Scheduler::TimerID Scheduler::after(Duration delay, Waiting waiting, std::function<void()> action) {
-  return at(now() + std::max(delay, Duration::zero()), delay, waiting, std::move(action));
+Scheduler::TimerID Scheduler::after(Duration delay, Waiting waiting, std::function<void()> action, Counting counting) {
+  return at(now() + std::max(delay, Duration::zero()), delay, waiting, std::move(action), counting);
 }
 
-Scheduler::TimerID Scheduler::at(Time time, Duration asked, Waiting waiting, std::function<void()> action) {
+Scheduler::TimerID Scheduler::at(Time time, Duration asked, Waiting waiting, std::function<void()> action,
+                                 Counting counting) {
   const Lock lock(*this);
   const TimerID id{time, nextTimer_++};
   const bool counts = waiting == Waiting::work && asked < longWait;
-  timers_.emplace(id, Timer{counts, std::move(action)});
+  timers_.emplace(id, Timer{counts, counting, std::move(action)});
   if (counts) ++counted_;
   timersChanged_.notify_all();
   return id;
@@ -244,7 +246,12 @@ std::map<Scheduler::TimerID, Scheduler::Timer>::iterator Scheduler::dropTimer(
 
 void Scheduler::cancel(TimerID id) {
   const Lock lock(*this);
-  if (const auto timer = timers_.find(id); timer != timers_.end()) dropTimer(timer);
+  auto timer = timers_.find(id);
+  if (timer == timers_.end() && slept_ > Duration::zero()) {
+    // Its time may have been moved.
+    timer = std::ranges::find_if(timers_, [id](const auto& each) { return each.first.second == id.second; });
+  }
+  if (timer != timers_.end()) dropTimer(timer);
 }
 
 void Scheduler::fireDue() {
@@ -339,6 +346,18 @@ void Scheduler::advance(Duration duration) {
     runReady();
   }
   now_ = until;
+}
+
+void Scheduler::sleepThrough(Duration duration) {
+  runReady();
+  std::map<TimerID, Timer> moved;
+  for (auto& [id, timer] : timers_) {
+    const Duration delay = timer.counting == Counting::uptime ? duration : Duration::zero();
+    moved.emplace(TimerID{id.first + delay, id.second}, std::move(timer));
+  }
+  timers_ = std::move(moved);
+  slept_ += duration;
+  now_ += duration;
 }
 
 bool Scheduler::settle() {

@@ -34,6 +34,12 @@ enum class Waiting {
   background,  // it does not: periodic timers and running audio
 };
 
+// Which clock a wait counts on.
+enum class Counting {
+  uptime,      // stands still while the Mac sleeps
+  continuous,  // goes on
+};
+
 // Thrown through the frames of the program's threads when its process ends, so that they give back what they hold.
 // Not a std::exception: the program has no business catching it.
 struct ProcessEnd {};
@@ -51,7 +57,9 @@ class Scheduler {
   Scheduler& operator=(const Scheduler&) = delete;
 
   [[nodiscard]] Clock clock() const { return clock_; }
+  // The continuous clock, which is the machine's own, and the one that leaves out what the Mac has slept.
   [[nodiscard]] Time now() const;
+  [[nodiscard]] Time uptime() const { return now() - slept_; }
   // A number from 0 to n - 1 (n >= 1) from the run's seed.
   std::uint64_t random(std::uint64_t n);
   // A choice from the run's seed among n things (n >= 1) that may happen in any order.
@@ -100,7 +108,7 @@ class Scheduler {
   // program's threads.
   static void keepRunning(bool keep);
   // Blocks the calling thread for that long. Throws ProcessEnd when the process ends meanwhile.
-  void sleep(Duration duration, Waiting waiting = Waiting::work);
+  void sleep(Duration duration, Waiting waiting = Waiting::work, Counting counting = Counting::uptime);
   // Blocks the calling thread until `makeReady`. Throws ProcessEnd when the process ends meanwhile.
   void block();
   void makeReady(Thread* thread);
@@ -118,9 +126,10 @@ class Scheduler {
   // ---- What time does ----
 
   // Calls `action`, with the machine's lock held and outside the program's threads, once `delay` has passed.
-  TimerID after(Duration delay, Waiting waiting, std::function<void()> action);
+  TimerID after(Duration delay, Waiting waiting, std::function<void()> action, Counting counting = Counting::uptime);
   // The same, at a time on the machine's clock; `asked` is the wait that counts for `settle`.
-  TimerID at(Time time, Duration asked, Waiting waiting, std::function<void()> action);
+  TimerID at(Time time, Duration asked, Waiting waiting, std::function<void()> action,
+             Counting counting = Counting::uptime);
   void cancel(TimerID timer);
 
   // ---- Driven from outside the program ----
@@ -128,6 +137,9 @@ class Scheduler {
   // Lets everything run that is ready at this instant.
   void runReady();
   void advance(Duration duration);
+  // The Mac sleeps that long: nothing runs, and what waits on its uptime has as long to wait afterwards as before. For
+  // the deterministic clock alone: real time cannot be slept through.
+  void sleepThrough(Duration duration);
   // Lets time pass until nothing is due but what `Waiting` and `longWait` leave out. False when it gave up because
   // the program was still busy after a day.
   [[nodiscard]] bool settle();
@@ -135,6 +147,7 @@ class Scheduler {
  private:
   struct Timer {
     bool counts;  // for settle
+    Counting counting;
     std::function<void()> action;
   };
 
@@ -162,6 +175,7 @@ class Scheduler {
   bool ending_ = false;
   std::function<void()> threadsEnded_;
   Time now_{0};
+  Duration slept_{0};
 
   // The live clock's own.
   std::mutex mutex_;

@@ -44,6 +44,7 @@ static_assert(std::is_same_v<decltype(CFSTR("text")), CFStringRef>);
 FUNCTION(CFStringGetTypeID, CFTypeID());
 FUNCTION(CFStringCreateWithBytes, CFStringRef(CFAllocatorRef, const UInt8*, CFIndex, CFStringEncoding, Boolean));
 FUNCTION(CFStringGetLength, CFIndex(CFStringRef));
+FUNCTION(CFStringGetRangeOfComposedCharactersAtIndex, CFRange(CFStringRef, CFIndex));
 FUNCTION(CFStringGetBytes, CFIndex(CFStringRef, CFRange, CFStringEncoding, UInt8, Boolean, UInt8*, CFIndex, CFIndex*));
 
 // ---- Numbers ----
@@ -104,6 +105,8 @@ TYPE(CFRunLoopMode, CFStringRef);
 VARIABLE(kCFRunLoopDefaultMode, const CFRunLoopMode);
 VARIABLE(kCFRunLoopCommonModes, const CFRunLoopMode);
 FUNCTION(CFRunLoopGetMain, CFRunLoopRef());
+FUNCTION(CFRunLoopPerformBlock, void(CFRunLoopRef, CFTypeRef, void (^)()));
+FUNCTION(CFRunLoopWakeUp, void(CFRunLoopRef));
 FUNCTION(CFRunLoopAddSource, void(CFRunLoopRef, CFRunLoopSourceRef, CFRunLoopMode));
 FUNCTION(CFRunLoopRemoveSource, void(CFRunLoopRef, CFRunLoopSourceRef, CFRunLoopMode));
 FUNCTION(CFRunLoopAddTimer, void(CFRunLoopRef, CFRunLoopTimerRef, CFRunLoopMode));

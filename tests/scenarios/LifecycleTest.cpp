@@ -1,13 +1,21 @@
 // Launching, the menu, and quitting at any point.
 #include <gtest/gtest.h>
 
-#include <array>
+#include <sstream>
 
+#include "desk/Desk.h"
+#include "simulator/machine/Machine.h"
+#include "simulator/machine/Object.h"
+#include "simulator/scenarios/Scenario.h"
+#include "tests/support/Lines.h"
 #include "tests/support/Play.h"
+
+using namespace lines;
+using nlohmann::json;
 
 namespace {
 
-const nlohmann::json* itemNamed(const nlohmann::json& menu, const std::string& title) {
+const json* itemNamed(const json& menu, const std::string& title) {
   for (const auto& item : menu) {
     if (item["title"] == title) return &item;
   }
@@ -17,36 +25,36 @@ const nlohmann::json* itemNamed(const nlohmann::json& menu, const std::string& t
 }  // namespace
 
 TEST(Lifecycle, MenuHoldsItsFixedItems) {
-  const Played played = playScenario(launched + R"(
-{"do":"menu","open":true}
-{"do":"snapshot","name":"open"}
-{"do":"menu","open":false}
-{"do":"snapshot","name":"closed"}
-)");
+  const Played played = playScenario(launched + menu(true) + snapshot("open") + menu(false) + snapshot("closed"));
   const auto snapshots = played.of("snapshot");
   ASSERT_EQ(snapshots.size(), 2U);
   EXPECT_EQ(snapshots[0]["name"], "open");
   EXPECT_EQ(snapshots[0]["running"], true);
-  const auto& menu = snapshots[0]["menu"];
-  ASSERT_EQ(menu.size(), 5U);
-  EXPECT_EQ(menu[0]["title"], "Start at Login");
-  EXPECT_EQ(menu[1]["title"], "Check for Updates…");
-  EXPECT_EQ(menu[2]["separator"], true);
-  EXPECT_EQ(menu[3]["title"].get<std::string>().find("Version "), 0U);
-  EXPECT_EQ(menu[3]["enabled"], false);
-  EXPECT_EQ(menu[4]["title"], "Quit Dalvane");
-  EXPECT_EQ(menu[4]["enabled"], true);
-  EXPECT_EQ(snapshots[0]["displays"],
-            nlohmann::json::parse(R"([{"id":1,"brightness":null},{"id":2,"brightness":50}])"));
+  const auto& items = snapshots[0]["menu"];
+  ASSERT_EQ(items.size(), 5U);
+  EXPECT_EQ(items[0]["title"], "Start at Login");
+  EXPECT_EQ(items[1]["title"], "Check for Updates…");
+  EXPECT_EQ(items[2]["separator"], true);
+  EXPECT_EQ(items[3]["title"].get<std::string>().find("Version "), 0U);
+  EXPECT_EQ(items[3]["enabled"], false);
+  EXPECT_EQ(items[4]["title"], "Quit Dalvane");
+  EXPECT_EQ(items[4]["enabled"], true);
+  std::string keys;
+  for (const json& item : items) keys += item["key"].get<std::string>() + "|";
+  EXPECT_EQ(keys, "||||q|");
+  EXPECT_EQ(snapshots[0]["displays"], json::parse(R"([{"id":1,"brightness":null},{"id":2,"brightness":50}])"));
   EXPECT_TRUE(snapshots[1]["menu"].is_null());
 }
 
+TEST(Lifecycle, TheStatusItemIsAsWideAsTheMenuBarIsThick) {
+  const Played played = playScenario(snapshot("before") + launched + snapshot("launched"));
+  EXPECT_EQ(played.of("snapshot")[0]["status_item"], nullptr);
+  EXPECT_EQ(played.of("snapshot")[1]["status_item"]["length"], -2);
+}
+
 TEST(Lifecycle, QuitsFromItsMenu) {
-  for (const std::string open : {"", R"({"do":"menu","open":true})"}) {
-    const Played played = playScenario(launched + open + R"(
-{"do":"click","item":"Quit Dalvane"}
-{"do":"snapshot","name":"after"}
-)");
+  for (const std::string& open : {std::string(), menu(true)}) {
+    const Played played = playScenario(launched + open + click("Quit Dalvane") + snapshot("after"));
     EXPECT_EQ(played.of("exit").size(), 1U);
     EXPECT_EQ(played.of("snapshot")[0]["running"], false);
     EXPECT_EQ(played.status, 0);
@@ -54,46 +62,29 @@ TEST(Lifecycle, QuitsFromItsMenu) {
 }
 
 TEST(Lifecycle, OpenMenuIsNotOpenedAgain) {
-  const Played played = playScenario(launched + R"(
-{"do":"menu","open":true}
-{"do":"menu","open":true}
-{"do":"menu","open":false}
-{"do":"snapshot","name":"closed"}
-)");
+  const Played played = playScenario(launched + menu(true) + menu(true) + menu(false) + snapshot("closed"));
   EXPECT_TRUE(played.of("snapshot")[0]["menu"].is_null());
   EXPECT_EQ(played.status, 0);
 }
 
 TEST(Lifecycle, DisabledItemCannotBeChosen) {
-  const Played open = playScenario(launched + R"(
-{"do":"menu","open":true}
-{"do":"snapshot","name":"menu"}
-)");
+  const Played open = playScenario(launched + menu(true) + snapshot("menu"));
   const std::string version = open.of("snapshot")[0]["menu"][3]["title"];
   ASSERT_TRUE(itemNamed(open.of("snapshot")[0]["menu"], version));
-  const Played played = playScenario(launched + R"({"do":"click","item":")" + version + "\"}\n" +
-                                     R"({"do":"snapshot","name":"after"})" + "\n");
+  const Played played = playScenario(launched + click(version) + snapshot("after"));
   EXPECT_EQ(played.of("snapshot")[0]["running"], true);
   EXPECT_EQ(played.status, 0);
 }
 
 TEST(Lifecycle, QuitsAtEveryPoint) {
-  constexpr std::array before = {"",
-                                 R"({"do":"key","key":"brightnessUp"})",
-                                 R"({"do":"wake"})",
-                                 R"({"do":"disable-tap","by":"timeout"})",
-                                 R"({"do":"menu","open":true})",
-                                 R"({"do":"display","id":2,"gone":true})"};
-  constexpr std::array times = {"0", "0.005", "0.01", "0.013", "0.02", "0.045", "0.07", "0.2"};
-  for (const char* const setup : before) {
-    for (const char* const time : times) {
+  for (const std::string& before :
+       {std::string(), key("brightnessUp"), wake, disableTap("timeout"), menu(true), displayGone(2)}) {
+    for (const double time : {0.0, 0.005, 0.01, 0.013, 0.02, 0.045, 0.07, 0.2}) {
       WITH_SEEDS(seed, 3) {
-        const std::string leave =
-            std::string(setup) + "\n{\"do\":\"advance\",\"seconds\":" + time + "}\n{\"do\":\"quit\"}\n";
-        for (const std::string& start : {launched, twoDisplays + R"({"do":"launch"})" + "\n"}) {
-          const Played played = playScenario(start + leave + R"({"do":"advance","seconds":1})" + "\n", seed);
-          EXPECT_EQ(played.status, 0) << setup << " " << time;
-          EXPECT_EQ(played.of("exit").size(), 1U) << setup << " " << time;
+        for (const std::string& start : {launched, twoDisplays + launch}) {
+          const Played played = playScenario(start + before + advance(time) + quit + advance(1), seed);
+          EXPECT_EQ(played.status, 0) << before << " " << time;
+          EXPECT_EQ(played.of("exit").size(), 1U) << before << " " << time;
         }
       }
     }
@@ -101,8 +92,7 @@ TEST(Lifecycle, QuitsAtEveryPoint) {
 }
 
 TEST(Lifecycle, StopsInOrder) {
-  const Played played = playScenario(launched + R"({"do":"quit"})"
-                                                "\n");
+  const Played played = playScenario(launched + quit);
   const auto& last = played.records;
   ASSERT_GE(last.size(), 3U);
   EXPECT_EQ(last[last.size() - 3]["api"], "CFMachPortInvalidate");
@@ -111,15 +101,30 @@ TEST(Lifecycle, StopsInOrder) {
   EXPECT_EQ(last.back()["status"], 0);
 }
 
+TEST(Lifecycle, StopsTheVolumeBeforeTheBrightness) {
+  // When the volume stops listening to the output it has given its own observer back, and the brightness still has its
+  // two.
+  std::vector<std::size_t> observers;
+  simulator::Machine machine(
+      dalvaneProgram(), {.trace =
+                             [&observers](std::string_view record) {
+                               if (json::parse(record).value("api", "") != "AudioObjectRemovePropertyListenerBlock") {
+                                 return;
+                               }
+                               observers.push_back(simulator::liveObjects()["notification observer"]);
+                             },
+                         .fatal = {}});
+  simulator::Scenario scenario(machine);
+  std::istringstream steps(launched + quit);
+  scenario.add(steps, "test");
+  scenario.play();
+  EXPECT_TRUE(machine.shutDown());
+  EXPECT_EQ(observers, std::vector<std::size_t>{2});
+}
+
 TEST(Lifecycle, CanBeLaunchedAgain) {
-  const Played played = playScenario(launched + R"(
-{"do":"quit"}
-{"do":"key","key":"brightnessUp"}
-{"do":"launch"}
-{"do":"settle"}
-{"do":"key","key":"brightnessUp"}
-{"do":"settle"}
-)");
+  const Played played =
+      playScenario(launched + quit + key("brightnessUp") + launch + settle + key("brightnessUp") + settle);
   EXPECT_EQ(played.of("exit").size(), 2U);
   EXPECT_EQ(played.lights(2), (std::vector<int>{56}));
   EXPECT_EQ(played.of("input").size(), 2U);  // nobody was there for the first key
@@ -127,12 +132,12 @@ TEST(Lifecycle, CanBeLaunchedAgain) {
 }
 
 TEST(Lifecycle, SecondLaunchChangesNothing) {
-  const Played played = playScenario(launched + R"({"do":"launch"})" + "\n" + R"({"do":"settle"})" + "\n");
+  const Played played = playScenario(launched + launch + settle);
   EXPECT_EQ(played.calls("CGEventTapCreate").size(), 1U);
 }
 
 TEST(Lifecycle, LastsADayAtRestLookingForUpdatesOnly) {
-  const Played played = playScenario(launched + R"({"do":"advance","seconds":86400})" + "\n");
+  const Played played = playScenario(launched + advance(86400));
   for (const auto& record : played.records) {
     if (record["what"] == "call" && record["api"] == "NSURLSession.dataTaskWithRequest") continue;
     EXPECT_TRUE(record["t"] <= 1 || record["t"] >= 86400) << record;

@@ -1,15 +1,21 @@
 // The start-at-login switch.
 #include <gtest/gtest.h>
 
+#include "tests/support/Lines.h"
 #include "tests/support/Seat.h"
+
+using namespace lines;
+using nlohmann::json;
 
 namespace {
 
+const std::string chooseIt = click("Start at Login");
+
 bool isTicked(Seat& seat) {
-  seat.play(R"({"do":"menu","open":true})");
-  const nlohmann::json menu = seat.snapshot()["menu"];
-  seat.play(R"({"do":"menu","open":false})");
-  for (const auto& item : menu) {
+  seat.play(menu(true));
+  const json items = seat.snapshot()["menu"];
+  seat.play(menu(false));
+  for (const auto& item : items) {
     if (item["title"] == "Start at Login") return item["ticked"];
   }
   ADD_FAILURE() << "the item is missing";
@@ -20,23 +26,22 @@ bool isTicked(Seat& seat) {
 
 TEST(StartAtLogin, TheTickFollowsTheService) {
   Seat seat;
-  seat.play(R"({"do":"launch"})");
+  seat.play(launch);
   EXPECT_FALSE(isTicked(seat));
-  seat.play(R"({"do":"login-item","enabled":true})");
+  seat.play(loginItem({{"enabled", true}}));
   EXPECT_TRUE(isTicked(seat));
-  seat.play(R"({"do":"login-item","enabled":false})");
+  seat.play(loginItem({{"enabled", false}}));
   EXPECT_FALSE(isTicked(seat));
   EXPECT_TRUE(seat.shutDown());
 }
 
 TEST(StartAtLogin, ChoosingItRegistersAndUnregisters) {
   Seat seat;
-  seat.play(R"({"do":"launch"}
-{"do":"click","item":"Start at Login"})");
+  seat.play(launch + chooseIt);
   EXPECT_EQ(callsOf(seat.takeRecords(), "SMAppService.register").size(), 1U);
   EXPECT_EQ(seat.snapshot()["login_item"], true);
   EXPECT_TRUE(isTicked(seat));
-  seat.play(R"({"do":"click","item":"Start at Login"})");
+  seat.play(chooseIt);
   EXPECT_EQ(callsOf(seat.takeRecords(), "SMAppService.unregister").size(), 1U);
   EXPECT_EQ(seat.snapshot()["login_item"], false);
   EXPECT_FALSE(isTicked(seat));
@@ -46,15 +51,12 @@ TEST(StartAtLogin, ChoosingItRegistersAndUnregisters) {
 TEST(StartAtLogin, AFailureIsShownAndChangesNothing) {
   for (const bool enabled : {false, true}) {
     Seat seat;
-    seat.play(R"({"do":"login-item","enabled":)" + std::string(enabled ? "true" : "false") +
-              R"(,"error":"Operation not permitted"}
-{"do":"launch"}
-{"do":"click","item":"Start at Login"})");
+    seat.play(loginItem({{"enabled", enabled}, {"error", "Operation not permitted"}}) + launch + chooseIt);
     EXPECT_EQ(alertsIn(seat.takeRecords()), std::vector<std::string>{"Operation not permitted: "});
     EXPECT_EQ(seat.snapshot()["login_item"], enabled);
     EXPECT_EQ(isTicked(seat), enabled);
     // The next change succeeds.
-    seat.play(R"({"do":"click","item":"Start at Login"})");
+    seat.play(chooseIt);
     EXPECT_EQ(seat.snapshot()["login_item"], !enabled);
     EXPECT_TRUE(seat.shutDown());
   }
@@ -62,15 +64,10 @@ TEST(StartAtLogin, AFailureIsShownAndChangesNothing) {
 
 TEST(StartAtLogin, AFailureWaitsForTheNextChange) {
   Seat seat;
-  seat.play(R"({"do":"login-item","error":"Operation not permitted"}
-{"do":"login-item","enabled":true}
-{"do":"launch"}
-{"do":"click","item":"Start at Login"})");
+  seat.play(loginItem({{"error", "Operation not permitted"}}) + loginItem({{"enabled", true}}) + launch + chooseIt);
   EXPECT_EQ(alertsIn(seat.takeRecords()), std::vector<std::string>{"Operation not permitted: "});
   EXPECT_EQ(seat.snapshot()["login_item"], true);
-  seat.play(R"({"do":"login-item","error":"Operation not permitted"}
-{"do":"login-item","error":null}
-{"do":"click","item":"Start at Login"})");
+  seat.play(loginItem({{"error", "Operation not permitted"}}) + loginItem({{"error", nullptr}}) + chooseIt);
   EXPECT_TRUE(alertsIn(seat.takeRecords()).empty());
   EXPECT_EQ(seat.snapshot()["login_item"], false);
   EXPECT_TRUE(seat.shutDown());

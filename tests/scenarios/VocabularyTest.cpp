@@ -5,14 +5,27 @@
 #include "tests/support/Play.h"
 #include "tests/support/Seat.h"
 
+using namespace lines;
+using nlohmann::json;
+
 namespace {
 
-std::string errorOf(const std::string& line) {
-  const Played played = playScenario("// a comment\n\n" + line + "\n");
-  EXPECT_EQ(played.status, 2) << line;
+// Why a line, the third of its file, is refused.
+std::string errorOf(const std::string& refused) {
+  const Played played = playScenario("// a comment\n\n" + refused + "\n");
+  EXPECT_EQ(played.status, 2) << refused;
   EXPECT_EQ(played.error.find("test:3: "), 0U) << played.error;
   return played.error.substr(std::string("test:3: ").size());
 }
+
+// A display as it should be, with members that are not.
+std::string displayWith(const json& members = json::object()) {
+  json all = {{"id", 1}, {"name", "A"}, {"frame", {0, 0, 1, 1}}};
+  all.update(members);
+  return line("display", all);
+}
+
+std::string registry(const json& entry) { return line("registry", {{"entries", json::array({entry})}}); }
 
 }  // namespace
 
@@ -23,39 +36,38 @@ TEST(Vocabulary, RefusesWhatIsNotAnObject) {
 }
 
 TEST(Vocabulary, RefusesAnUnknownDo) {
-  EXPECT_EQ(errorOf(R"({"do":"lanch"})"), R"(unknown "do": "lanch")");
+  EXPECT_EQ(errorOf(line("lanch")), R"(unknown "do": "lanch")");
   EXPECT_EQ(errorOf(R"({"key":"mute"})"), R"(missing member "do")");
   EXPECT_EQ(errorOf(R"({"do":7})"), R"(member "do" must be a text)");
 }
 
 TEST(Vocabulary, NamesTheMissingMember) {
-  EXPECT_EQ(errorOf(R"({"do":"key"})"), R"(missing member "key")");
-  EXPECT_EQ(errorOf(R"({"do":"display","id":1})"), R"(missing member "name")");
-  EXPECT_EQ(errorOf(R"({"do":"display","id":1,"name":"A"})"), R"(missing member "frame")");
-  EXPECT_EQ(errorOf(R"({"do":"display","id":1,"name":"A","frame":[0,0,1,1],"monitor":{"current":1}})"),
-            R"(missing member "monitor.maximum")");
-  EXPECT_EQ(errorOf(R"({"do":"pointer"})"), R"(missing member "at")");
-  EXPECT_EQ(errorOf(R"({"do":"accessibility"})"), R"(missing member "granted")");
-  EXPECT_EQ(errorOf(R"({"do":"advance"})"), R"(missing member "seconds")");
-  EXPECT_EQ(errorOf(R"({"do":"event","type":14})"), R"(missing member "subtype")");
-  EXPECT_EQ(errorOf(R"({"do":"registry","entries":[{"properties":{}}]})"), R"(missing member "entries[0].name")");
+  EXPECT_EQ(errorOf(line("key")), R"(missing member "key")");
+  EXPECT_EQ(errorOf(line("display", {{"id", 1}})), R"(missing member "name")");
+  EXPECT_EQ(errorOf(line("display", {{"id", 1}, {"name", "A"}})), R"(missing member "frame")");
+  EXPECT_EQ(errorOf(displayWith({{"monitor", {{"current", 1}}}})), R"(missing member "monitor.maximum")");
+  EXPECT_EQ(errorOf(line("pointer")), R"(missing member "at")");
+  EXPECT_EQ(errorOf(line("accessibility")), R"(missing member "granted")");
+  EXPECT_EQ(errorOf(line("advance")), R"(missing member "seconds")");
+  EXPECT_EQ(errorOf(line("sleep")), R"(missing member "seconds")");
+  EXPECT_EQ(errorOf(line("clock")), R"(missing member "by")");
+  EXPECT_EQ(errorOf(line("event", {{"type", 14}})), R"(missing member "subtype")");
+  EXPECT_EQ(errorOf(registry({{"properties", json::object()}})), R"(missing member "entries[0].name")");
 }
 
 TEST(Vocabulary, NamesTheWrongType) {
-  EXPECT_EQ(errorOf(R"({"do":"display","id":"1","name":"A","frame":[0,0,1,1]})"), R"(member "id" must be an integer)");
-  EXPECT_EQ(errorOf(R"({"do":"display","id":1.5,"name":"A","frame":[0,0,1,1]})"), R"(member "id" must be an integer)");
-  EXPECT_EQ(errorOf(R"({"do":"display","id":-1,"name":"A","frame":[0,0,1,1]})"),
-            R"(member "id" must be in the range of its type)");
-  EXPECT_EQ(errorOf(R"({"do":"display","id":1,"name":"A","frame":[0,0,1]})"),
-            R"(member "frame" must be a list of four numbers)");
-  EXPECT_EQ(errorOf(R"({"do":"display","id":1,"name":"A","frame":[0,0,1,1],"monitor":5})"),
-            R"(member "monitor" must be an object)");
-  EXPECT_EQ(errorOf(R"({"do":"registry","entries":[{"name":"A","properties":[1]}]})"),
+  EXPECT_EQ(errorOf(displayWith({{"id", "1"}})), R"(member "id" must be an integer)");
+  EXPECT_EQ(errorOf(displayWith({{"id", 1.5}})), R"(member "id" must be an integer)");
+  EXPECT_EQ(errorOf(displayWith({{"id", -1}})), R"(member "id" must be in the range of its type)");
+  EXPECT_EQ(errorOf(displayWith({{"frame", {0, 0, 1}}})), R"(member "frame" must be a list of four numbers)");
+  EXPECT_EQ(errorOf(displayWith({{"monitor", 5}})), R"(member "monitor" must be an object)");
+  EXPECT_EQ(errorOf(registry({{"name", "A"}, {"properties", json::array({1})}})),
             R"(member "entries[0].properties" must be an object)");
-  EXPECT_EQ(errorOf(R"({"do":"pointer","at":[1,"2"]})"), R"(member "at" must be a list of two numbers)");
-  EXPECT_EQ(errorOf(R"({"do":"accessibility","granted":1})"), R"(member "granted" must be true or false)");
-  EXPECT_EQ(errorOf(R"({"do":"advance","seconds":"1"})"), R"(member "seconds" must be a number)");
-  EXPECT_EQ(errorOf(R"({"do":"fail","call":"dlopen","status":1,"nth":0})"), R"(member "nth" must be 1 or more)");
+  EXPECT_EQ(errorOf(line("pointer", {{"at", json::array({1, "2"})}})), R"(member "at" must be a list of two numbers)");
+  EXPECT_EQ(errorOf(line("accessibility", {{"granted", 1}})), R"(member "granted" must be true or false)");
+  EXPECT_EQ(errorOf(line("advance", {{"seconds", "1"}})), R"(member "seconds" must be a number)");
+  EXPECT_EQ(errorOf(answer(1)), R"(member "button" must be a text)");
+  EXPECT_EQ(errorOf(fail("dlopen", 1, 0)), R"(member "nth" must be 1 or more)");
 }
 
 TEST(Vocabulary, OnARoughMachineThreadsAreHeldBack) {
@@ -73,29 +85,28 @@ TEST(Vocabulary, OnARoughMachineThreadsAreHeldBack) {
 }
 
 TEST(Vocabulary, RefusesValuesThatDoNotExist) {
-  EXPECT_EQ(errorOf(R"({"do":"key","key":"play"})"), R"(unknown key "play")");
-  EXPECT_EQ(errorOf(R"({"do":"key","key":"mute","action":"hold"})"), R"(unknown action "hold")");
-  EXPECT_EQ(errorOf(R"({"do":"monitor","display":2,"fault":"asleep"})"), R"(unknown fault "asleep")");
-  EXPECT_EQ(errorOf(R"({"do":"disable-tap","by":"me"})"), R"(unknown reason "me")");
-  EXPECT_EQ(errorOf(R"({"do":"fail","call":"printf","status":1})"),
-            R"(there is no call "printf" that can be made to fail)");
+  EXPECT_EQ(errorOf(key("play")), R"(unknown key "play")");
+  EXPECT_EQ(errorOf(key("mute", {{"action", "hold"}})), R"(unknown action "hold")");
+  EXPECT_EQ(errorOf(monitor(2, {{"fault", "asleep"}})), R"(unknown fault "asleep")");
+  EXPECT_EQ(errorOf(disableTap("me")), R"(unknown reason "me")");
+  EXPECT_EQ(errorOf(fail("printf", 1)), R"(there is no call "printf" that can be made to fail)");
   // A sample is a 32-bit float, and a sum of many must be one.
-  EXPECT_EQ(errorOf(R"({"do":"play","process":"a","output":1,"level":-1e300})"),
-            R"(member "level" must be within a million)");
-  EXPECT_EQ(errorOf(R"({"do":"advance","seconds":-1})"), R"(member "seconds" must be from 0 to a billion)");
+  EXPECT_EQ(errorOf(play("a", 1, {{"level", -1e300}})), R"(member "level" must be within a million)");
+  EXPECT_EQ(errorOf(advance(-1)), R"(member "seconds" must be from 0 to a billion)");
+  EXPECT_EQ(errorOf(macSleeps(-1)), R"(member "seconds" must be from 0 to a billion)");
+  EXPECT_EQ(errorOf(setClockForward(-2e9)), R"(member "by" must be within a billion seconds)");
 }
 
 TEST(Vocabulary, RefusesApplicationsThatNoImageCanHold) {
   const std::string tooLong(300, 'a');
   for (const std::string& name : {std::string(), std::string("/Dalvane.app"), std::string("../Dalvane.app"),
                                   std::string("."), std::string("Dalvane.app/"), std::string("Applications"),
-                                  std::string("Applications/Dalvane.app"), std::string("a\\u0000.app"), tooLong}) {
-    EXPECT_EQ(errorOf(R"({"do":"image","url":"https://a.example/","apps":[")" + name + "\"]}"),
+                                  std::string("Applications/Dalvane.app"), std::string("a\0.app", 6), tooLong}) {
+    EXPECT_EQ(errorOf(image("https://a.example/", {{"apps", json::array({name})}})),
               R"(member "apps" must be a list of names)")
         << name;
   }
-  const Played played =
-      playScenario(R"({"do":"image","url":"https://a.example/","apps":["A.app","A.app/Contents/Info.plist"]})");
+  const Played played = playScenario(image("https://a.example/", {{"apps", {"A.app", "A.app/Contents/Info.plist"}}}));
   EXPECT_EQ(played.status, 2);
   EXPECT_EQ(played.error, "test:1: the applications of the image stand in each other's way");
 }
@@ -128,8 +139,8 @@ TEST(Vocabulary, RefusesBundlesThatCannotBeMade) {
 }
 
 TEST(Vocabulary, RefusesRedirectsToWhatIsNoAddress) {
-  EXPECT_EQ(errorOf(R"({"do":"feed","redirect":"no address"})"), R"(member "redirect" must be a URL)");
-  EXPECT_EQ(errorOf(R"({"do":"feed","redirect":"a\r\nb"})"), R"(member "redirect" must be a URL)");
+  EXPECT_EQ(errorOf(feed({{"redirect", "no address"}})), R"(member "redirect" must be a URL)");
+  EXPECT_EQ(errorOf(feed({{"redirect", "a\r\nb"}})), R"(member "redirect" must be a URL)");
 }
 
 TEST(Vocabulary, RefusesATemperThatIsNone) {
@@ -138,26 +149,30 @@ TEST(Vocabulary, RefusesATemperThatIsNone) {
 }
 
 TEST(Vocabulary, RefusesPreferencesThatNoPropertyListHolds) {
-  EXPECT_EQ(errorOf(R"({"do":"preference","key":"a","value":[1,null]})"), R"(member "value" must not hold null)");
-  EXPECT_EQ(errorOf(R"({"do":"preference","key":"a","value":{"b":[null]}})"), R"(member "value" must not hold null)");
-  EXPECT_EQ(playScenario(R"({"do":"preference","key":"a","value":null})").status, 0);  // removes it
+  EXPECT_EQ(errorOf(preference("a", json::array({1, nullptr}))), R"(member "value" must not hold null)");
+  EXPECT_EQ(errorOf(preference("a", {{"b", json::array({nullptr})}})), R"(member "value" must not hold null)");
+  EXPECT_EQ(playScenario(preference("a", nullptr)).status, 0);  // removes it
 }
 
 TEST(Vocabulary, RefusesMembersItDoesNotKnow) {
-  EXPECT_EQ(errorOf(R"({"do":"launch","seed":1})"), R"(unknown member "seed")");
-  EXPECT_EQ(
-      errorOf(R"({"do":"display","id":1,"name":"A","frame":[0,0,1,1],"monitor":{"current":1,"maximum":2,"x":3}})"),
-      R"(unknown member "monitor.x")");
+  EXPECT_EQ(errorOf(line("launch", {{"seed", 1}})), R"(unknown member "seed")");
+  EXPECT_EQ(errorOf(displayWith({{"monitor", {{"current", 1}, {"maximum", 2}, {"x", 3}}}})),
+            R"(unknown member "monitor.x")");
 }
 
 TEST(Vocabulary, RefusesWhatMakesNoSenseWhereItStands) {
-  const std::string display = R"({"do":"display","id":1,"name":"A","frame":[0,0,1,1]})";
-  const Played twice = playScenario(display + "\n" + display + "\n");
+  const Played twice = playScenario(displayWith() + displayWith());
   EXPECT_EQ(twice.status, 2);
   EXPECT_EQ(twice.error, "test:2: display 1 is connected already");
-  EXPECT_EQ(errorOf(R"({"do":"display","id":1,"gone":true})"), "there is no display 1");
-  EXPECT_EQ(errorOf(R"({"do":"monitor","display":1,"current":5})"), "display 1 has no monitor that can be reached");
-  EXPECT_EQ(errorOf(R"({"do":"missing","library":"Nothing"})"), R"(there is no library "Nothing")");
+  EXPECT_EQ(errorOf(displayGone(1)), "there is no display 1");
+  EXPECT_EQ(errorOf(monitor(1, {{"current", 5}})), "display 1 has no monitor that can be reached");
+  EXPECT_EQ(errorOf(missingLibrary("Nothing")), R"(there is no library "Nothing")");
+}
+
+TEST(Vocabulary, RefusesToSleepThroughRealTime) {
+  const Played played = playScenario(macSleeps(1), 1, simulator::Clock::live);
+  EXPECT_EQ(played.status, 2);
+  EXPECT_EQ(played.error, "test:1: real time cannot be slept through");
 }
 
 TEST(Vocabulary, RefusesWhatCannotHappenInTheMiddleOfACall) {
@@ -182,7 +197,7 @@ TEST(VocabularyDeathTest, MistakeInTheMiddleOfACallIsNotTheProgramsOwn) {
 }
 
 TEST(Vocabulary, ReadsEveryLineBeforeItBegins) {
-  const Played played = playScenario(launched + R"({"do":"nonsense"})" + "\n");
+  const Played played = playScenario(launched + line("nonsense"));
   EXPECT_EQ(played.status, 2);
   EXPECT_TRUE(played.records.empty());
 }

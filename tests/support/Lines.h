@@ -26,6 +26,9 @@ inline const std::string launch = line("launch");
 inline const std::string quit = line("quit");
 inline const std::string settle = line("settle");
 inline const std::string wake = line("wake");
+inline std::string macSleeps(double seconds) { return line("sleep", {{"seconds", seconds}}); }
+// The user sets the clock on the wall.
+inline std::string setClockForward(double seconds) { return line("clock", {{"by", seconds}}); }
 inline std::string advance(double seconds) { return line("advance", {{"seconds", seconds}}); }
 inline std::string snapshot(const std::string& name) { return line("snapshot", {{"name", name}}); }
 
@@ -50,6 +53,7 @@ inline std::string pointer(double x, double y) { return line("pointer", {{"at", 
 inline std::string menu(bool open) { return line("menu", {{"open", open}}); }
 inline std::string click(const std::string& item) { return line("click", {{"item", item}}); }
 inline std::string answer(const nlohmann::json& button) { return line("answer", {{"button", button}}); }
+inline const std::string leaveNextAlertOpen = answer(nullptr);
 
 // ---- Hardware ----
 
@@ -81,9 +85,22 @@ inline std::string playStops(const std::string& process) {
 inline const std::string restartAudio = line("restart-audio");
 inline std::string temper(const nlohmann::json& members) { return line("temper", members); }
 
+// ---- Updates ----
+
+// What is installed, what the release host answers, and what it has at an address.
+inline std::string bundle(const nlohmann::json& members) { return line("bundle", members); }
+inline std::string feed(const nlohmann::json& members) { return line("feed", members); }
+inline std::string image(const std::string& url, const nlohmann::json& more = nlohmann::json::object()) {
+  nlohmann::json members = {{"url", url}};
+  members.update(more);
+  return line("image", members);
+}
+
 // ---- The system ----
 
 inline std::string accessibility(bool granted) { return line("accessibility", {{"granted", granted}}); }
+inline std::string disableTap(const std::string& by) { return line("disable-tap", {{"by", by}}); }
+inline std::string loginItem(const nlohmann::json& members) { return line("login-item", members); }
 inline std::string capture(const nlohmann::json& members) { return line("capture", members); }
 inline std::string preference(const std::string& key, const nlohmann::json& value) {
   return line("preference", {{"key", key}, {"value", value}});

@@ -2,6 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <utility>
+
+#include "desk/Desk.h"
+#include "platform/Application.h"
+
 Played runAsProgram(const std::string& scenario, const std::function<void()>& body, std::uint64_t seed) {
   const Preparation preparation = {.setUp = {}, .program = [&body] {
                                      body();
@@ -14,4 +19,26 @@ Played runAsProgram(const std::string& scenario, const std::function<void()>& bo
                                seed, simulator::Clock::deterministic, preparation);
   EXPECT_EQ(played.of("exit").size(), 1U) << "the program did not come to its end";
   return played;
+}
+
+simulator::Program application(std::function<void()> begins, std::function<void()> ends) {
+  simulator::Program program = dalvaneProgram();
+  program.main = [begins = std::move(begins), ends = std::move(ends)] {
+    struct Delegate : NS::ApplicationDelegate {
+      void applicationDidFinishLaunching() override { begins(); }
+      void applicationWillTerminate() override {
+        if (ends) ends();
+      }
+      std::function<void()> begins;
+      std::function<void()> ends;
+    };
+    Delegate delegate;
+    delegate.begins = begins;
+    delegate.ends = ends;
+    const NS::Application shared = NS::Application::sharedApplication();
+    shared.setDelegate(&delegate);
+    shared.run();
+    return 0;
+  };
+  return program;
 }

@@ -3,6 +3,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <variant>
 
 #include "updater/Outcome.h"
 
@@ -20,6 +21,15 @@ TEST(OutcomeTest, ErrorsKeepTheirTexts) {
 TEST(OutcomeTest, WhatIsNotUTF8IsReplaced) {
   EXPECT_EQ(errorOf("last read: '\xc3'"), "last read: '\uFFFD'");
   EXPECT_EQ(errorOf("\xff\xfe"), "\uFFFD\uFFFD");
+}
+
+TEST(OutcomeTest, WorkWithoutAResultCanFailToo) {
+  int done = 0;
+  EXPECT_TRUE(std::holds_alternative<std::monostate>(attempt([&] { ++done; })));
+  EXPECT_EQ(done, 1);
+  const Outcome<std::monostate> outcome = attempt([]() -> void { throw std::runtime_error("no"); });
+  EXPECT_STREQ(std::get<AppError>(outcome).what(), "no");
+  EXPECT_THROW(static_cast<void>(value(outcome)), AppError);
 }
 
 TEST(OutcomeTest, AResultIsHandedOn) {

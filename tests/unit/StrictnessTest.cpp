@@ -10,10 +10,13 @@
 #include <thread>
 
 #include "platform/Alert.h"
+#include "platform/AudioTap.h"
 #include "platform/CF.h"
 #include "platform/IO.h"
 #include "platform/Menu.h"
 #include "platform/Screen.h"
+#include "platform/URL.h"
+#include "platform/UserDefaults.h"
 #include "simulator/desktop/EventStream.h"
 #include "simulator/displays/Registry.h"
 #include "simulator/machine/Machine.h"
@@ -235,8 +238,27 @@ TEST(Strictness, StopsAtAppKitOffTheMainThread) {
 }
 
 TEST(Strictness, StopsAtATextThatIsNoText) {
-  expectFatal([] { NS::Alert::make().setInformativeText("half a character: \xc3"); },
-              "NSAlert.setInformativeText: the text is not UTF-8");
+  const std::string half = "half a character: \xc3";
+  const auto expectRefused = [](const std::string& call, const std::function<void()>& body) {
+    expectFatal(body, call + ": the text is not UTF-8");
+  };
+  expectRefused("NSAlert.setMessageText", [&] { NS::Alert::make().setMessageText(half); });
+  expectRefused("NSAlert.setInformativeText", [&] { NS::Alert::make().setInformativeText(half); });
+  expectRefused("NSAlert.addButtonWithTitle", [&] { NS::Alert::make().addButtonWithTitle(half); });
+  expectRefused("NSMenuItem.init", [&] { const NS::MenuItem item(half, nullptr, ""); });
+  expectRefused("NSMenuItem.init", [&] { const NS::MenuItem item("", nullptr, half); });
+  expectRefused("NSMenuItem.setTitle", [&] { NS::MenuItem::separatorItem().setTitle(half); });
+  expectRefused("NSURL.URLWithString", [&] { NS::URL::URLWithString(half, false); });
+  const auto defaults = [] { return NS::UserDefaults::standardUserDefaults(); };
+  expectRefused("NSUserDefaults.objectForKey", [&] { static_cast<void>(defaults().objectForKey(half)); });
+  expectRefused("NSUserDefaults.boolForKey", [&] { static_cast<void>(defaults().boolForKey(half)); });
+  expectRefused("NSUserDefaults.setInteger", [&] { defaults().setInteger(1, half); });
+  expectRefused("NSUserDefaults.setBool", [&] { defaults().setBool(true, half); });
+  expectRefused("CATapDescription.initExcludingProcesses",
+                [&] { CA::TapDescription::initExcludingProcesses({}, half, 0); });
+  expectRefused("CATapDescription.setName",
+                [&] { CA::TapDescription::initExcludingProcesses({}, "", 0).setName(half); });
+
   EXPECT_TRUE(run([] { NS::Alert::make().setInformativeText("ä😀"); }).empty());
 }
 
