@@ -34,14 +34,19 @@ class SecurityCall : public Call {
   SecurityCall(const char* name, SecCSFlags flags, SecCSFlags allowed, const void* result) : Call(name) {
     if (const auto told = fault()) {
       status = *told;
+      handsOver = result != nullptr;
     } else if ((flags & ~allowed) != 0) {
       status = errSecCSInvalidFlags;
     } else if (!result) {
       status = errSecCSObjectRequired;
+    } else {
+      handsOver = true;
     }
   }
 
   CodeStatus status = errSecSuccess;
+  // Whether there is a result. That there is none after an error is promised nowhere.
+  bool handsOver = false;
 
  private:
   MachineAtWork work_;
@@ -63,35 +68,35 @@ extern "C" {
 
 OSStatus SecCodeCopySelf(SecCSFlags flags, SecCodeRef* self) {
   const SecurityCall call("SecCodeCopySelf", flags, kSecCSDefaultFlags, self);
-  if (call.status == errSecSuccess) *self = new __SecCode(std::nullopt);
+  if (call.handsOver) *self = new __SecCode(std::nullopt);
   return call.status;
 }
 
 OSStatus SecCodeCopyStaticCode(SecCodeRef code, SecCSFlags flags, SecStaticCodeRef* staticCode) {
   const SecurityCall call("SecCodeCopyStaticCode", flags, kSecCSDefaultFlags, staticCode);
-  if (call.status != errSecSuccess) return call.status;
+  if (!call.handsOver) return call.status;
   *staticCode = new __SecCode(placeOf(live<__SecCode>(code, "SecCodeCopyStaticCode"), call.machine));
-  return errSecSuccess;
+  return call.status;
 }
 
 OSStatus SecCodeCopyDesignatedRequirement(SecStaticCodeRef code, SecCSFlags flags, SecRequirementRef* requirement) {
   const SecurityCall call("SecCodeCopyDesignatedRequirement", flags, kSecCSDefaultFlags, requirement);
-  if (call.status != errSecSuccess) return call.status;
+  if (!call.handsOver) return call.status;
   simulator::CodeRequirement designated;
   const std::filesystem::path path = placeOf(live<__SecCode>(code, "SecCodeCopyDesignatedRequirement"), call.machine);
   const simulator::CodeStatus status = simulator::Applications::signers().designatedRequirement(path, designated);
   if (status == errSecSuccess) *requirement = new __SecRequirement(designated);
-  return status;
+  return call.status != errSecSuccess ? call.status : status;
 }
 
 OSStatus SecStaticCodeCreateWithPath(CFURLRef path, SecCSFlags flags, SecStaticCodeRef* staticCode) {
   const SecurityCall call("SecStaticCodeCreateWithPath", flags, kSecCSDefaultFlags, staticCode);
-  if (call.status != errSecSuccess) return call.status;
+  if (!call.handsOver) return call.status;
   const auto place = simulator::filePath(live<__CFURL>(path, "SecStaticCodeCreateWithPath").text);
   if (!place) return errSecCSStaticCodeNotFound;
   const simulator::CodeStatus status = simulator::CodeSigners::find(*place);
   if (status == errSecSuccess) *staticCode = new __SecCode(std::filesystem::path(*place));
-  return status;
+  return call.status != errSecSuccess ? call.status : status;
 }
 
 OSStatus SecStaticCodeCheckValidity(SecStaticCodeRef staticCode, SecCSFlags flags, SecRequirementRef requirement) {

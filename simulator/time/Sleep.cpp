@@ -73,20 +73,21 @@ int kevent(int kq, const struct kevent* changelist, int nchanges, struct kevent*
   if (fcntl(kq, F_GETFD) == -1) return -1;  // EBADF
   simulator::Scheduler& scheduler = call.machine.scheduler;
   if (nchanges == 1) timers()[kq] = timerOf(*changelist, scheduler);
-  // An interrupted call has made its changes all the same.
-  if (const auto fault = call.fault()) {
-    errno = *fault;
-    return -1;
-  }
   const auto timer = timers().find(kq);
   if (timer == timers().end()) simulator::fatal("kevent waits for nothing, and so for ever");
   const Timer waited = timer->second;
-  timers().erase(timer);
-  // The whole wait is what counts for `settle`.
   const auto left = waited.due - timeOn(scheduler, waited.counting);
-  scheduler.sleep(
-      left, waited.asked < simulator::Scheduler::longWait ? simulator::Waiting::work : simulator::Waiting::background,
-      waited.counting);
+  // The whole wait is what counts for `settle`.
+  const auto waiting =
+      waited.asked < simulator::Scheduler::longWait ? simulator::Waiting::work : simulator::Waiting::background;
+  if (const auto fault = call.fault()) {
+    // Half way; the timer that the interrupted call has set runs on.
+    scheduler.sleep(left / 2, waiting, waited.counting);
+    errno = *fault;
+    return -1;
+  }
+  timers().erase(timer);
+  scheduler.sleep(left, waiting, waited.counting);
   *eventlist = {.ident = 0, .filter = EVFILT_TIMER, .flags = 0, .fflags = 0, .data = 1, .udata = nullptr};
   return 1;
 }

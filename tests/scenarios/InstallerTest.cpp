@@ -413,6 +413,21 @@ TEST_P(LeftBehindTest, IsNeverLost) {
   }
 }
 
+// Even a broken copy is better than none.
+TEST(Installer, ABackupIsPutBackWhereNothingIsInstalledWhateverItIs) {
+  Seat seat;
+  seat.publishUpdate();
+  seat.play(launch + settle);
+  fs::rename(seat.machine().root.below(place), seat.machine().root.below(bak));
+  fs::remove(seat.machine().root.below(bak) / "Contents/Resources/AppIcon.icns");
+  const std::string kept = seat.digestOf(bak);
+  seat.play(fail("ditto", 1) + checkAndInstall);
+  EXPECT_EQ(seat.installedBundle(), kept);
+  seat.play(checkAndInstall);
+  EXPECT_EQ(seat.snapshot()["bundle"], newVersion);
+  EXPECT_TRUE(seat.shutDown());
+}
+
 INSTANTIATE_TEST_SUITE_P(Each, LeftBehindTest, testing::ValuesIn(leftBehind),
                          [](const auto& left) { return std::string(left.param.name); });
 
@@ -484,6 +499,13 @@ TEST_P(InstallerFailureTest, LeavesEverythingInOrder) {
                           callsOf(records, "posix_spawn")[0]["status"] == 0 &&
                           callsOf(records, "posix_spawn")[0]["args"]["exit"] == 0;
     EXPECT_EQ(std::ranges::count(programs, "hdiutil detach"), attached ? 1 : 0);
+    // What is wrong with the image is found before anything else is changed.
+    if (!failure.image.empty()) {
+      EXPECT_EQ(std::ranges::count(programs, "ditto"), 0);
+      for (const std::string& change : changesIn(records)) {
+        EXPECT_EQ(change.find("/Applications"), std::string::npos) << change;
+      }
+    }
     // What was not started has no exit status.
     for (const json& spawn : callsOf(records, "posix_spawn")) {
       ASSERT_TRUE(spawn["args"].contains("exit"));
@@ -553,6 +575,8 @@ const Failure failures[] = {
     {"OwnStaticCode", nothing, fail("SecCodeCopyStaticCode", -67068),
      "Reading this app's signature failed \\(-67068\\)"},
     {"OwnRequirement", nothing, fail("SecCodeCopyDesignatedRequirement", -67052),
+     "Reading this app's signing requirement failed \\(-67052\\)"},
+    {"OwnRequirementAndUnsignedUpdate", with("signer", nullptr), fail("SecCodeCopyDesignatedRequirement", -67052),
      "Reading this app's signing requirement failed \\(-67052\\)"},
     {"NotSignedItself", nothing, bundle({{"version", "1.3.9"}, {"signer", nullptr}}),
      "Reading this app's signing requirement failed \\(-67062\\)"},

@@ -101,25 +101,37 @@ TEST(Lifecycle, StopsInOrder) {
   EXPECT_EQ(last.back()["status"], 0);
 }
 
-TEST(Lifecycle, StopsTheVolumeBeforeTheBrightness) {
-  // When the volume stops listening to the output it has given its own observer back, and the brightness still has its
-  // two.
-  std::vector<std::size_t> observers;
-  simulator::Machine machine(
-      dalvaneProgram(), {.trace =
-                             [&observers](std::string_view record) {
-                               if (json::parse(record).value("api", "") != "AudioObjectRemovePropertyListenerBlock") {
-                                 return;
-                               }
-                               observers.push_back(simulator::liveObjects()["notification observer"]);
-                             },
-                         .fatal = {}});
+namespace {
+
+// How much of a kind is alive when the program first makes a call.
+std::size_t aliveAt(const std::string& call, const std::string& kind) {
+  std::vector<std::size_t> alive;
+  const auto look = [&](std::string_view record) {
+    if (json::parse(record).value("api", "") == call) alive.push_back(simulator::liveObjects()[kind]);
+  };
+  simulator::Machine machine(dalvaneProgram(), {.trace = look, .fatal = {}});
   simulator::Scenario scenario(machine);
   std::istringstream steps(launched + quit);
   scenario.add(steps, "test");
   scenario.play();
   EXPECT_TRUE(machine.shutDown());
-  EXPECT_EQ(observers, std::vector<std::size_t>{2});
+  return alive.at(0);
+}
+
+}  // namespace
+
+TEST(Lifecycle, StartsTheVolumeBeforeTheBrightness) {
+  // When the volume begins to listen to the output nobody observes anything yet.
+  EXPECT_EQ(aliveAt("AudioObjectAddPropertyListenerBlock", "notification observer"), 0U);
+}
+
+TEST(Lifecycle, StopsTheUpdaterThenTheVolumeThenTheBrightness) {
+  // The updater's timer goes after the event tap and before the volume; when that stops listening to the output it has
+  // given its own observer back, and the brightness still has its two.
+  EXPECT_EQ(aliveAt("CFMachPortInvalidate", "CFRunLoopTimer"), 1U);
+  EXPECT_EQ(aliveAt("AudioObjectRemovePropertyListenerBlock", "CFRunLoopTimer"), 0U);
+  EXPECT_EQ(aliveAt("CFMachPortInvalidate", "notification observer"), 3U);
+  EXPECT_EQ(aliveAt("AudioObjectRemovePropertyListenerBlock", "notification observer"), 2U);
 }
 
 TEST(Lifecycle, CanBeLaunchedAgain) {

@@ -99,18 +99,10 @@ inline std::string image(const std::string& url, const nlohmann::json& more = nl
 // ---- The system ----
 
 inline std::string accessibility(bool granted) { return line("accessibility", {{"granted", granted}}); }
-inline std::string disableTap(const std::string& by) { return line("disable-tap", {{"by", by}}); }
 inline std::string loginItem(const nlohmann::json& members) { return line("login-item", members); }
 inline std::string capture(const nlohmann::json& members) { return line("capture", members); }
 inline std::string preference(const std::string& key, const nlohmann::json& value) {
   return line("preference", {{"key", key}, {"value", value}});
-}
-inline std::string bundle(const nlohmann::json& members) { return line("bundle", members); }
-inline std::string feed(const nlohmann::json& members) { return line("feed", members); }
-inline std::string image(const std::string& url, const nlohmann::json& members) {
-  nlohmann::json all = {{"url", url}};
-  all.update(members);
-  return line("image", all);
 }
 // Makes `times` calls fail, the `nth` from now first.
 inline std::string fail(const std::string& call, int status, int nth = 1, int times = 1) {

@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include "tests/support/FeedText.h"
 #include "updater/Release.h"
@@ -155,13 +156,44 @@ TEST(ReleaseTest, OfDuplicateKeysTheFirstCounts) {
 
 TEST(ReleaseTest, NumbersThatAreIgnoredMayBeOfAnySize) {
   const std::string digits(1000, '9');
-  for (const std::string& value : {std::string("1e400"), std::string("-1e400"), std::string("1e-400"), digits,
-                                   "-" + digits, digits + "." + digits, std::string("18446744073709551616")}) {
+  for (const std::string& value :
+       {std::string("1e400"), std::string("-1e400"), std::string("1E+400"), std::string("1e-400"), digits, "-" + digits,
+        digits + "." + digits, std::string("18446744073709551616")}) {
     EXPECT_EQ(decodeNewestRelease(feedWith("notes", "\"n\",\"extra\":" + value))->notes, "n") << value;
     EXPECT_EQ(decodeNewestRelease(feedWith("notes", "\"n\",\"extra\":[{\"a\":" + value + "}]"))->notes, "n") << value;
     EXPECT_THROW(decodeNewestRelease(feedWith("size_bytes", value)), json::type_error) << value;
     EXPECT_THROW(decodeNewestRelease(feedWith("notes", value)), json::type_error) << value;
   }
+}
+
+TEST(ReleaseTest, WhatStandsBesideSuchNumbersIsReadAsItIs) {
+  const std::string digits(400, '9');
+  const auto notesBeside = [](const std::string& notes, const std::string& extra) {
+    return decodeNewestRelease(feedWith("notes", notes + ",\"extra\":" + extra))->notes;
+  };
+  // Texts are left alone, wherever they end.
+  for (const std::string& text : {"1e5 " + digits + ".5", std::string(R"(\"1e5\")"), std::string(R"(\\)"),
+                                  R"(\\\"1e5 )" + digits, std::string("true 1e5")}) {
+    const std::string decoded = json::parse("\"" + text + "\"");
+    EXPECT_EQ(notesBeside("\"" + text + "\"", "1e999"), decoded);
+    EXPECT_EQ(notesBeside("\"" + text + "\"", digits), decoded);
+  }
+  // Each number is one of its own.
+  for (const std::string& before :
+       {std::string("0.5"), std::string("1e5"), std::string("-1.5E-7"), digits, digits + ".5", digits + "e5",
+        std::string("true"), std::string("\"\\\\\""), std::string("[]")}) {
+    for (const std::string& number : {digits, digits + ".5", std::string("1e999")}) {
+      EXPECT_EQ(notesBeside("\"n\"", "[" + before + "," + number + "]"), "n") << before;
+    }
+  }
+  // From the size of an integer to that of more than any.
+  for (std::size_t count = 1; count <= 50; ++count) {
+    EXPECT_EQ(notesBeside("\"n\"", std::string(count, '9')), "n") << count;
+    EXPECT_EQ(notesBeside("\"n\"", std::string(count, '9') + ".9"), "n") << count;
+  }
+  // A document may end anywhere: nothing behind it is looked at.
+  const std::string cut = "[" + digits;
+  EXPECT_THROW(decodeNewestRelease({std::vector(cut.begin(), cut.end()).data(), cut.size()}), json::exception);
 }
 
 // Other numbers than those change nothing about what is a document and what is none.
@@ -240,6 +272,10 @@ TEST(ReleaseTest, ErrorsSayWhatIsWrong) {
       {feedWith("size_bytes", "7.0"), "[json.exception.type_error.302] type must be integer, but is number"},
       {feedWith("size_bytes", "9223372036854775808"),
        "[json.exception.out_of_range.406] number does not fit 64 signed bits"},
+      {feedWith("size_bytes", "18446744073709551615"),
+       "[json.exception.out_of_range.406] number does not fit 64 signed bits"},
+      {feedWith("size_bytes", "184467440737095516150"),
+       "[json.exception.type_error.302] type must be integer, but is number"},
       {feedWith("dmg_url", "\"https://h:x/\""), "[json.exception.other_error.501] invalid URL string"},
       {std::string("[]\0", 3),
        "[json.exception.parse_error.101] parse error at byte 3: syntax error - there is a null "
