@@ -25,7 +25,6 @@ std::string displayWith(const json& members = json::object()) {
   return line("display", all);
 }
 
-std::string registry(const json& entry) { return line("registry", {{"entries", json::array({entry})}}); }
 
 }  // namespace
 
@@ -52,7 +51,7 @@ TEST(Vocabulary, NamesTheMissingMember) {
   EXPECT_EQ(errorOf(line("sleep")), R"(missing member "seconds")");
   EXPECT_EQ(errorOf(line("clock")), R"(missing member "by")");
   EXPECT_EQ(errorOf(line("event", {{"type", 14}})), R"(missing member "subtype")");
-  EXPECT_EQ(errorOf(registry({{"properties", json::object()}})), R"(missing member "entries[0].name")");
+  EXPECT_EQ(errorOf(registry(json::array({{{"properties", json::object()}}}))), R"(missing member "entries[0].name")");
 }
 
 TEST(Vocabulary, NamesTheWrongType) {
@@ -61,7 +60,7 @@ TEST(Vocabulary, NamesTheWrongType) {
   EXPECT_EQ(errorOf(displayWith({{"id", -1}})), R"(member "id" must be in the range of its type)");
   EXPECT_EQ(errorOf(displayWith({{"frame", {0, 0, 1}}})), R"(member "frame" must be a list of four numbers)");
   EXPECT_EQ(errorOf(displayWith({{"monitor", 5}})), R"(member "monitor" must be an object)");
-  EXPECT_EQ(errorOf(registry({{"name", "A"}, {"properties", json::array({1})}})),
+  EXPECT_EQ(errorOf(registry(json::array({{{"name", "A"}, {"properties", json::array({1})}}}))),
             R"(member "entries[0].properties" must be an object)");
   EXPECT_EQ(errorOf(line("pointer", {{"at", json::array({1, "2"})}})), R"(member "at" must be a list of two numbers)");
   EXPECT_EQ(errorOf(line("accessibility", {{"granted", 1}})), R"(member "granted" must be true or false)");
