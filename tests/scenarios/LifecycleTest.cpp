@@ -121,8 +121,8 @@ std::size_t aliveAt(const std::string& call, const std::string& kind) {
 }  // namespace
 
 TEST(Lifecycle, StartsTheVolumeBeforeTheBrightness) {
-  // When the volume begins to listen to the output nobody observes anything yet.
-  EXPECT_EQ(aliveAt("AudioObjectAddPropertyListenerBlock", "notification observer"), 0U);
+  // When the volume begins to listen to the output only the delegate observes something: the brightness adds two.
+  EXPECT_EQ(aliveAt("AudioObjectAddPropertyListenerBlock", "notification observer"), 1U);
 }
 
 TEST(Lifecycle, StopsTheUpdaterThenTheVolumeThenTheBrightness) {
