@@ -410,9 +410,8 @@ void Audio::disturb() {
   for (const auto& [number, device] : outputs_) device->clock.disturb();
 }
 
-std::vector<AggregateDevice::Input> Audio::inputsOf(
-    const AggregateDevice& aggregate, const OutputDevice& device,
-    const std::map<const Player*, const std::vector<float>*>& played) const {
+std::vector<AggregateDevice::Input> Audio::inputsOf(const AggregateDevice& aggregate, const OutputDevice& device,
+                                                    const Played& played) const {
   const OutputSettings& settings = device.settings();
   std::vector<AggregateDevice::Input> inputs(settings.inputs,
                                              {.channels = 1, .samples = std::vector(settings.frames, roomNoise)});
@@ -446,13 +445,13 @@ void Audio::cycle(OutputDevice& device) {
   }
 
   const OutputSettings& settings = device.settings();
-  std::map<const Player*, const std::vector<float>*> played;
+  Played played;
   std::vector<float> direct(std::size_t{settings.frames} * settings.channels);
   bool isDirect = false;
   for (const auto& [name, player] : players_) {
     if (!player->plays(device.number)) continue;
     const std::vector<float>& block = player->next(settings.frames, settings.rate);
-    played.emplace(player.get(), &block);
+    played.emplace_back(player.get(), &block);
     if (isMuted(*player)) continue;
     isDirect = isDirect || player->isAudible();
     addToAllChannels(direct, block, settings.channels);

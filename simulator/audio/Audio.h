@@ -8,6 +8,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "simulator/audio/AggregateDevice.h"
@@ -99,9 +100,10 @@ class Audio : public Part {
   [[nodiscard]] bool isHeard(const AggregateDevice& aggregate) const;
   [[nodiscard]] bool isMuted(const Player& player) const;
   [[nodiscard]] bool isRead(const Tap& tap) const;
-  [[nodiscard]] std::vector<AggregateDevice::Input> inputsOf(
-      const AggregateDevice& aggregate, const OutputDevice& device,
-      const std::map<const Player*, const std::vector<float>*>& played) const;
+  // What each process has played in a cycle, in the order of their names: sums of floating-point numbers depend on it.
+  using Played = std::vector<std::pair<const Player*, const std::vector<float>*>>;
+  [[nodiscard]] std::vector<AggregateDevice::Input> inputsOf(const AggregateDevice& aggregate,
+                                                             const OutputDevice& device, const Played& played) const;
 
   Machine& machine_;
   std::unique_ptr<SystemObject> system_;

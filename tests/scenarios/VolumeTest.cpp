@@ -246,6 +246,18 @@ TEST(Volume, SumsSeveralProcesses) {
   expectSpeaker(played, "15", 0.75F * gain(15), false);
 }
 
+TEST(Volume, SumsInOneOrderWheneverTheProcessesBegan) {
+  // These three give another sum in each order.
+  const std::vector<std::string> plays = {play("a", 10, {{"tone", 0}, {"level", 1e6}}),
+                                          play("b", 10, {{"tone", 0}, {"level", -1e6}}),
+                                          play("c", 10, {{"tone", 0}, {"level", 0.03}})};
+  for (const std::string& begun : {plays[0] + plays[1] + plays[2], plays[2] + plays[1] + plays[0]}) {
+    const Played played =
+        playScenario(builtIn + screen + preference("steps.HDMI-1", 15) + launch + begun + settle + snapshot("15"));
+    expectSpeaker(played, "15", 0.03F * gain(15), false);
+  }
+}
+
 TEST(Volume, LeavesOtherOutputsAlone) {
   const Played played = playScenario(playing + output(11, {{"uid", "USB"}, {"name", "Headset"}}) +
                                      play("call", 11, {{"tone", 0}, {"level", 0.25}}) + down + settle + snapshot("s"));
