@@ -33,7 +33,7 @@ IMP methodOf(const objc_class& type, SEL name) {
 }
 
 // What a message without a method comes to. The receiver raises an exception, and nothing in the program catches one.
-void forward(id receiver, SEL name) {
+[[noreturn]] id forward(id receiver, SEL name) {
   const std::string type = object_getClass(receiver)->name;
   simulator::fatal(type + ": unrecognized selector " + reinterpret_cast<const char*>(name));
 }
