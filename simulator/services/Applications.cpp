@@ -293,8 +293,7 @@ extern "C" {
 std::size_t __real_confstr(int name, char* buffer, std::size_t size);
 std::size_t __wrap_confstr(int name, char* buffer, std::size_t size);
 
-std::size_t __wrap_confstr(int name, char* buffer, std::size_t size) {
-  if (!simulator::Scheduler::current() || name != _CS_DARWIN_USER_TEMP_DIR) return __real_confstr(name, buffer, size);
+static std::size_t temporaryDirectoryOf(char* buffer, std::size_t size) {
   const simulator::Call call("confstr");
   if (const auto told = call.fault()) {
     errno = *told;
@@ -303,6 +302,12 @@ std::size_t __wrap_confstr(int name, char* buffer, std::size_t size) {
   const std::string path = call.machine.applications->temporaryDirectory().string() + "/";
   if (size > 0) buffer[path.copy(buffer, size - 1)] = '\0';
   return path.size() + 1;
+}
+
+// The thread sanitizer's runtime asks for the C library's version before it can watch any code.
+__attribute__((disable_sanitizer_instrumentation)) std::size_t __wrap_confstr(int name, char* buffer,
+                                                                              std::size_t size) {
+  return name == _CS_DARWIN_USER_TEMP_DIR ? temporaryDirectoryOf(buffer, size) : __real_confstr(name, buffer, size);
 }
 
 }  // extern "C"
