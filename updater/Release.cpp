@@ -55,7 +55,7 @@ class ReaderInput {
       ++digits_;
     } else if (c == '.') {
       hasPoint_ = true;
-    } else if (digits_ > 0 && (c == 'e' || c == 'E')) {
+    } else if (c == 'e' || c == 'E') {
       inExponent_ = true;
     } else if (!inExponent_ || (c != '+' && c != '-')) {
       inText_ = c == '"';
@@ -75,7 +75,7 @@ class ReaderInput {
   // Whether the digit here is given up for a decimal point.
   [[nodiscard]] bool beginsFraction() const {
     constexpr std::size_t most = 20;
-    return !inText_ && !inExponent_ && !hasPoint_ && !hasOwnPoint_ && digits_ >= most && isDigitNext();
+    return digits_ >= most && !hasPoint_ && !hasOwnPoint_ && isDigitNext();
   }
 
   std::string_view document_;
@@ -151,7 +151,6 @@ class FeedHandler {
 
   bool start_object(std::size_t) {
     if (depth_ == 1) {
-      release_ = {};
       given_.reset();
     } else {
       static_cast<void>(memberFor("object"));
@@ -195,7 +194,7 @@ class FeedHandler {
   // The member that the value which begins here is for; fails when a value of that type cannot be there.
   [[nodiscard]] Member memberFor(std::string_view type) const {
     if (depth_ < 2) failType(depth_ == 0 ? "array" : "object", type);
-    if (depth_ > 2 || member_ == ignored) return ignored;
+    if (member_ == ignored) return ignored;
     const std::string_view expected = member_ == sizeBytes ? "integer" : "string";
     if (type != expected) failType(expected, type);
     return member_;
@@ -204,10 +203,10 @@ class FeedHandler {
   // For values of types that no member has.
   [[nodiscard]] bool refuseUnlessIgnored(std::string_view type) const { return memberFor(type) == ignored; }
 
-  std::size_t depth_ = 0;  // 1 in the document's array, 2 in a release, more in what is ignored
-  Member member_ = ignored;
+  std::size_t depth_ = 0;           // 1 in the document's array, 2 in a release, more in what is ignored
+  Member member_ = ignored;         // what the value of the release's last key is for
   std::bitset<keys.size()> given_;  // the members that the release has had so far
-  Release release_;
+  Release release_;                 // every member of it is given anew
   std::optional<Release> newest_;
 };
 

@@ -35,9 +35,10 @@ std::int64_t integer(std::string_view text) {
     text.remove_prefix(1);
     if (text.starts_with('-')) return 0;
   }
+  // What is no number, or does not fit, leaves the value as it is.
   std::int64_t value = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-  return error == std::errc() && end == text.data() + text.size() ? value : 0;
+  const char* const end = text.data() + text.size();
+  return std::from_chars(text.data(), end, value).ptr == end ? value : 0;
 }
 
 }  // namespace

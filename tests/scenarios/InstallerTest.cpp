@@ -413,6 +413,16 @@ TEST_P(LeftBehindTest, IsNeverLost) {
   }
 }
 
+TEST(Installer, ABackupMayBeALinkToNothing) {
+  Seat seat;
+  seat.publishUpdate();
+  seat.play(launch + settle);
+  fs::create_symlink("/nowhere", seat.machine().root.below(bak));
+  seat.play(checkAndInstall);
+  EXPECT_EQ(seat.snapshot()["bundle"], newVersion);
+  EXPECT_TRUE(seat.shutDown());
+}
+
 // Even a broken copy is better than none.
 TEST(Installer, ABackupIsPutBackWhereNothingIsInstalledWhateverItIs) {
   Seat seat;
