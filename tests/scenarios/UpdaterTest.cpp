@@ -346,6 +346,28 @@ TEST(Updater, TheReleaseToInstallMayBeTheOneItHolds) {
   EXPECT_TRUE(seat.shutDown());
 }
 
+TEST(Updater, BelongsToTheMainThread) {
+  const std::function<void(Updater&)> uses[] = {[](Updater& updater) { updater.start(); },
+                                                [](Updater& updater) { updater.check(); },
+                                                [](Updater& updater) { updater.install(found("1.4.0")); }};
+  for (const auto& use : uses) {
+    EXPECT_EXIT(
+        {
+          std::shared_ptr<Updater> updater;
+          auto* const its = &updater;
+          Seat seat(programOf(updater,
+                              [its, use] {
+                                dispatch_async(dispatch_get_global_queue(QOS_CLASS_UTILITY, 0), ^{
+                                  use(**its);
+                                });
+                              }),
+                    1);
+          seat.play(launch + settle);
+        },
+        testing::ExitedWithCode(1), "runs off the main thread");
+  }
+}
+
 // ---- When it checks ----
 
 namespace {
