@@ -9,13 +9,13 @@
 #include "desk/Desk.h"
 #include "simulator/desktop/EventStream.h"
 #include "simulator/displays/Registry.h"
-#include "simulator/machine/Machine.h"
-#include "simulator/scenarios/Scenario.h"
+#include "simulator/mac/Mac.h"
+#include "simulator/mac/Scenario.h"
 
 namespace {
 
 using simulator::Clock;
-using simulator::Machine;
+using simulator::Mac;
 using simulator::RegistryEntry;
 using simulator::Scenario;
 
@@ -46,7 +46,7 @@ void keyPress(benchmark::State& state) {
   bool isUp = false;
   for (auto _ : state) {
     isUp = !isUp;
-    desk.machine.events->send(isUp ? up : down);
+    desk.machine.part<simulator::EventStream>().send(isUp ? up : down);
     desk.machine.runReady();
   }
 }
@@ -57,8 +57,8 @@ void registryWalk(benchmark::State& state) {
   Desk desk(4);
   std::vector<std::shared_ptr<const RegistryEntry>> entries;
   const auto add = [&entries](const std::string& name, nlohmann::json properties) {
-    entries.push_back(std::make_shared<RegistryEntry>(RegistryEntry{
-        .name = name, .properties = std::move(properties), .children = {}, .display = {}}));
+    entries.push_back(std::make_shared<RegistryEntry>(
+        RegistryEntry{.name = name, .properties = std::move(properties), .children = {}, .display = {}}));
   };
   for (std::int64_t i = 0; i < state.range(0); ++i) {
     const std::int64_t place = i % (state.range(0) / 4);
@@ -73,7 +73,7 @@ void registryWalk(benchmark::State& state) {
       add("AppleARMIODevice", nlohmann::json::object());
     }
   }
-  desk.machine.registry->replaceAll(std::move(entries));
+  desk.machine.part<simulator::Registry>().replaceAll(std::move(entries));
   for (auto _ : state) {
     desk.scenario.perform(R"({"do":"wake"})");
     state.PauseTiming();

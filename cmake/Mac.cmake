@@ -37,7 +37,7 @@ file(MAKE_DIRECTORY ${CMAKE_BINARY_DIR}/include)
 file(CREATE_LINK ${NLOHMANN_JSON_FOLDER}/nlohmann ${CMAKE_BINARY_DIR}/include/nlohmann SYMBOLIC)
 
 add_library(mac_settings INTERFACE)
-target_link_libraries(mac_settings INTERFACE dalvane_settings)
+target_link_libraries(mac_settings INTERFACE dalvane_settings source_tree)
 target_include_directories(mac_settings SYSTEM INTERFACE ${CMAKE_BINARY_DIR}/include)
 target_compile_options(mac_settings INTERFACE $<$<COMPILE_LANGUAGE:OBJCXX>:-fobjc-arc>)
 

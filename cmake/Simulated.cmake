@@ -15,80 +15,7 @@ add_library(simulated_settings INTERFACE)
 target_link_libraries(simulated_settings INTERFACE dalvane_settings nlohmann_json::nlohmann_json)
 target_include_directories(simulated_settings INTERFACE ${CMAKE_SOURCE_DIR}/simulator/include)
 
-# The machine. An object library, so that what only its loadable libraries use is there too.
-add_library(simulator OBJECT
-  simulator/audio/AggregateDevice.cpp
-  simulator/audio/Audio.cpp
-  simulator/audio/AudioCommands.cpp
-  simulator/audio/AudioObject.cpp
-  simulator/audio/AudioTap.cpp
-  simulator/audio/CoreAudio.cpp
-  simulator/audio/CycleClock.cpp
-  simulator/audio/Listeners.cpp
-  simulator/audio/OutputDevice.cpp
-  simulator/audio/Player.cpp
-  simulator/audio/Speaker.cpp
-  simulator/audio/Tap.cpp
-  simulator/audio/WaveFile.cpp
-  simulator/desktop/Accessibility.cpp
-  simulator/desktop/Alerts.cpp
-  simulator/desktop/Application.cpp
-  simulator/desktop/AudioCapture.cpp
-  simulator/desktop/EventStream.cpp
-  simulator/desktop/MenuBar.cpp
-  simulator/desktop/NotificationCenters.cpp
-  simulator/desktop/PopUps.cpp
-  simulator/displays/AVService.cpp
-  simulator/displays/Displays.cpp
-  simulator/displays/Monitor.cpp
-  simulator/displays/Registry.cpp
-  simulator/machine/Faults.cpp
-  simulator/machine/Machine.cpp
-  simulator/machine/Object.cpp
-  simulator/machine/Process.cpp
-  simulator/machine/SystemRoot.cpp
-  simulator/machine/Trace.cpp
-  simulator/scenarios/Commands.cpp
-  simulator/scenarios/Scenario.cpp
-  simulator/services/Applications.cpp
-  simulator/services/Certificates.cpp
-  simulator/services/ChildProcesses.cpp
-  simulator/services/CodeSignature.cpp
-  simulator/services/CoreFoundation.cpp
-  simulator/services/DiskImage.cpp
-  simulator/services/DynamicLoader.cpp
-  simulator/services/Error.cpp
-  simulator/services/FileContent.cpp
-  simulator/services/Files.cpp
-  simulator/services/Internet.cpp
-  simulator/services/LoginItem.cpp
-  simulator/services/ObjCRuntime.cpp
-  simulator/services/Preferences.cpp
-  simulator/services/PropertyList.cpp
-  simulator/services/ReleaseHost.cpp
-  simulator/services/Security.cpp
-  simulator/services/URL.cpp
-  simulator/services/URLLoading.cpp
-  simulator/services/UUID.cpp
-  simulator/services/UnifiedLog.cpp
-  simulator/services/Volumes.cpp
-  simulator/time/Dispatch.cpp
-  simulator/time/Fiber.cpp
-  simulator/time/RunLoop.cpp
-  simulator/time/Schedule.cpp
-  simulator/time/Scheduler.cpp
-  simulator/time/Sleep.cpp
-  simulator/time/StaticInitialization.cpp
-  simulator/time/UnfairLock.cpp)
-target_link_libraries(simulator PUBLIC simulated_settings)
-# Apart, as it is written against the host's own headers.
-add_library(host_processes STATIC simulator/services/HostProcesses.cpp)
-target_link_libraries(host_processes PRIVATE dalvane_settings)
-target_link_libraries(simulator PUBLIC host_processes)
-set_source_files_properties(simulator/machine/SystemRoot.cpp PROPERTIES
-  COMPILE_DEFINITIONS SIMULATED_SYSTEM="${SIMULATED_SYSTEM}")
-target_compile_definitions(simulator PRIVATE DALVANE_FEED_HOST="${DALVANE_FEED_HOST}")
-target_link_libraries(simulator PUBLIC ${BLOCKS_RUNTIME} CURL::libcurl ICU::uc OpenSSL::SSL ${PLIST} Threads::Threads ${CMAKE_DL_LIBS})
+add_subdirectory(simulator)
 # C library functions whose calls from the program are the machine's.
 foreach(function abort confstr getpid nanosleep waitpid
     __cxa_guard_acquire __cxa_guard_release __cxa_guard_abort)
@@ -114,7 +41,7 @@ add_custom_target(simulated_system)
 # A loadable library of the simulated system. Its symbols are looked up in the machine when it is loaded.
 function(add_system_library name directory)
   add_library(system_${name} MODULE simulator/libraries/${name}.cpp)
-  target_link_libraries(system_${name} PRIVATE simulated_settings)
+  target_link_libraries(system_${name} PRIVATE simulated_settings source_tree)
   set_target_properties(system_${name} PROPERTIES
     PREFIX "" SUFFIX "" OUTPUT_NAME ${name} LIBRARY_OUTPUT_DIRECTORY ${SIMULATED_SYSTEM}${directory})
   add_dependencies(simulated_system system_${name})
@@ -126,12 +53,12 @@ add_system_library(TCC /System/Library/PrivateFrameworks/TCC.framework/Versions/
 # A command-line tool of the simulated system, with what it needs of the machine.
 function(add_system_tool name directory)
   add_executable(system_${name} simulator/tools/${name}.cpp ${ARGN})
-  target_link_libraries(system_${name} PRIVATE simulated_settings)
+  target_link_libraries(system_${name} PRIVATE simulated_settings source_tree)
   set_target_properties(system_${name} PROPERTIES
     OUTPUT_NAME ${name} RUNTIME_OUTPUT_DIRECTORY ${SIMULATED_SYSTEM}${directory})
   add_dependencies(simulated_system system_${name})
 endfunction()
-set(VOLUMES simulator/services/DiskImage.cpp simulator/services/FileContent.cpp simulator/services/Volumes.cpp)
+set(VOLUMES simulator/system/DiskImage.cpp simulator/system/FileContent.cpp simulator/system/Volumes.cpp)
 add_system_tool(hdiutil /usr/bin ${VOLUMES})
 add_system_tool(ditto /usr/bin ${VOLUMES})
 add_system_tool(open /usr/bin)
@@ -140,13 +67,13 @@ add_system_tool(sleep /bin)
 
 # The program, with its entry point under a name of its own.
 add_library(dalvane OBJECT ${DALVANE_PROGRAM})
-target_link_libraries(dalvane PUBLIC simulated_settings)
+target_link_libraries(dalvane PUBLIC simulated_settings source_tree)
 target_compile_definitions(dalvane PRIVATE DALVANE_FEED_HOST="${DALVANE_FEED_HOST}")
 set_source_files_properties(app/main.cpp PROPERTIES COMPILE_DEFINITIONS main=dalvane_main)
 
 add_library(desk OBJECT desk/Desk.cpp desk/Explore.cpp desk/Narrator.cpp desk/Tour.cpp)
-target_compile_definitions(desk PRIVATE DALVANE_VERSION="${DALVANE_VERSION}")
-target_link_libraries(desk PUBLIC simulated_settings)
+target_compile_definitions(desk PRIVATE DALVANE_VERSION="${DALVANE_VERSION}" DALVANE_FEED_HOST="${DALVANE_FEED_HOST}")
+target_link_libraries(desk PUBLIC simulated_settings source_tree)
 
 add_executable(dalvane-desk desk/main.cpp)
 target_link_libraries(dalvane-desk PRIVATE desk simulator dalvane)

@@ -2,25 +2,30 @@
 
 #include <cstdlib>
 
-#include "simulator/machine/Machine.h"
-#include "simulator/scenarios/Scenario.h"
+#include "simulator/mac/Mac.h"
+#include "simulator/mac/Scenario.h"
 
 int dalvane_main();
 
 simulator::Program dalvaneProgram() {
-  return {.main = dalvane_main, .name = "Dalvane", .identifier = "example.dalvane.Dalvane", .version = DALVANE_VERSION};
+  return {.main = dalvane_main,
+          .name = "Dalvane",
+          .identifier = "example.dalvane.Dalvane",
+          .version = DALVANE_VERSION,
+          .publisher = "Tessbrook",
+          .feedURL = "https://" DALVANE_FEED_HOST "/dalvane-releases/releases/releases.json"};
 }
 
 int play(const std::vector<std::string>& files, const simulator::Seed& seed, std::ostream& trace,
          std::ostream& errors) {
-  simulator::Machine machine(dalvaneProgram(), {.clock = simulator::Clock::deterministic,
-                                                .seed = seed,
-                                                .trace = [&trace](std::string_view line) { trace << line << '\n'; },
-                                                .fatal =
-                                                    [&trace] {
-                                                      trace.flush();
-                                                      std::_Exit(1);
-                                                    }});
+  simulator::Mac machine(dalvaneProgram(), {.clock = simulator::Clock::deterministic,
+                                            .seed = seed,
+                                            .trace = [&trace](std::string_view line) { trace << line << '\n'; },
+                                            .fatal =
+                                                [&trace] {
+                                                  trace.flush();
+                                                  std::_Exit(1);
+                                                }});
   try {
     simulator::Scenario scenario(machine);
     for (const std::string& file : files) scenario.addFile(file);

@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "simulator/machine/Process.h"
-#include "simulator/time/Schedule.h"
+#include "simulator/kernel/Process.h"
+#include "simulator/kernel/Schedule.h"
 
 // The program as it is installed on the simulated Mac.
 simulator::Program dalvaneProgram();

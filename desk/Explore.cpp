@@ -10,8 +10,9 @@
 #include <system_error>
 #include <utility>
 
-#include "simulator/machine/Machine.h"
-#include "simulator/scenarios/Scenario.h"
+#include "simulator/mac/Mac.h"
+#include "simulator/mac/Scenario.h"
+#include "simulator/system/SystemRoot.h"
 
 namespace {
 
@@ -68,7 +69,7 @@ class Pipe {
 [[noreturn]] void playAndTell(const simulator::Program& program, const std::vector<std::string>& files,
                               const Seed& seed, const Pipe& pipe) {
   std::string problem;
-  simulator::Machine* played = nullptr;
+  simulator::Mac* played = nullptr;
   const auto tell = [&] {
     const std::vector<std::uint32_t> choices = played->scheduler.choices();
     const auto count = static_cast<std::uint32_t>(choices.size());
@@ -81,10 +82,10 @@ class Pipe {
       problem.append(line).append("\n");
     }
   };
-  simulator::Machine machine(program, {.seed = seed, .trace = trace, .fatal = [&tell] {
-                                         tell();
-                                         std::_Exit(1);
-                                       }});
+  simulator::Mac machine(program, {.seed = seed, .trace = trace, .fatal = [&tell] {
+                                     tell();
+                                     std::_Exit(1);
+                                   }});
   played = &machine;
   int status = 0;
   try {
@@ -96,7 +97,7 @@ class Pipe {
     problem = error.what();
     status = 2;
   }
-  machine.root.remove();
+  machine.part<simulator::SystemRoot>().runIsCutShort();
   tell();
   std::_Exit(status);
 }

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "simulator/machine/Process.h"
+#include "simulator/kernel/Process.h"
 
 // Plays the files as `program` on a machine of its own for each schedule: the plain one, in which a thread runs until
 // it blocks, and every one that departs from it in up to `preemptions` choices (another thread goes on, or another of

@@ -10,8 +10,8 @@
 #include "desk/Narrator.h"
 #include "simulator/audio/Audio.h"
 #include "simulator/audio/WaveFile.h"
-#include "simulator/machine/Machine.h"
-#include "simulator/scenarios/Scenario.h"
+#include "simulator/mac/Mac.h"
+#include "simulator/mac/Scenario.h"
 
 namespace {
 
@@ -151,15 +151,14 @@ int tour(std::ostream& out, const TourOptions& options) {
     if (!text.empty()) out << text << '\n';
     if (trace) out << "              " << line << '\n';
   };
-  simulator::Machine machine(dalvaneProgram(),
-                             {.clock = simulator::Clock::deterministic, .seed = 1, .trace = show, .fatal = [&out] {
-                                out.flush();
-                                std::_Exit(1);
-                              }});
+  simulator::Mac machine(dalvaneProgram(),
+                         {.clock = simulator::Clock::deterministic, .seed = 1, .trace = show, .fatal = [&out] {
+                            out.flush();
+                            std::_Exit(1);
+                          }});
   if (wave) {
-    machine.audio->listen(10, [&wave](std::span<const float> samples, std::size_t channels, double rate) {
-      wave->append(samples, channels, rate);
-    });
+    machine.part<simulator::Audio>().listen(10, [&wave](std::span<const float> samples, std::size_t channels,
+                                                        double rate) { wave->append(samples, channels, rate); });
   }
   simulator::Scenario scenario(machine);
   int number = 0;

@@ -9,9 +9,9 @@
 #include <thread>
 #include <utility>
 
-#include "simulator/machine/Machine.h"
-#include "simulator/machine/RealTime.h"
-#include "simulator/services/CoreFoundation.h"
+#include "simulator/foundation/CoreFoundation.h"
+#include "simulator/kernel/Call.h"
+#include "simulator/kernel/RealTime.h"
 
 namespace simulator {
 

@@ -11,7 +11,7 @@
 #include "simulator/audio/AudioObject.h"
 #include "simulator/audio/OutputDevice.h"
 #include "simulator/audio/Tap.h"
-#include "simulator/time/Scheduler.h"
+#include "simulator/kernel/Scheduler.h"
 
 namespace simulator {
 

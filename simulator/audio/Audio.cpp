@@ -6,8 +6,9 @@
 #include <nlohmann/json.hpp>
 #include <utility>
 
-#include "simulator/desktop/AudioCapture.h"
-#include "simulator/machine/Machine.h"
+#include "simulator/foundation/Dispatch.h"
+#include "simulator/kernel/Call.h"
+#include "simulator/privacy/AudioCapture.h"
 
 namespace simulator {
 namespace {
@@ -56,8 +57,8 @@ class Audio::SystemObject : public AudioObject {
   Audio& audio_;
 };
 
-Audio::Audio(Machine& machine)
-    : listeners(*machine.dispatch), machine_(machine), system_(std::make_unique<SystemObject>(*this)) {
+Audio::Audio(Machine& machine, Dispatch& dispatch, AudioCapture& consent)
+    : listeners(dispatch), machine_(machine), consent_(consent), system_(std::make_unique<SystemObject>(*this)) {
   machine.faults.declare(
       {"AudioObjectHasProperty", "AudioObjectIsPropertySettable", "AudioObjectGetPropertyDataSize",
        "AudioObjectGetPropertyData", "AudioObjectSetPropertyData", "AudioObjectAddPropertyListenerBlock",
@@ -278,7 +279,7 @@ const Tap& Audio::createTap(const TapDescription& description) {
     if (tap->uid == description.uuid) throw AudioError{kAudioHardwareIllegalOperationError};
   }
   const AudioObjectID id = newID();
-  auto tap = std::make_unique<Tap>(id, device, description, machine_.audioCapture->isAuthorized());
+  auto tap = std::make_unique<Tap>(id, device, description, consent_.isAuthorized());
   return *taps_.emplace(id, std::move(tap)).first->second;
 }
 

@@ -16,15 +16,17 @@
 #include "simulator/audio/OutputDevice.h"
 #include "simulator/audio/Player.h"
 #include "simulator/audio/Tap.h"
-#include "simulator/machine/Part.h"
+#include "simulator/kernel/Part.h"
 
 namespace simulator {
 
 class Machine;
+class AudioCapture;
+class Dispatch;
 
 class Audio : public Part {
  public:
-  explicit Audio(Machine& machine);
+  Audio(Machine& machine, Dispatch& dispatch, AudioCapture& consent);
   ~Audio() override;
 
   // ---- The hardware, by the numbers that a scenario gives ----
@@ -106,6 +108,7 @@ class Audio : public Part {
                                                              const OutputDevice& device, const Played& played) const;
 
   Machine& machine_;
+  AudioCapture& consent_;
   std::unique_ptr<SystemObject> system_;
   AudioObjectID nextID_ = 32;
   pid_t nextPid_ = 300;

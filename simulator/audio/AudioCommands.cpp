@@ -3,8 +3,8 @@
 #include <map>
 
 #include "simulator/audio/Audio.h"
-#include "simulator/machine/Machine.h"
-#include "simulator/scenarios/Commands.h"
+#include "simulator/kernel/Call.h"
+#include "simulator/kernel/Commands.h"
 
 namespace simulator {
 namespace {
@@ -84,61 +84,60 @@ OutputSettings merge(OutputSettings settings, const OutputLine& line) {
   return settings;
 }
 
-OutputDevice& existing(Machine& machine, std::int64_t number) {
-  if (OutputDevice* const device = machine.audio->output(number)) return *device;
+OutputDevice& existing(Audio& audio, std::int64_t number) {
+  if (OutputDevice* const device = audio.output(number)) return *device;
   throw ScenarioError("there is no output " + std::to_string(number));
 }
 
-Action outputAction(Arguments& line) {
+Action outputAction(Machine& machine, Audio& audio, Arguments& line) {
   const auto number = line.integer<std::int64_t>("id");
   if (line.flag("gone", false)) {
-    return [number](Machine& machine) { machine.audio->removeOutput(existing(machine, number)); };
+    return [&audio, number] { audio.removeOutput(existing(audio, number)); };
   }
-  return [number, given = outputLine(line)](Machine& machine) {
+  return [&machine, &audio, number, given = outputLine(line)] {
     const Scheduler::Lock lock(machine.scheduler);
-    if (OutputDevice* const device = machine.audio->output(number)) {
-      machine.audio->changeOutput(*device, merge(device->settings(), given));
+    if (OutputDevice* const device = audio.output(number)) {
+      audio.changeOutput(*device, merge(device->settings(), given));
     } else {
       if (!given.uid) throw ScenarioError("missing member \"uid\" of a new output");
       if (!given.name) throw ScenarioError("missing member \"name\" of a new output");
-      machine.audio->addOutput(number, merge({}, given));
+      audio.addOutput(number, merge({}, given));
     }
-    if (given.isDefault) machine.audio->setDefaultOutput(number);
+    if (given.isDefault) audio.setDefaultOutput(number);
   };
 }
 
-Action defaultOutputAction(Arguments& line) {
-  return [number = line.integer<std::int64_t>("id")](Machine& machine) {
-    (void)existing(machine, number);
-    machine.audio->setDefaultOutput(number);
+Action defaultOutputAction(Audio& audio, Arguments& line) {
+  return [&audio, number = line.integer<std::int64_t>("id")] {
+    (void)existing(audio, number);
+    audio.setDefaultOutput(number);
   };
 }
 
-Action playAction(Arguments& line) {
+Action playAction(Audio& audio, Arguments& line) {
   const nlohmann::json given = line.json("process");
   if (!given.is_string() && !given.is_number_integer()) line.fail("member \"process\" must be a text or an integer");
   const std::string process = given.is_string() ? given.get<std::string>() : given.dump();
   if (line.flag("stop", false)) {
-    return [process](Machine& machine) { machine.audio->stopPlaying(process); };
+    return [&audio, process] { audio.stopPlaying(process); };
   }
   const auto number = line.integer<std::int64_t>("output");
   const Sound sound{.level = line.number("level", 0.5), .tone = line.number("tone", 440)};
   if (std::abs(sound.level) > 1e6) line.fail("member \"level\" must be within a million");
   if (!(sound.tone >= 0)) line.fail("member \"tone\" must not be negative");
-  return [process, number, sound](Machine& machine) {
-    (void)existing(machine, number);
-    machine.audio->play(process, number, sound);
+  return [&audio, process, number, sound] {
+    (void)existing(audio, number);
+    audio.play(process, number, sound);
   };
 }
 
 }  // namespace
 
 void Audio::addCommands(Commands& commands) {
-  commands.add("output", outputAction);
-  commands.add("default-output", defaultOutputAction);
-  commands.add("play", playAction);
-  commands.add("restart-audio",
-               [](Arguments&) -> Action { return [](Machine& machine) { machine.audio->restart(); }; });
+  commands.add("output", [this](Arguments& line) { return outputAction(machine_, *this, line); });
+  commands.add("default-output", [this](Arguments& line) { return defaultOutputAction(*this, line); });
+  commands.add("play", [this](Arguments& line) { return playAction(*this, line); });
+  commands.add("restart-audio", [this](Arguments&) -> Action { return [this] { restart(); }; });
 }
 
 }  // namespace simulator

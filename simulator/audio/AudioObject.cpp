@@ -1,6 +1,6 @@
 #include "simulator/audio/AudioObject.h"
 
-#include "simulator/services/CoreFoundation.h"
+#include "simulator/foundation/CoreFoundation.h"
 
 namespace simulator {
 

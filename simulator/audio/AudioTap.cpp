@@ -2,9 +2,9 @@
 #include "platform/AudioTap.h"
 
 #include "simulator/audio/Audio.h"
-#include "simulator/machine/Machine.h"
-#include "simulator/services/CoreFoundation.h"
-#include "simulator/services/UUID.h"
+#include "simulator/kernel/Call.h"
+#include "simulator/foundation/CoreFoundation.h"
+#include "simulator/foundation/UUID.h"
 
 namespace CA {
 namespace {
@@ -62,7 +62,7 @@ OSStatus AudioHardwareCreateProcessTap(const TapDescription& description, AudioO
   const auto fault = call.fault();
   OSStatus status = fault.value_or(kAudioHardwareNoError);
   try {
-    if (!fault) *tap = call.machine.audio->createTap(wanted).id;
+    if (!fault) *tap = call.part<simulator::Audio>().createTap(wanted).id;
   } catch (const simulator::AudioError& error) {
     status = error.status;
   }
@@ -71,7 +71,7 @@ OSStatus AudioHardwareCreateProcessTap(const TapDescription& description, AudioO
       .text("uuid", wanted.uuid)
       .text("device", wanted.deviceUID)
       .number("stream", wanted.stream)
-      .json("excluded", call.machine.audio->namesOf(wanted.excluded))
+      .json("excluded", call.part<simulator::Audio>().namesOf(wanted.excluded))
       .flag("private", wanted.isPrivate)
       .number("mute", static_cast<std::int64_t>(wanted.mute));
   if (status == kAudioHardwareNoError) record.number("tap", *tap);
@@ -83,7 +83,7 @@ OSStatus AudioHardwareDestroyProcessTap(AudioObjectID tap) {
   const auto fault = call.fault();
   OSStatus status = fault.value_or(kAudioHardwareNoError);
   try {
-    if (!fault) call.machine.audio->destroyTap(tap);
+    if (!fault) call.part<simulator::Audio>().destroyTap(tap);
   } catch (const simulator::AudioError& error) {
     status = error.status;
   }

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "simulator/audio/Audio.h"
-#include "simulator/machine/Machine.h"
+#include "simulator/kernel/Call.h"
 
 namespace simulator {
 namespace {
@@ -15,7 +15,7 @@ template <typename Body>
 OSStatus answer(const Call& call, Body body) {
   if (const auto fault = call.fault()) return *fault;
   try {
-    body(*call.machine.audio);
+    body(call.part<simulator::Audio>());
   } catch (const AudioError& error) {
     return error.status;
   }

@@ -5,7 +5,7 @@
 #include <functional>
 #include <optional>
 
-#include "simulator/time/Scheduler.h"
+#include "simulator/kernel/Scheduler.h"
 
 namespace simulator {
 

@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "simulator/time/Dispatch.h"
+#include "simulator/foundation/Dispatch.h"
 
 namespace simulator {
 namespace {

@@ -8,7 +8,7 @@
 #include "simulator/audio/AudioObject.h"
 #include "simulator/audio/OutputDevice.h"
 #include "simulator/audio/Player.h"
-#include "simulator/machine/Object.h"
+#include "simulator/kernel/Object.h"
 
 namespace simulator {
 

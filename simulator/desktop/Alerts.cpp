@@ -5,12 +5,12 @@
 #include <utility>
 
 #include "platform/Alert.h"
-#include "simulator/machine/Machine.h"
-#include "simulator/machine/Object.h"
-#include "simulator/scenarios/Commands.h"
-#include "simulator/services/CoreFoundation.h"
-#include "simulator/services/Foundation.h"
-#include "simulator/time/RunLoop.h"
+#include "simulator/foundation/CoreFoundation.h"
+#include "simulator/foundation/Foundation.h"
+#include "simulator/foundation/RunLoop.h"
+#include "simulator/kernel/Call.h"
+#include "simulator/kernel/Commands.h"
+#include "simulator/kernel/Object.h"
 
 namespace simulator {
 namespace {
@@ -63,7 +63,7 @@ std::size_t Alerts::show(std::string message, std::string informative, std::vect
       press(alert, *button);
     }
   }
-  while (!alert.pressed) machine_.runLoop->runOnce(modalPanelMode);
+  while (!alert.pressed) runLoop_.runOnce(modalPanelMode);
   return *alert.pressed;
 }
 
@@ -77,7 +77,7 @@ std::optional<std::size_t> Alerts::buttonNamed(const Open& alert, const Answer& 
 
 // The press comes through the event queue, behind or before whatever else the main thread has to do just now.
 void Alerts::press(Open& alert, std::size_t button) {
-  machine_.runLoop->post(this, modalPanelMode, [this, &alert, button] {
+  runLoop_.post(this, modalPanelMode, [this, &alert, button] {
     const Scheduler::Lock lock(machine_.scheduler);
     if (std::ranges::find(open_, &alert) == open_.end() || alert.pressed) return;  // it has been answered meanwhile
     alert.pressed = button;
@@ -105,13 +105,13 @@ void Alerts::dismiss() {
 }
 
 void Alerts::addCommands(Commands& commands) {
-  commands.add("answer", [](Arguments& line) -> Action {
+  commands.add("answer", [this](Arguments& line) -> Action {
     Answer answer;
     if (line.has("button")) {
       answer.leavesOpen = line.json("button").is_null();
       if (!answer.leavesOpen) answer.button = line.text("button");
     }
-    return [answer](Machine& machine) { machine.alerts->answer(answer); };
+    return [this, answer] { this->answer(answer); };
   });
 }
 
@@ -174,7 +174,7 @@ void Alert::addButtonWithTitle(const std::string& title) const {
 long Alert::runModal() const {
   simulator::Machine& machine = Call("NSAlert.runModal", Call::On::mainThread).machine;
   const auto& alert = simulator::live<AlertObject>(get(), "NSAlert.runModal");
-  const std::size_t button = machine.alerts->show(alert.message, alert.informative, alert.buttons);
+  const std::size_t button = machine.part<simulator::Alerts>().show(alert.message, alert.informative, alert.buttons);
   return AlertFirstButtonReturn + static_cast<long>(button);
 }
 

@@ -5,15 +5,16 @@
 #include <string>
 #include <vector>
 
-#include "simulator/machine/Part.h"
+#include "simulator/kernel/Part.h"
 
 namespace simulator {
 
 class Machine;
+class RunLoop;
 
 class Alerts : public Part {
  public:
-  explicit Alerts(Machine& machine) : machine_(machine) {}
+  Alerts(Machine& machine, RunLoop& runLoop) : machine_(machine), runLoop_(runLoop) {}
 
   // Shows an alert on the main thread until the user has pressed a button; its index.
   std::size_t show(std::string message, std::string informative, std::vector<std::string> buttons);
@@ -44,6 +45,7 @@ class Alerts : public Part {
   void press(Open& alert, std::size_t button);
 
   Machine& machine_;
+  RunLoop& runLoop_;
   Answer answer_;
   std::vector<Open*> open_;  // the last one is in front
 };

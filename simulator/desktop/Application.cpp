@@ -5,9 +5,9 @@
 #include "platform/Application.h"
 #include "simulator/desktop/Alerts.h"
 #include "simulator/desktop/MenuBar.h"
-#include "simulator/machine/Machine.h"
-#include "simulator/machine/Object.h"
-#include "simulator/time/RunLoop.h"
+#include "simulator/foundation/RunLoop.h"
+#include "simulator/kernel/Call.h"
+#include "simulator/kernel/Object.h"
 
 namespace simulator {
 namespace {
@@ -16,24 +16,25 @@ constexpr std::int64_t userCanceledErr = -128;  // MacErrors.h
 
 }  // namespace
 
-Application::Application(Machine& machine) : machine_(machine) {}
+Application::Application(Machine& machine, RunLoop& runLoop, MenuBar& menuBar, Alerts& alerts)
+    : machine_(machine), runLoop_(runLoop), menuBar_(menuBar), alerts_(alerts) {}
 
 void Application::quit() {
   if (!machine_.process.running()) return;
-  machine_.menuBar->close();
-  machine_.runLoop->post(this, defaultMode | modalPanelMode, [this] { terminate(); });
+  menuBar_.close();
+  runLoop_.post(this, defaultMode | modalPanelMode, [this] { terminate(); });
 }
 
 void Application::run() {
-  machine_.runLoop->post(this, defaultMode, [this] {
+  runLoop_.post(this, defaultMode, [this] {
     if (delegate_) delegate_->applicationDidFinishLaunching();
   });
-  for (;;) machine_.runLoop->runOnce(defaultMode);
+  for (;;) runLoop_.runOnce(defaultMode);
 }
 
 // While a modal window is open an application cannot be terminated, and its delegate is not asked either (NSWindow.h).
 void Application::terminate() {
-  if (machine_.alerts->isOpen()) {
+  if (alerts_.isOpen()) {
     machine_.trace.call("NSApplication.terminate", userCanceledErr);
     return;
   }
@@ -67,17 +68,17 @@ Application Application::sharedApplication() {
 
 void Application::setDelegate(ApplicationDelegate* delegate) const {
   const Call call("NSApplication.setDelegate", Call::On::mainThread);
-  call.machine.application->setDelegate(delegate);
+  call.part<simulator::Application>().setDelegate(delegate);
 }
 
 void Application::run() const {
   simulator::Machine& machine = Call("NSApplication.run", Call::On::mainThread).machine;
-  machine.application->run();
+  machine.part<simulator::Application>().run();
 }
 
 void Application::terminate() const {
   simulator::Machine& machine = Call("NSApplication.terminate", Call::On::mainThread).machine;
-  machine.application->terminate();
+  machine.part<simulator::Application>().terminate();
 }
 
 void Application::activate() const {

@@ -1,7 +1,7 @@
 // The application's place on the desktop: its launch, its event loop and its end.
 #pragma once
 
-#include "simulator/machine/Part.h"
+#include "simulator/kernel/Part.h"
 
 namespace NS {
 class ApplicationDelegate;
@@ -9,11 +9,14 @@ class ApplicationDelegate;
 
 namespace simulator {
 
+class Alerts;
 class Machine;
+class MenuBar;
+class RunLoop;
 
 class Application : public Part {
  public:
-  explicit Application(Machine& machine);
+  Application(Machine& machine, RunLoop& runLoop, MenuBar& menuBar, Alerts& alerts);
 
   // The user quits the program; nothing happens when it does not run, and nothing while an alert is open.
   void quit();
@@ -26,6 +29,9 @@ class Application : public Part {
 
  private:
   Machine& machine_;
+  RunLoop& runLoop_;
+  MenuBar& menuBar_;
+  Alerts& alerts_;
   NS::ApplicationDelegate* delegate_ = nullptr;
 };
 

@@ -6,11 +6,11 @@
 #include <map>
 
 #include "platform/Event.h"
-#include "simulator/desktop/Accessibility.h"
 #include "simulator/displays/Displays.h"
-#include "simulator/machine/Machine.h"
-#include "simulator/scenarios/Commands.h"
-#include "simulator/time/RunLoop.h"
+#include "simulator/foundation/RunLoop.h"
+#include "simulator/kernel/Call.h"
+#include "simulator/kernel/Commands.h"
+#include "simulator/privacy/Accessibility.h"
 
 namespace simulator {
 namespace {
@@ -42,12 +42,16 @@ bool isNotice(const InputEvent& event) { return event.type >= kCGEventTapDisable
 
 }  // namespace
 
-EventStream::EventStream(Machine& machine) : machine_(machine) { machine.faults.declare({"CGEventTapCreate"}); }
+EventStream::EventStream(Machine& machine, RunLoop& runLoop, Accessibility& accessibility)
+    : machine_(machine), runLoop_(runLoop), accessibility_(accessibility) {
+  machine.faults.declare({"NSEvent.eventWithCGEvent", "CGEventTapCreate"});
+  accessibility.onLost([this] { permissionLost(); });
+}
 
 CFMachPortRef EventStream::createTap(CGEventMask mask, CGEventTapCallBack callback, void* userInfo) {
   if (tap_) fatal("CGEventTapCreate: a second event tap is not simulated");
   // Bits that the program may not see are cleared, and a tap that would see nothing is refused.
-  if (!machine_.accessibility->granted()) {
+  if (!accessibility_.granted()) {
     mask &= ~(CGEventMaskBit(kCGEventKeyDown) | CGEventMaskBit(kCGEventKeyUp) | CGEventMaskBit(NX_SYSDEFINED));
   }
   if (mask == 0) return nullptr;
@@ -56,7 +60,7 @@ CFMachPortRef EventStream::createTap(CGEventMask mask, CGEventTapCallBack callba
     // What holds the tap together is in use until its callback has returned. A process that ends takes it apart all
     // the same.
     if (inCallback_ && !machine_.scheduler.ending()) fatal("The event tap was removed inside its own callback");
-    machine_.runLoop->remove(port);
+    runLoop_.remove(port);
     tap_.reset();
   };
   tap_ = std::make_unique<Tap>(Tap{port, mask, callback, userInfo});
@@ -85,7 +89,7 @@ void EventStream::send(const InputEvent& event) {
   if (!tap_ || !tap_->enabled || !tap_->port->scheduled) return;
   // Notices to the tap pass its mask by.
   if (!isNotice(event) && (event.type >= 64 || !(tap_->mask & CGEventMaskBit(event.type)))) return;
-  machine_.runLoop->post(tap_->port, tap_->port->modes, [this, event] { offer(event); });
+  runLoop_.post(tap_->port, tap_->port->modes, [this, event] { offer(event); });
 }
 
 void EventStream::disableTaps(std::uint32_t notice) {
@@ -93,7 +97,7 @@ void EventStream::disableTaps(std::uint32_t notice) {
   if (!tap_) return;
   tap_->enabled = false;
   if (!tap_->port->scheduled) return;
-  machine_.runLoop->post(tap_->port, tap_->port->modes, [this, notice] { offer({.type = notice}); });
+  runLoop_.post(tap_->port, tap_->port->modes, [this, notice] { offer({.type = notice}); });
 }
 
 // On the main thread: hands the event to the tap, which returns it or not.
@@ -119,20 +123,20 @@ void EventStream::offer(const InputEvent& input) {
 }
 
 void EventStream::addCommands(Commands& commands) {
-  commands.add("key", [](Arguments& line) -> Action {
+  commands.add("key", [this](Arguments& line) -> Action {
     const std::string key = line.text("key");
     const auto type = keyTypes().find(key);
     if (type == keyTypes().end()) line.fail("unknown key \"" + key + "\"");
     const std::string action = line.text("action", "tap");
     if (action != "tap" && action != "press" && action != "release") line.fail("unknown action \"" + action + "\"");
     const bool repeat = line.flag("repeat", false);
-    return [keyType = type->second, action, repeat](Machine& machine) {
-      if (action != "release") machine.events->send(mediaKeyEvent(keyType, keyDown, repeat));
-      if (action != "press") machine.events->send(mediaKeyEvent(keyType, keyUp, action == "release" && repeat));
+    return [this, keyType = type->second, action, repeat] {
+      if (action != "release") send(mediaKeyEvent(keyType, keyDown, repeat));
+      if (action != "press") send(mediaKeyEvent(keyType, keyUp, action == "release" && repeat));
     };
   });
 
-  commands.add("event", [](Arguments& line) -> Action {
+  commands.add("event", [this](Arguments& line) -> Action {
     InputEvent event{.type = line.unsigned32("type"), .subtype = {}, .data1 = {}, .keycode = {}};
     if (event.type == NX_SYSDEFINED) {
       event.subtype = line.integer<std::int16_t>("subtype");
@@ -144,14 +148,14 @@ void EventStream::addCommands(Commands& commands) {
       // Whatever else such an event carries is of no interest to a tap for keys.
       for (const char* const member : {"subtype", "data1", "keycode", "autorepeat"}) line.ignore(member);
     }
-    return [event](Machine& machine) { machine.events->send(event); };
+    return [this, event] { send(event); };
   });
 
-  commands.add("disable-tap", [](Arguments& line) -> Action {
+  commands.add("disable-tap", [this](Arguments& line) -> Action {
     const std::string by = line.text("by");
     if (by != "timeout" && by != "user-input") line.fail("unknown reason \"" + by + "\"");
     const std::uint32_t notice = by == "timeout" ? kCGEventTapDisabledByTimeout : kCGEventTapDisabledByUserInput;
-    return [notice](Machine& machine) { machine.events->disableTaps(notice); };
+    return [this, notice] { disableTaps(notice); };
   });
 }
 
@@ -179,7 +183,8 @@ CFMachPortRef CGEventTapCreate(CGEventTapLocation tap, CGEventTapPlacement place
     simulator::fatal("CGEventTapCreate: only active taps of the session are simulated");
   }
   const auto status = call.fault();
-  CFMachPortRef const port = status ? nullptr : call.machine.events->createTap(eventsOfInterest, callback, userInfo);
+  CFMachPortRef const port =
+      status ? nullptr : call.part<simulator::EventStream>().createTap(eventsOfInterest, callback, userInfo);
   call.machine.trace.call("CGEventTapCreate", status ? *status
                                               : port ? 0
                                                      : kCGErrorFailure)
@@ -192,12 +197,12 @@ CFMachPortRef CGEventTapCreate(CGEventTapLocation tap, CGEventTapPlacement place
 
 void CGEventTapEnable(CFMachPortRef tap, bool enable) {
   const Call call("CGEventTapEnable");
-  call.machine.events->enableTap(tap, enable);
+  call.part<simulator::EventStream>().enableTap(tap, enable);
 }
 
 bool CGEventTapIsEnabled(CFMachPortRef tap) {
   const Call call("CGEventTapIsEnabled");
-  return call.machine.events->isTapEnabled(tap);
+  return call.part<simulator::EventStream>().isTapEnabled(tap);
 }
 
 int64_t CGEventGetIntegerValueField(CGEventRef event, CGEventField field) {
@@ -232,7 +237,7 @@ Event Event::eventWithCGEvent(CGEventRef event) {
 
 CGPoint Event::mouseLocation() {
   const Call call("NSEvent.mouseLocation");
-  return call.machine.displays->pointer();
+  return call.part<simulator::Displays>().pointer();
 }
 
 short Event::subtype() const {

@@ -7,8 +7,8 @@
 #include <memory>
 #include <optional>
 
-#include "simulator/machine/Object.h"
-#include "simulator/machine/Part.h"
+#include "simulator/kernel/Object.h"
+#include "simulator/kernel/Part.h"
 
 namespace simulator {
 
@@ -33,10 +33,12 @@ struct __CGEvent : simulator::Object {
 namespace simulator {
 
 class Machine;
+class Accessibility;
+class RunLoop;
 
 class EventStream : public Part {
  public:
-  explicit EventStream(Machine& machine);
+  EventStream(Machine& machine, RunLoop& runLoop, Accessibility& accessibility);
 
   void send(const InputEvent& event);
   // The system switches the taps off and tells them.
@@ -67,6 +69,8 @@ class EventStream : public Part {
   void offer(const InputEvent& event);
 
   Machine& machine_;
+  RunLoop& runLoop_;
+  Accessibility& accessibility_;
   std::unique_ptr<Tap> tap_;  // the program installs one
   bool inCallback_ = false;   // of that tap
 };

@@ -4,10 +4,10 @@
 #include <utility>
 
 #include "platform/Application.h"
-#include "simulator/machine/Machine.h"
-#include "simulator/scenarios/Commands.h"
-#include "simulator/services/CoreFoundation.h"
-#include "simulator/time/RunLoop.h"
+#include "simulator/kernel/Call.h"
+#include "simulator/kernel/Commands.h"
+#include "simulator/foundation/CoreFoundation.h"
+#include "simulator/foundation/RunLoop.h"
 
 namespace simulator {
 namespace {
@@ -25,12 +25,12 @@ MenuObject::~MenuObject() {
 }
 
 StatusItemObject::~StatusItemObject() {
-  if (Machine* const machine = Machine::currentOrNull()) machine->menuBar->remove(this);
+  if (bar) bar->remove(this);
   if (image) release(image, "NSStatusItem");
   if (menu) release(menu, "NSStatusItem");
 }
 
-MenuBar::MenuBar(Machine& machine) : machine_(machine) {}
+MenuBar::MenuBar(Machine& machine, RunLoop& runLoop) : machine_(machine), runLoop_(runLoop) {}
 
 MenuObject* MenuBar::menu() const { return items_.empty() ? nullptr : items_.front()->menu; }
 
@@ -45,12 +45,12 @@ MenuObject* MenuBar::update() {
 void MenuBar::open() {
   if (!machine_.process.running()) return;
   // Also done, as nothing, while the menu is open: it must not open again when it has been closed.
-  machine_.runLoop->post(this, commonModes, [this] {
+  runLoop_.post(this, commonModes, [this] {
     if (isOpen_) return;
     const auto opened = CF::retain(static_cast<CFTypeRef>(update()));
     if (!opened) return;
     isOpen_ = true;
-    while (isOpen_) machine_.runLoop->runOnce(eventTrackingMode);
+    while (isOpen_) runLoop_.runOnce(eventTrackingMode);
     // The action is sent when the menu is gone.
     const auto item = std::exchange(chosen_, {});
     if (item) perform(live<MenuItemObject>(item.get(), "NSMenu"));
@@ -59,12 +59,12 @@ void MenuBar::open() {
 
 void MenuBar::close() {
   if (!machine_.process.running()) return;
-  machine_.runLoop->post(this, commonModes, [this] { isOpen_ = false; });
+  runLoop_.post(this, commonModes, [this] { isOpen_ = false; });
 }
 
 void MenuBar::click(const std::string& title) {
   if (!machine_.process.running()) return;
-  machine_.runLoop->post(this, commonModes, [this, title] {
+  runLoop_.post(this, commonModes, [this, title] {
     if (isOpen_) {
       MenuItemObject* const item = chosen(*menu(), title);
       if (!item) return;  // the user finds nothing to click; the menu stays
@@ -95,13 +95,12 @@ void MenuBar::perform(MenuItemObject& item) {
 }
 
 void MenuBar::addCommands(Commands& commands) {
-  commands.add("menu", [](Arguments& line) -> Action {
-    if (line.flag("open")) return [](Machine& machine) { machine.menuBar->open(); };
-    return [](Machine& machine) { machine.menuBar->close(); };
+  commands.add("menu", [this](Arguments& line) -> Action {
+    if (line.flag("open")) return [this] { open(); };
+    return [this] { close(); };
   });
-  commands.add("click", [](Arguments& line) -> Action {
-    return [item = line.text("item")](Machine& machine) { machine.menuBar->click(item); };
-  });
+  commands.add("click",
+               [this](Arguments& line) -> Action { return [this, item = line.text("item")] { click(item); }; });
 }
 
 void MenuBar::snapshot(nlohmann::ordered_json& state) {
@@ -127,7 +126,11 @@ void MenuBar::snapshot(nlohmann::ordered_json& state) {
 void MenuBar::processEnded(Leaks&) {
   isOpen_ = false;
   chosen_ = {};
-  items_.clear();
+  leaveItems();
+}
+
+void MenuBar::leaveItems() {
+  for (StatusItemObject* const item : std::exchange(items_, {})) item->bar = nullptr;
 }
 
 }  // namespace simulator
@@ -239,7 +242,7 @@ StatusItem StatusBar::statusItemWithLength(double length) const {
   const Call call("NSStatusBar.statusItemWithLength", Call::On::mainThread);
   auto* const item = new StatusItemObject;
   item->length = length;
-  call.machine.menuBar->add(item);
+  call.part<simulator::MenuBar>().add(item);
   return StatusItem(CF::adopt(static_cast<CFTypeRef>(item)));
 }
 

@@ -8,12 +8,13 @@
 #include <vector>
 
 #include "platform/Menu.h"
-#include "simulator/machine/Object.h"
-#include "simulator/machine/Part.h"
+#include "simulator/kernel/Object.h"
+#include "simulator/kernel/Part.h"
 
 namespace simulator {
 
 class Machine;
+class RunLoop;
 
 struct MenuItemObject : Object {
   std::string_view kind() const override { return "NSMenuItem"; }
@@ -42,15 +43,21 @@ struct StatusItemObject : Object {
   std::string_view kind() const override { return "NSStatusItem"; }
 
   double length = 0;
-  CFTypeRef image = nullptr;   // of its button; retained
-  MenuObject* menu = nullptr;  // retained
+  class MenuBar* bar = nullptr;  // in which it is; null when that is gone
+  CFTypeRef image = nullptr;     // of its button; retained
+  MenuObject* menu = nullptr;    // retained
 };
 
 class MenuBar : public Part {
  public:
-  explicit MenuBar(Machine& machine);
+  MenuBar(Machine& machine, RunLoop& runLoop);
 
-  void add(StatusItemObject* item) { items_.push_back(item); }
+  ~MenuBar() override { leaveItems(); }
+
+  void add(StatusItemObject* item) {
+    item->bar = this;
+    items_.push_back(item);
+  }
   void remove(StatusItemObject* item) { std::erase(items_, item); }
 
   // The user opens the program's menu, closes it, or chooses an item by its title.
@@ -63,6 +70,7 @@ class MenuBar : public Part {
   void processEnded(Leaks& leaks) override;
 
  private:
+  void leaveItems();
   // The program's menu, brought up to date; null when it has none.
   MenuObject* update();
   [[nodiscard]] MenuObject* menu() const;
@@ -70,6 +78,7 @@ class MenuBar : public Part {
   static void perform(MenuItemObject& item);
 
   Machine& machine_;
+  RunLoop& runLoop_;
   std::vector<StatusItemObject*> items_;  // not retained: the bar's items live as long as the program holds them
   bool isOpen_ = false;
   CF::Ref<CFTypeRef> chosen_;  // in the open menu, which is about to close

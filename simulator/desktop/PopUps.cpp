@@ -1,7 +1,7 @@
 #include "simulator/desktop/PopUps.h"
 
-#include "simulator/machine/Machine.h"
-#include "simulator/services/ObjCRuntime.h"
+#include "simulator/kernel/Call.h"
+#include "simulator/system/ObjCRuntime.h"
 
 namespace simulator {
 

@@ -7,8 +7,8 @@
 
 #include "simulator/displays/Displays.h"
 #include "simulator/displays/Registry.h"
-#include "simulator/machine/Machine.h"
-#include "simulator/machine/Object.h"
+#include "simulator/kernel/Call.h"
+#include "simulator/kernel/Object.h"
 
 namespace simulator {
 namespace {
@@ -26,13 +26,13 @@ std::string displayOf(const AVService& service) { return service.display ? std::
 
 CFTypeRef createAVService(io_service_t entry) {
   const Call call("IOAVServiceCreateWithService");
-  const auto from = call.machine.registry->entry(entry, "IOAVServiceCreateWithService");
+  const auto from = call.part<simulator::Registry>().entry(entry, "IOAVServiceCreateWithService");
   const auto status = call.fault();
   AVService* service = nullptr;
   if (!status && from->name == "DCPAVServiceProxy") {
     service = new AVService;
     service->display = from->display;
-    const Display* const display = from->display ? call.machine.displays->find(*from->display) : nullptr;
+    const Display* const display = from->display ? call.part<simulator::Displays>().find(*from->display) : nullptr;
     if (display) service->monitor = display->monitor;
   }
   call.machine.trace.call("IOAVServiceCreateWithService", status    ? *status

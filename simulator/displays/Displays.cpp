@@ -5,11 +5,11 @@
 
 #include "platform/NotificationCenter.h"
 #include "platform/Screen.h"
-#include "simulator/desktop/NotificationCenters.h"
 #include "simulator/displays/Registry.h"
-#include "simulator/machine/Machine.h"
-#include "simulator/scenarios/Commands.h"
-#include "simulator/services/CoreFoundation.h"
+#include "simulator/foundation/CoreFoundation.h"
+#include "simulator/foundation/NotificationCenters.h"
+#include "simulator/kernel/Call.h"
+#include "simulator/kernel/Commands.h"
 
 namespace simulator {
 namespace {
@@ -54,7 +54,10 @@ Monitor::Fault faultNamed(const std::string& name, Arguments& line) {
 
 }  // namespace
 
-Displays::Displays(Machine& machine) : machine_(machine) { machine.faults.declare({"CGGetOnlineDisplayList"}); }
+Displays::Displays(Machine& machine, Registry& registry, NotificationCenters& notifications)
+    : machine_(machine), registry_(registry), notifications_(notifications) {
+  machine.faults.declare({"CGGetOnlineDisplayList"});
+}
 
 const Display* Displays::find(std::uint32_t id) const {
   const auto found = std::ranges::find(displays_, id, &Display::id);
@@ -69,13 +72,13 @@ const Display* Displays::main() const {
 }
 
 void Displays::connect(Display display) {
-  machine_.registry->setDisplay(display.id, registryEntries(display));
+  registry_.setDisplay(display.id, registryEntries(display));
   displays_.push_back(std::move(display));
   screensChanged();
 }
 
 void Displays::disconnect(std::uint32_t id) {
-  machine_.registry->removeDisplay(id);
+  registry_.removeDisplay(id);
   const auto gone = std::ranges::find(displays_, id, &Display::id);
   if (gone->monitor) gone->monitor->unplug();
   displays_.erase(gone);
@@ -83,17 +86,16 @@ void Displays::disconnect(std::uint32_t id) {
 }
 
 void Displays::screensChanged() {
-  machine_.notifications->post(NotificationCenters::defaultCenter,
-                               NS::ApplicationDidChangeScreenParametersNotification());
+  notifications_.post(NotificationCenters::defaultCenter, NS::ApplicationDidChangeScreenParametersNotification());
 }
 
 void Displays::addCommands(Commands& commands) {
-  commands.add("display", [](Arguments& line) -> Action {
+  commands.add("display", [this](Arguments& line) -> Action {
     const auto id = line.unsigned32("id");
     if (line.flag("gone", false)) {
-      return [id](Machine& machine) {
-        if (!machine.displays->find(id)) throw ScenarioError("there is no display " + std::to_string(id));
-        machine.displays->disconnect(id);
+      return [this, id] {
+        if (!find(id)) throw ScenarioError("there is no display " + std::to_string(id));
+        disconnect(id);
       };
     }
     const Display display{.id = id,
@@ -114,25 +116,25 @@ void Displays::addCommands(Commands& commands) {
       light = Light{monitor->unsigned16("current"), monitor->unsigned16("maximum")};
       monitor->finish();
     }
-    return [display, light](Machine& machine) {
-      if (machine.displays->find(display.id)) {
+    return [this, display, light] {
+      if (find(display.id)) {
         throw ScenarioError("display " + std::to_string(display.id) + " is connected already");
       }
       Display connected = display;
-      if (light) connected.monitor = std::make_shared<Monitor>(machine.scheduler, light->current, light->maximum);
-      machine.displays->connect(std::move(connected));
+      if (light) connected.monitor = std::make_shared<Monitor>(machine_.scheduler, light->current, light->maximum);
+      connect(std::move(connected));
     };
   });
 
-  commands.add("monitor", [](Arguments& line) -> Action {
+  commands.add("monitor", [this](Arguments& line) -> Action {
     const auto id = line.unsigned32("display");
     const auto current = line.optionalUnsigned16("current");
     const auto maximum = line.optionalUnsigned16("maximum");
     std::optional<Monitor::Fault> fault;
     if (line.has("fault")) fault = faultNamed(line.text("fault"), line);
     const std::uint64_t attempts = line.has("attempts") ? line.count("attempts", 0) : Monitor::forever;
-    return [=](Machine& machine) {
-      const Display* const display = machine.displays->find(id);
+    return [=, this] {
+      const Display* const display = find(id);
       if (!display || !display->monitor) {
         throw ScenarioError("display " + std::to_string(id) + " has no monitor that can be reached");
       }
@@ -142,12 +144,12 @@ void Displays::addCommands(Commands& commands) {
     };
   });
 
-  commands.add("pointer", [](Arguments& line) -> Action {
+  commands.add("pointer", [this](Arguments& line) -> Action {
     const CGPoint at = line.point("at");
-    return [at](Machine& machine) { machine.displays->pointer_ = at; };
+    return [this, at] { pointer_ = at; };
   });
 
-  commands.add("registry", [](Arguments& line) -> Action {
+  commands.add("registry", [this](Arguments& line) -> Action {
     std::vector<std::shared_ptr<const RegistryEntry>> entries;
     for (Arguments& each : line.objects("entries")) {
       auto entry = std::make_shared<RegistryEntry>();
@@ -157,7 +159,7 @@ void Displays::addCommands(Commands& commands) {
       each.finish();
       entries.push_back(std::move(entry));
     }
-    return [entries](Machine& machine) { machine.registry->replaceAll(entries); };
+    return [this, entries] { registry_.replaceAll(entries); };
   });
 }
 
@@ -181,7 +183,7 @@ extern "C" {
 
 CGDirectDisplayID CGMainDisplayID(void) {
   const Call call("CGMainDisplayID");
-  const Display* const main = call.machine.displays->main();
+  const Display* const main = call.part<simulator::Displays>().main();
   return main ? main->id : kCGNullDirectDisplay;
 }
 
@@ -189,7 +191,7 @@ CGError CGGetOnlineDisplayList(uint32_t maxDisplays, CGDirectDisplayID* onlineDi
   const Call call("CGGetOnlineDisplayList");
   // A call that fails may have done its work: nothing says that it leaves its results alone.
   const CGError status = call.fault().value_or(kCGErrorSuccess);
-  const auto& displays = call.machine.displays->all();
+  const auto& displays = call.part<simulator::Displays>().all();
   const auto online = static_cast<std::uint32_t>(displays.size());
   // Without a buffer the count is that of the displays; with one, of those that were stored.
   if (!onlineDisplays) {
@@ -203,26 +205,26 @@ CGError CGGetOnlineDisplayList(uint32_t maxDisplays, CGDirectDisplayID* onlineDi
 
 boolean_t CGDisplayIsBuiltin(CGDirectDisplayID id) {
   const Call call("CGDisplayIsBuiltin");
-  const Display* const display = call.machine.displays->find(id);
+  const Display* const display = call.part<simulator::Displays>().find(id);
   return display && display->builtin;
 }
 
 // The unknown display's numbers are all ones.
 uint32_t CGDisplayVendorNumber(CGDirectDisplayID id) {
   const Call call("CGDisplayVendorNumber");
-  const Display* const display = call.machine.displays->find(id);
+  const Display* const display = call.part<simulator::Displays>().find(id);
   return display ? display->vendor : 0xFFFFFFFF;
 }
 
 uint32_t CGDisplayModelNumber(CGDirectDisplayID id) {
   const Call call("CGDisplayModelNumber");
-  const Display* const display = call.machine.displays->find(id);
+  const Display* const display = call.part<simulator::Displays>().find(id);
   return display ? display->product : 0xFFFFFFFF;
 }
 
 uint32_t CGDisplaySerialNumber(CGDirectDisplayID id) {
   const Call call("CGDisplaySerialNumber");
-  const Display* const display = call.machine.displays->find(id);
+  const Display* const display = call.part<simulator::Displays>().find(id);
   return display ? display->serial : 0xFFFFFFFF;
 }
 
@@ -242,13 +244,13 @@ const Display& displayOf(const Screen& screen, const char* call) {
 std::vector<Screen> Screen::screens() {
   const Call call("NSScreen.screens", Call::On::mainThread);
   std::vector<Screen> screens;
-  const Display* const main = call.machine.displays->main();
+  const Display* const main = call.part<simulator::Displays>().main();
   const auto add = [&screens](const Display& display) {
     screens.emplace_back(CF::adopt(static_cast<CFTypeRef>(new simulator::ScreenObject(display))));
   };
   // The screen with the menu bar comes first.
   if (main) add(*main);
-  for (const Display& display : call.machine.displays->all()) {
+  for (const Display& display : call.part<simulator::Displays>().all()) {
     if (&display != main) add(display);
   }
   return screens;

@@ -9,12 +9,14 @@
 #include <vector>
 
 #include "simulator/displays/Monitor.h"
-#include "simulator/machine/Object.h"
-#include "simulator/machine/Part.h"
+#include "simulator/kernel/Object.h"
+#include "simulator/kernel/Part.h"
 
 namespace simulator {
 
 class Machine;
+class NotificationCenters;
+class Registry;
 
 struct Display {
   std::uint32_t id;
@@ -30,7 +32,7 @@ struct Display {
 
 class Displays : public Part {
  public:
-  explicit Displays(Machine& machine);
+  Displays(Machine& machine, Registry& registry, NotificationCenters& notifications);
 
   // In the order in which they were connected.
   [[nodiscard]] const std::vector<Display>& all() const { return displays_; }
@@ -51,6 +53,8 @@ class Displays : public Part {
   void screensChanged();
 
   Machine& machine_;
+  Registry& registry_;
+  NotificationCenters& notifications_;
   std::vector<Display> displays_;
   CGPoint pointer_{0, 0};
 };

@@ -10,7 +10,7 @@
 #include <span>
 #include <vector>
 
-#include "simulator/time/Scheduler.h"
+#include "simulator/kernel/Scheduler.h"
 
 namespace simulator {
 

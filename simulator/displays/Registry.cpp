@@ -4,8 +4,8 @@
 #include <string_view>
 #include <utility>
 
-#include "simulator/machine/Machine.h"
-#include "simulator/services/CoreFoundation.h"
+#include "simulator/foundation/CoreFoundation.h"
+#include "simulator/kernel/Call.h"
 
 namespace simulator {
 namespace {
@@ -140,7 +140,7 @@ extern const mach_port_t kIOMainPortDefault = 0;
 
 io_registry_entry_t IORegistryGetRootEntry(mach_port_t) {
   const Call call("IORegistryGetRootEntry");
-  return call.fault() ? IO_OBJECT_NULL : call.machine.registry->root();
+  return call.fault() ? IO_OBJECT_NULL : call.part<simulator::Registry>().root();
 }
 
 kern_return_t IORegistryEntryCreateIterator(io_registry_entry_t entry, const io_name_t plane, IOOptionBits options,
@@ -152,29 +152,29 @@ kern_return_t IORegistryEntryCreateIterator(io_registry_entry_t entry, const io_
   if (std::string_view(plane) != kIOServicePlane || options != kIORegistryIterateRecursively) {
     simulator::fatal("IORegistryEntryCreateIterator: only recursive walks of the service plane are simulated");
   }
-  *iterator = call.machine.registry->iterator(entry);
+  *iterator = call.part<simulator::Registry>().iterator(entry);
   return KERN_SUCCESS;
 }
 
 io_object_t IOIteratorNext(io_iterator_t iterator) {
   const Call call("IOIteratorNext");
-  return call.fault() ? IO_OBJECT_NULL : call.machine.registry->next(iterator);
+  return call.fault() ? IO_OBJECT_NULL : call.part<simulator::Registry>().next(iterator);
 }
 
 void IOIteratorReset(io_iterator_t iterator) {
   const Call call("IOIteratorReset");
-  call.machine.registry->reset(iterator);
+  call.part<simulator::Registry>().reset(iterator);
 }
 
 boolean_t IOIteratorIsValid(io_iterator_t iterator) {
   const Call call("IOIteratorIsValid");
-  const bool isValid = call.machine.registry->isValid(iterator);
+  const bool isValid = call.part<simulator::Registry>().isValid(iterator);
   return isValid && !call.fault();
 }
 
 kern_return_t IORegistryEntryGetName(io_registry_entry_t entry, io_name_t name) {
   const Call call("IORegistryEntryGetName");
-  const auto named = call.machine.registry->entry(entry, "IORegistryEntryGetName");
+  const auto named = call.part<simulator::Registry>().entry(entry, "IORegistryEntryGetName");
   // What is in the buffer after a failure is anyone's guess: it may be the name.
   std::strncpy(name, named->name.c_str(), sizeof(io_name_t) - 1);
   name[sizeof(io_name_t) - 1] = '\0';
@@ -183,7 +183,7 @@ kern_return_t IORegistryEntryGetName(io_registry_entry_t entry, io_name_t name) 
 
 CFTypeRef IORegistryEntryCreateCFProperty(io_registry_entry_t entry, CFStringRef key, CFAllocatorRef, IOOptionBits) {
   const Call call("IORegistryEntryCreateCFProperty");
-  const auto owner = call.machine.registry->entry(entry, "IORegistryEntryCreateCFProperty");
+  const auto owner = call.part<simulator::Registry>().entry(entry, "IORegistryEntryCreateCFProperty");
   if (call.fault()) return nullptr;
   const auto property = owner->properties.find(simulator::textOf(key, "IORegistryEntryCreateCFProperty"));
   return property == owner->properties.end() ? nullptr : simulator::createPropertyList(*property);
@@ -192,7 +192,7 @@ CFTypeRef IORegistryEntryCreateCFProperty(io_registry_entry_t entry, CFStringRef
 kern_return_t IOObjectRelease(io_object_t object) {
   const Call call("IOObjectRelease");
   // Also a release that is told to fail gives the reference up: the program could not try again.
-  call.machine.registry->release(object);
+  call.part<simulator::Registry>().release(object);
   return call.fault().value_or(KERN_SUCCESS);
 }
 

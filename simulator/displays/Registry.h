@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "simulator/machine/Part.h"
+#include "simulator/kernel/Part.h"
 
 namespace simulator {
 

@@ -2,7 +2,7 @@
 #include <cstdint>
 
 #include "simulator/desktop/PopUps.h"
-#include "simulator/services/ObjCRuntime.h"
+#include "simulator/system/ObjCRuntime.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
 // The private consent library.
-#include "simulator/desktop/AudioCapture.h"
+#include "simulator/privacy/AudioCapture.h"
 
 extern "C" {
 

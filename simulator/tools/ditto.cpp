@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "simulator/services/Volumes.h"
+#include "simulator/system/Volumes.h"
 #include "simulator/tools/Tool.h"
 
 namespace {

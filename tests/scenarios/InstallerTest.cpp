@@ -11,8 +11,9 @@
 #include <vector>
 
 #include "desk/Desk.h"
-#include "simulator/services/Applications.h"
-#include "simulator/services/FileContent.h"
+#include "simulator/software/Applications.h"
+#include "simulator/system/FileContent.h"
+#include "simulator/system/SystemRoot.h"
 #include "tests/support/Lines.h"
 #include "tests/support/Seat.h"
 
@@ -212,7 +213,7 @@ TEST(Installer, AWaitThatASignalInterruptsGoesOn) {
 TEST(Installer, TheTemporaryDirectoryIsTheUsersOwnWhateverTheEnvironmentSays) {
   for (const char* const named : {"", "/tmp"}) {
     Seat seat;
-    const fs::path own = seat.machine().applications->temporaryDirectory();
+    const fs::path own = seat.machine().part<simulator::SystemRoot>().temporaryDirectory();
     const std::string before = std::getenv("TMPDIR");
     if (*named) {
       setenv("TMPDIR", named, 1);
@@ -226,7 +227,7 @@ TEST(Installer, TheTemporaryDirectoryIsTheUsersOwnWhateverTheEnvironmentSays) {
     ASSERT_FALSE(spawns.empty());
     const std::string image = spawns[0]["args"]["arguments"][1];
     EXPECT_TRUE(image.starts_with("/var/folders/")) << image;
-    EXPECT_EQ(seat.machine().root.below(image).parent_path().parent_path(), own);
+    EXPECT_EQ(seat.machine().part<simulator::SystemRoot>().below(image).parent_path().parent_path(), own);
     EXPECT_EQ(seat.snapshot()["bundle"], newVersion);
     EXPECT_TRUE(seat.shutDown());
     setenv("TMPDIR", before.c_str(), 1);
@@ -263,9 +264,9 @@ TEST(Installer, OnlyAnHTTPSAddressIsDownloadedFrom) {
         "//downloads.dalvane.example/x.dmg", "data:,x"}) {
     Seat seat;
     seat.publishUpdate(json::object(), address);
-    const fs::path local = seat.machine().root.below("/Users/Shared/Dalvane.dmg");
+    const fs::path local = seat.machine().part<simulator::SystemRoot>().below("/Users/Shared/Dalvane.dmg");
     fs::create_directories(local.parent_path());
-    simulator::writeFile(local, seat.machine().applications->makeImage({}));
+    simulator::writeFile(local, seat.machine().part<simulator::Applications>().makeImage({}));
     seat.launchAndCheck();
     const std::string old = seat.installedBundle();
     seat.takeRecords();
@@ -286,9 +287,9 @@ TEST(Installer, OnlyAnHTTPSAddressIsDownloadedFrom) {
 TEST(Installer, AnApplicationThatLiesElsewhereIsNotInstalled) {
   Seat seat;
   seat.publishUpdate({{"apps", json::array()}, {"links", {{"Dalvane.app", "/Users/Shared/Dalvane.app"}}}});
-  const fs::path genuine = seat.machine().root.below("/Users/Shared/Dalvane.app");
+  const fs::path genuine = seat.machine().part<simulator::SystemRoot>().below("/Users/Shared/Dalvane.app");
   fs::create_directories(genuine.parent_path());
-  fs::copy(seat.machine().applications->bundle(), genuine,
+  fs::copy(seat.machine().part<simulator::Applications>().bundle(), genuine,
            fs::copy_options::recursive | fs::copy_options::copy_symlinks);
   seat.launchAndCheck();
   seat.takeRecords();
@@ -417,7 +418,7 @@ TEST(Installer, ABackupMayBeALinkToNothing) {
   Seat seat;
   seat.publishUpdate();
   seat.play(launch + settle);
-  fs::create_symlink("/nowhere", seat.machine().root.below(bak));
+  fs::create_symlink("/nowhere", seat.machine().part<simulator::SystemRoot>().below(bak));
   seat.play(checkAndInstall);
   EXPECT_EQ(seat.snapshot()["bundle"], newVersion);
   EXPECT_TRUE(seat.shutDown());
@@ -428,8 +429,9 @@ TEST(Installer, ABackupIsPutBackWhereNothingIsInstalledWhateverItIs) {
   Seat seat;
   seat.publishUpdate();
   seat.play(launch + settle);
-  fs::rename(seat.machine().root.below(place), seat.machine().root.below(bak));
-  fs::remove(seat.machine().root.below(bak) / "Contents/Resources/AppIcon.icns");
+  fs::rename(seat.machine().part<simulator::SystemRoot>().below(place),
+             seat.machine().part<simulator::SystemRoot>().below(bak));
+  fs::remove(seat.machine().part<simulator::SystemRoot>().below(bak) / "Contents/Resources/AppIcon.icns");
   const std::string kept = seat.digestOf(bak);
   seat.play(fail("ditto", 1) + checkAndInstall);
   EXPECT_EQ(seat.installedBundle(), kept);

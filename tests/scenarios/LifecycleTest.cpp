@@ -4,9 +4,9 @@
 #include <sstream>
 
 #include "desk/Desk.h"
-#include "simulator/machine/Machine.h"
-#include "simulator/machine/Object.h"
-#include "simulator/scenarios/Scenario.h"
+#include "simulator/kernel/Object.h"
+#include "simulator/mac/Mac.h"
+#include "simulator/mac/Scenario.h"
 #include "tests/support/Lines.h"
 #include "tests/support/Play.h"
 
@@ -109,7 +109,7 @@ std::size_t aliveAt(const std::string& call, const std::string& kind) {
   const auto look = [&](std::string_view record) {
     if (json::parse(record).value("api", "") == call) alive.push_back(simulator::liveObjects()[kind]);
   };
-  simulator::Machine machine(dalvaneProgram(), {.trace = look, .fatal = {}});
+  simulator::Mac machine(dalvaneProgram(), {.trace = look, .fatal = {}});
   simulator::Scenario scenario(machine);
   std::istringstream steps(launched + quit);
   scenario.add(steps, "test");

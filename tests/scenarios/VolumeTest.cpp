@@ -8,8 +8,9 @@
 #include <sstream>
 
 #include "desk/Desk.h"
-#include "simulator/machine/Machine.h"
-#include "simulator/scenarios/Scenario.h"
+#include "simulator/mac/Mac.h"
+#include "simulator/mac/Scenario.h"
+#include "simulator/system/SystemRoot.h"
 #include "tests/support/Lines.h"
 #include "tests/support/RealTimeGuard.h"
 #include "tests/support/Sound.h"
@@ -954,12 +955,13 @@ TEST(Volume, TheCallbackAllocatesAndLocksNothing) {
 }
 
 TEST(Volume, PreferencesLieInAFile) {
-  simulator::Machine machine(dalvaneProgram(), {});
+  simulator::Mac machine(dalvaneProgram(), {});
   simulator::Scenario scenario(machine);
   std::istringstream steps(playing + down + mute + quit + settle);
   scenario.add(steps, "test");
   scenario.play();
-  std::ifstream file(machine.root.below("/Users/user/Library/Preferences/example.dalvane.Dalvane.plist"));
+  std::ifstream file(
+      machine.part<simulator::SystemRoot>().below("/Users/user/Library/Preferences/example.dalvane.Dalvane.plist"));
   std::ostringstream text;
   text << file.rdbuf();
   EXPECT_NE(text.str().find("<key>steps.HDMI-1</key>\n\t<integer>15</integer>"), std::string::npos) << text.str();

@@ -3,8 +3,8 @@
 #include <sstream>
 
 #include "desk/Desk.h"
-#include "simulator/machine/Machine.h"
-#include "simulator/scenarios/Scenario.h"
+#include "simulator/mac/Mac.h"
+#include "simulator/mac/Scenario.h"
 
 using nlohmann::json;
 
@@ -64,14 +64,14 @@ Played playScenario(const std::string& scenario, std::uint64_t seed, simulator::
   simulator::Program program = dalvaneProgram();
   if (preparation.program) program.main = preparation.program;
   {
-    simulator::Machine machine(program, {.clock = clock,
-                                         .seed = seed,
-                                         .trace =
-                                             [&played](std::string_view line) {
-                                               played.bytes += line;
-                                               played.bytes += '\n';
-                                             },
-                                         .fatal = {}});
+    simulator::Mac machine(program, {.clock = clock,
+                                     .seed = seed,
+                                     .trace =
+                                         [&played](std::string_view line) {
+                                           played.bytes += line;
+                                           played.bytes += '\n';
+                                         },
+                                     .fatal = {}});
     if (preparation.setUp) preparation.setUp(machine);
     try {
       simulator::Scenario steps(machine);

@@ -8,10 +8,10 @@
 #include <string_view>
 #include <vector>
 
-#include "simulator/time/Scheduler.h"
+#include "simulator/kernel/Scheduler.h"
 
 namespace simulator {
-class Machine;
+class Mac;
 }
 
 struct Played {
@@ -36,7 +36,7 @@ struct Played {
 
 // What a test adds to the machine before the scenario begins.
 struct Preparation {
-  std::function<void(simulator::Machine&)> setUp = {};
+  std::function<void(simulator::Mac&)> setUp = {};
   std::function<int()> program = {};  // instead of Dalvane's main
 };
 

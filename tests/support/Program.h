@@ -4,7 +4,7 @@
 #include <functional>
 #include <string>
 
-#include "simulator/machine/Process.h"
+#include "simulator/kernel/Process.h"
 #include "tests/support/Play.h"
 
 // Sets the machine up by the lines of `scenario`, runs `body` on the program's main thread, and ends the program.

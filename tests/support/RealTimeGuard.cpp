@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <new>
 
-#include "simulator/machine/RealTime.h"
+#include "simulator/kernel/RealTime.h"
 
 namespace {
 

@@ -7,9 +7,10 @@
 #include <utility>
 
 #include "desk/Desk.h"
-#include "simulator/services/Applications.h"
-#include "simulator/services/Certificates.h"
-#include "simulator/services/FileContent.h"
+#include "simulator/software/Applications.h"
+#include "simulator/system/Certificates.h"
+#include "simulator/system/FileContent.h"
+#include "simulator/system/SystemRoot.h"
 #include "tests/support/Lines.h"
 
 namespace fs = std::filesystem;
@@ -73,11 +74,14 @@ std::string Seat::updateItem() {
 }
 
 std::string Seat::installedBundle() {
-  return digestOf("/" + machine_.applications->bundle().lexically_relative(machine_.root.path()).string());
+  return digestOf("/" + machine_.part<simulator::Applications>()
+                            .bundle()
+                            .lexically_relative(machine_.part<simulator::SystemRoot>().path())
+                            .string());
 }
 
 std::string Seat::digestOf(const std::string& place) {
-  const fs::path bundle = machine_.root.below(place);
+  const fs::path bundle = machine_.part<simulator::SystemRoot>().below(place);
   if (!fs::exists(bundle)) return "";
   std::map<std::string, std::string> content;
   for (const auto& entry : fs::recursive_directory_iterator(bundle)) {

@@ -9,8 +9,8 @@
 #include <string_view>
 #include <vector>
 
-#include "simulator/machine/Machine.h"
-#include "simulator/scenarios/Scenario.h"
+#include "simulator/mac/Mac.h"
+#include "simulator/mac/Scenario.h"
 
 // Where tests of the updater have their image.
 inline const std::string updateAddress = "https://downloads.dalvane.example/Dalvane-1.4.0.dmg";
@@ -42,11 +42,11 @@ class Seat {
   // True when nothing was left alive.
   bool shutDown() { return machine_.shutDown(); }
 
-  simulator::Machine& machine() { return machine_; }
+  simulator::Mac& machine() { return machine_; }
 
  private:
   std::vector<nlohmann::json> records_;
-  simulator::Machine machine_;
+  simulator::Mac machine_;
   simulator::Scenario scenario_;
 };
 

@@ -1,7 +1,7 @@
 #include "tests/support/Sound.h"
 
 #include "simulator/audio/Audio.h"
-#include "simulator/machine/Machine.h"
+#include "simulator/mac/Mac.h"
 
 std::vector<float> Heard::left() const {
   std::vector<float> result;
@@ -11,13 +11,14 @@ std::vector<float> Heard::left() const {
 
 Heard listenTo(std::int64_t output, const std::string& scenario, std::uint64_t seed, simulator::Clock clock) {
   Heard heard;
-  heard.played = playScenario(
-      scenario, seed, clock, {.setUp = [&](simulator::Machine& machine) {
-        machine.audio->listen(output, [&heard](std::span<const float> samples, std::size_t channels, double rate) {
-          heard.samples.insert(heard.samples.end(), samples.begin(), samples.end());
-          heard.channels = channels;
-          heard.rate = rate;
-        });
-      }});
+  heard.played =
+      playScenario(scenario, seed, clock, {.setUp = [&](simulator::Mac& machine) {
+                     machine.part<simulator::Audio>().listen(
+                         output, [&heard](std::span<const float> samples, std::size_t channels, double rate) {
+                           heard.samples.insert(heard.samples.end(), samples.begin(), samples.end());
+                           heard.channels = channels;
+                           heard.rate = rate;
+                         });
+                   }});
   return heard;
 }

@@ -7,8 +7,9 @@
 
 #include "brightness/BrightnessController.h"
 #include "simulator/displays/Displays.h"
-#include "simulator/machine/Machine.h"
-#include "simulator/time/RunLoop.h"
+#include "simulator/foundation/RunLoop.h"
+#include "simulator/kernel/Call.h"
+#include "simulator/mac/Mac.h"
 #include "tests/support/Lines.h"
 #include "tests/support/Program.h"
 
@@ -62,7 +63,7 @@ void run(std::chrono::milliseconds time) {
         isOver = true;
       }));
   CFRunLoopAddTimer(CFRunLoopGetMain(), timer.get(), kCFRunLoopCommonModes);
-  while (!isOver) simulator::Machine::current().runLoop->runOnce(simulator::defaultMode);
+  while (!isOver) simulator::Call::unguarded().part<simulator::RunLoop>().runOnce(simulator::defaultMode);
 }
 
 }  // namespace
@@ -115,7 +116,7 @@ TEST(BrightnessController, ForgetsEverythingWhenItStopsAndFinishesWhatItWasGiven
     controller.readUnreadDisplays();
     controller.stop();
     // A change of the screens is no longer of interest.
-    simulator::Machine::current().displays->disconnect(3);
+    simulator::Call::unguarded().part<simulator::Displays>().disconnect(3);
     run(500ms);
     EXPECT_EQ(sliders(controller), Sliders{});
   });
@@ -164,7 +165,7 @@ TEST(BrightnessController, IsNotKeptByWhatItWatches) {
     const std::weak_ptr<BrightnessController> weak = controller;
     controller.reset();
     EXPECT_TRUE(weak.expired());
-    simulator::Machine::current().displays->disconnect(3);
+    simulator::Call::unguarded().part<simulator::Displays>().disconnect(3);
     run(100ms);
   });
   EXPECT_EQ(played.calls("IOAVServiceCreateWithService").size(), 2U);

@@ -19,6 +19,8 @@
 #include <vector>
 
 #include "desk/Desk.h"
+#include "simulator/kernel/Call.h"
+#include "simulator/system/SystemRoot.h"
 #include "tests/support/Lines.h"
 #include "tests/support/Seat.h"
 #include "updater/ChildProcess.h"
@@ -81,7 +83,7 @@ Child childOf(bool onWorker, const Start& start) {
   fs::create_directories(folder);
   runProgram(onWorker, [&] {
     start("/bin/sh", {"-c", script, folder / "told"});
-    fs::copy_file("/usr/bin/cp", simulator::Machine::current().root.below("/usr/bin/cp"));
+    fs::copy_file("/usr/bin/cp", simulator::Call::unguarded().part<simulator::SystemRoot>().below("/usr/bin/cp"));
     start("/usr/bin/cp", {"/proc/self/status", folder / "status"});
   });
   Child child;
@@ -176,7 +178,7 @@ TEST_F(ChildProcessTest, WhatCannotBeStartedSaysWhy) {
       {"posix_spawn_file_actions_init", "posix_spawn_file_actions_init: Cannot allocate memory"}};
   for (const auto& [call, text] : cases) {
     runProgram(false, [&] {
-      simulator::Machine::current().faults.fail(call, ENOMEM, 1, 1);
+      simulator::Call::unguarded().faults.fail(call, ENOMEM, 1, 1);
       try {
         launch("/usr/bin/open", {});
         ADD_FAILURE() << call;

@@ -7,9 +7,9 @@
 #include <functional>
 #include <string>
 
-#include "simulator/services/CodeSignature.h"
-#include "simulator/services/FileContent.h"
-#include "simulator/services/PropertyList.h"
+#include "simulator/foundation/PropertyList.h"
+#include "simulator/software/CodeSignature.h"
+#include "simulator/system/FileContent.h"
 
 namespace {
 

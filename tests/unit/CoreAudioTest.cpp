@@ -14,7 +14,8 @@
 #include "base/AppError.h"
 #include "platform/Block.h"
 #include "simulator/audio/Audio.h"
-#include "simulator/machine/Machine.h"
+#include "simulator/kernel/Call.h"
+#include "simulator/mac/Mac.h"
 #include "tests/support/Lines.h"
 #include "tests/support/Program.h"
 #include "volume/AudioRouter.h"
@@ -23,7 +24,7 @@
 
 using namespace lines;
 using nlohmann::json;
-using simulator::Machine;
+using simulator::Mac;
 
 namespace {
 
@@ -43,10 +44,10 @@ std::string errorOf(Call call) {
 
 // Changes the screen under the program's hands.
 void change(const std::function<void(simulator::OutputSettings&)>& how) {
-  simulator::OutputDevice& device = *Machine::current().audio->output(10);
+  simulator::OutputDevice& device = *simulator::Call::unguarded().part<simulator::Audio>().output(10);
   simulator::OutputSettings settings = device.settings();
   how(settings);
-  Machine::current().audio->changeOutput(device, settings);
+  simulator::Call::unguarded().part<simulator::Audio>().changeOutput(device, settings);
 }
 
 }  // namespace
@@ -190,9 +191,10 @@ TEST(AudioRouter, KnowsWhenItsDeviceIsAnother) {
         EXPECT_FALSE(router.fitsDevice());
         change([](auto& settings) { settings.isAlive = true; });
         EXPECT_TRUE(router.fitsDevice());
-        Machine::current().faults.fail("AudioObjectGetPropertyDataSize", -50, 1, 1);
+        simulator::Call::unguarded().faults.fail("AudioObjectGetPropertyDataSize", -50, 1, 1);
         EXPECT_FALSE(router.fitsDevice());
-        Machine::current().audio->removeOutput(*Machine::current().audio->output(10));
+        simulator::Call::unguarded().part<simulator::Audio>().removeOutput(
+            *simulator::Call::unguarded().part<simulator::Audio>().output(10));
         EXPECT_FALSE(router.fitsDevice());
         router.stop();
       });
@@ -215,8 +217,8 @@ TEST(AudioRouter, ACallbackThatStaysNeedsNoRouter) {
                    taken.back()->fill(7);
                  }
                  std::this_thread::sleep_for(std::chrono::milliseconds(100));
-                 EXPECT_EQ(Machine::current().audio->output(10)->speaker.level(), 0.25F);
-                 EXPECT_FALSE(Machine::current().audio->output(10)->speaker.direct());
+                 EXPECT_EQ(simulator::Call::unguarded().part<simulator::Audio>().output(10)->speaker.level(), 0.25F);
+                 EXPECT_FALSE(simulator::Call::unguarded().part<simulator::Audio>().output(10)->speaker.direct());
                });
 }
 
@@ -373,7 +375,7 @@ struct Reader {
   std::shared_ptr<Seen> seen = std::make_shared<Seen>();
 };
 
-bool microphoneIsOpen() { return Machine::current().snapshot()["audio"]["microphone"].get<bool>(); }
+bool microphoneIsOpen() { return simulator::Call::unguarded().snapshot()["audio"]["microphone"].get<bool>(); }
 
 const std::string twoInputs = screen + output(10, {{"inputs", 2}});
 
@@ -513,7 +515,8 @@ TEST(OutputDevice, TellsWhatChangesOnIt) {
     change([](auto& settings) { settings.frames = 64; });
     change([](auto&) {});
     EXPECT_EQ(ear.heard(), Heard{});
-    Machine::current().audio->removeOutput(*Machine::current().audio->output(10));
+    simulator::Call::unguarded().part<simulator::Audio>().removeOutput(
+        *simulator::Call::unguarded().part<simulator::Audio>().output(10));
     EXPECT_EQ(ear.heard(), Heard{"life"});
   });
   EXPECT_TRUE(played.of("leak").empty());
@@ -526,7 +529,7 @@ TEST(OutputDevice, IsToldOfWithoutAChangeWhenItIsRough) {
     ear.listenToSystem();
     EXPECT_EQ(made(complete()), kAudioHardwareNoError);
     EXPECT_EQ(ear.heard(), Heard{});
-    Machine::current().audio->setRough(true);
+    simulator::Call::unguarded().part<simulator::Audio>().setRough(true);
     EXPECT_EQ(made(complete()), kAudioHardwareNoError);
     EXPECT_EQ(ear.heard(), (Heard{"default", "default", "format", "format", "inputs", "inputs", "rate", "rate"}));
   });
@@ -545,7 +548,7 @@ TEST(AudioService, TakesEverythingAlongWhenItRestarts) {
           ear.listenToSystem();
           const Reader reader;
           reader.start();
-          Machine::current().audio->restart();
+          simulator::Call::unguarded().part<simulator::Audio>().restart();
           const AudioObjectID after = CoreAudio::defaultOutputDevice();
           EXPECT_EQ(ear.heard(), after == before ? Heard{"restart"} : (Heard{"default", "restart"}));
           (after == before ? hasKept : hasRenumbered) = true;
@@ -554,7 +557,7 @@ TEST(AudioService, TakesEverythingAlongWhenItRestarts) {
           EXPECT_FALSE(microphoneIsOpen());
           // Nobody listens to a device any more, but still to the system.
           change([](auto& settings) { settings.rate = 96000; });
-          Machine::current().audio->setDefaultOutput(std::nullopt);
+          simulator::Call::unguarded().part<simulator::Audio>().setDefaultOutput(std::nullopt);
           EXPECT_EQ(ear.heard(), Heard{"default"});
         },
         seed);

@@ -5,9 +5,9 @@
 #include <filesystem>
 #include <string>
 
-#include "simulator/services/DiskImage.h"
-#include "simulator/services/FileContent.h"
-#include "simulator/services/Volumes.h"
+#include "simulator/system/DiskImage.h"
+#include "simulator/system/FileContent.h"
+#include "simulator/system/Volumes.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 #include <nlohmann/json.hpp>
 
 #include "brightness/DDCChannel.h"
-#include "simulator/services/CoreFoundation.h"
+#include "simulator/foundation/CoreFoundation.h"
 
 using nlohmann::json;
 

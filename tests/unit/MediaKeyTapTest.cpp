@@ -9,8 +9,9 @@
 
 #include "app/MediaKeyTap.h"
 #include "simulator/desktop/EventStream.h"
-#include "simulator/machine/Machine.h"
-#include "simulator/time/RunLoop.h"
+#include "simulator/foundation/RunLoop.h"
+#include "simulator/kernel/Call.h"
+#include "simulator/mac/Mac.h"
 #include "tests/support/Lines.h"
 #include "tests/support/Program.h"
 #include "tests/support/Seat.h"
@@ -25,7 +26,7 @@ MediaKeyTap::Handler takesNothing() {
 
 void ignore() {}
 
-void runOnce() { simulator::Machine::current().runLoop->runOnce(simulator::defaultMode); }
+void runOnce() { simulator::Call::unguarded().part<simulator::RunLoop>().runOnce(simulator::defaultMode); }
 
 }  // namespace
 
@@ -56,7 +57,7 @@ TEST(MediaKeyTap, IsNotStartedWithoutThePermission) {
 
 TEST(MediaKeyTap, IsDeadOnceThePermissionWasTakenAway) {
   runAsProgram("", [] {
-    auto& events = *simulator::Machine::current().events;
+    auto& events = simulator::Call::unguarded().part<simulator::EventStream>();
     MediaKeyTap tap(takesNothing(), ignore);
     EXPECT_FALSE(tap.isDead());
     tap.start();
@@ -78,7 +79,7 @@ TEST(MediaKeyTap, IsDeadOnceThePermissionWasTakenAway) {
 TEST(MediaKeyTap, OffersKeysWithTheirFlags) {
   std::vector<MediaKeyEvent> offered;
   const Played played = runAsProgram("", [&offered] {
-    auto& events = *simulator::Machine::current().events;
+    auto& events = simulator::Call::unguarded().part<simulator::EventStream>();
     MediaKeyTap tap(
         [&offered](MediaKey key, bool isPressed, bool isRepeat) {
           offered.push_back({key, isPressed, isRepeat});
@@ -108,7 +109,7 @@ TEST(MediaKeyTapDeathTest, StopsOffTheMainThread) {
   const auto body = [] {
     MediaKeyTap tap(takesNothing(), ignore);
     tap.start();
-    simulator::Machine::current().events->send({.type = kCGEventKeyDown, .keycode = 144});
+    simulator::Call::unguarded().part<simulator::EventStream>().send({.type = kCGEventKeyDown, .keycode = 144});
     dispatch_async(dispatch_get_global_queue(QOS_CLASS_DEFAULT, 0), ^{
       runOnce();
     });
@@ -123,14 +124,14 @@ TEST(MediaKeyTapDeathTest, StopsOffTheMainThread) {
 
 TEST(MediaKeyTap, TellsThatItWasSwitchedOffAfterItIsOnAgain) {
   const Played played = runAsProgram("", [] {
-    auto& machine = simulator::Machine::current();
+    auto& machine = simulator::Call::unguarded();
     int told = 0;
     MediaKeyTap tap(takesNothing(), [&] {
       ++told;
       EXPECT_FALSE(tap.isDead());
     });
     tap.start();
-    machine.events->disableTaps(kCGEventTapDisabledByUserInput);
+    machine.part<simulator::EventStream>().disableTaps(kCGEventTapDisabledByUserInput);
     EXPECT_TRUE(tap.isDead());
     runOnce();
     EXPECT_EQ(told, 1);

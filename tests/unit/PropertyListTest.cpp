@@ -2,7 +2,7 @@
 
 #include <stdexcept>
 
-#include "simulator/services/PropertyList.h"
+#include "simulator/foundation/PropertyList.h"
 
 using nlohmann::json;
 using simulator::readPropertyList;

@@ -4,8 +4,8 @@
 #include <string>
 #include <utility>
 
-#include "simulator/services/Internet.h"
-#include "simulator/services/ReleaseHost.h"
+#include "simulator/network/Internet.h"
+#include "simulator/network/ReleaseHost.h"
 
 namespace {
 

@@ -12,6 +12,7 @@
 #include "platform/CF.h"
 #include "platform/Menu.h"
 #include "platform/NotificationCenter.h"
+#include "simulator/kernel/Call.h"
 #include "tests/support/Lines.h"
 #include "tests/support/Program.h"
 #include "tests/support/Seat.h"
@@ -404,7 +405,7 @@ struct Waits {
 Waits waits(const std::string& meanwhile) {
   Waits ended;
   Waits* const seen = &ended;
-  const auto now = [] { return std::chrono::duration<double>(simulator::Machine::current().scheduler.now()).count(); };
+  const auto now = [] { return std::chrono::duration<double>(simulator::Call::unguarded().scheduler.now()).count(); };
   constexpr auto tenSeconds = static_cast<std::int64_t>(10 * NSEC_PER_SEC);
   Seat seat(application([=] {
               dispatch_after(dispatch_time(DISPATCH_TIME_NOW, tenSeconds), dispatch_get_main_queue(), ^{
@@ -452,7 +453,7 @@ TEST(Clocks, ATimerOfTheRunLoopCountsUptime) {
     Seat seat(application(
                   [=] {
                     *kept = everySecond(kCFRunLoopDefaultMode, ^{
-                      const auto now = simulator::Machine::current().scheduler.now();
+                      const auto now = simulator::Call::unguarded().scheduler.now();
                       seen->push_back(std::chrono::duration<double>(now).count());
                     });
                   },

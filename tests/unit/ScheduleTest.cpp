@@ -3,8 +3,8 @@
 
 #include <algorithm>
 
-#include "simulator/time/Schedule.h"
-#include "simulator/time/Scheduler.h"
+#include "simulator/kernel/Schedule.h"
+#include "simulator/kernel/Scheduler.h"
 
 using namespace std::chrono_literals;
 using simulator::Clock;

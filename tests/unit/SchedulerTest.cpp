@@ -2,7 +2,7 @@
 
 #include <set>
 
-#include "simulator/time/Scheduler.h"
+#include "simulator/kernel/Scheduler.h"
 
 using namespace std::chrono_literals;
 using simulator::Clock;

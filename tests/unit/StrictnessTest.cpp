@@ -19,26 +19,27 @@
 #include "platform/UserDefaults.h"
 #include "simulator/desktop/EventStream.h"
 #include "simulator/displays/Registry.h"
-#include "simulator/machine/Machine.h"
-#include "simulator/time/RunLoop.h"
+#include "simulator/foundation/RunLoop.h"
+#include "simulator/kernel/Call.h"
+#include "simulator/mac/Mac.h"
 
 using namespace std::chrono_literals;
 using simulator::Leaks;
-using simulator::Machine;
+using simulator::Mac;
 
 namespace {
 
 // Runs a program until it has ended by itself, with the trace on standard error; what it left behind.
 Leaks run(std::function<void()> body) {
-  Machine machine({.main =
-                       [body = std::move(body)] {
-                         body();
-                         return 0;
-                       },
-                   .name = "Test",
-                   .identifier = "example.test",
-                   .version = "1"},
-                  {.trace = [](std::string_view line) { std::cerr << line << '\n'; }, .fatal = {}});
+  Mac machine({.main =
+                   [body = std::move(body)] {
+                     body();
+                     return 0;
+                   },
+               .name = "Test",
+               .identifier = "example.test",
+               .version = "1"},
+              {.trace = [](std::string_view line) { std::cerr << line << '\n'; }, .fatal = {}});
   machine.process.launch();
   EXPECT_TRUE(machine.scheduler.settle());
   EXPECT_FALSE(machine.process.running());
@@ -136,7 +137,7 @@ TEST(Strictness, CountsTapsAndRepeatingTimers) {
 
 TEST(Strictness, IteratorEndsWhenTheRegistryChangesAndBeginsAnewWhenItIsReset) {
   EXPECT_EQ(run([] {
-              auto& registry = *Machine::current().registry;
+              auto& registry = simulator::Call::unguarded().part<simulator::Registry>();
               const auto fill = [&registry](const std::vector<std::string>& names) {
                 std::vector<std::shared_ptr<const simulator::RegistryEntry>> entries;
                 for (const std::string& name : names) {
@@ -185,9 +186,9 @@ TEST(Strictness, StopsAtATapThatIsRemovedInItsOwnCallback) {
             nullptr);
         const auto source = CF::adopt(CFMachPortCreateRunLoopSource(kCFAllocatorDefault, tap, 0));
         CFRunLoopAddSource(CFRunLoopGetMain(), source.get(), kCFRunLoopCommonModes);
-        auto& machine = Machine::current();
-        machine.events->send({.type = kCGEventKeyDown});
-        machine.runLoop->runOnce(simulator::defaultMode);
+        auto& machine = simulator::Call::unguarded();
+        machine.part<simulator::EventStream>().send({.type = kCGEventKeyDown});
+        machine.part<simulator::RunLoop>().runOnce(simulator::defaultMode);
       },
       "The event tap was removed inside its own callback");
 }

@@ -5,7 +5,7 @@
 #include <string>
 #include <utility>
 
-#include "simulator/services/Foundation.h"
+#include "simulator/foundation/Foundation.h"
 
 namespace {
 

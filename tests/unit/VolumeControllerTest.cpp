@@ -7,16 +7,17 @@
 #include <thread>
 
 #include "simulator/audio/Audio.h"
-#include "simulator/desktop/NotificationCenters.h"
-#include "simulator/machine/Machine.h"
-#include "simulator/time/RunLoop.h"
+#include "simulator/foundation/NotificationCenters.h"
+#include "simulator/foundation/RunLoop.h"
+#include "simulator/kernel/Call.h"
+#include "simulator/mac/Mac.h"
 #include "tests/support/Lines.h"
 #include "tests/support/Program.h"
 #include "volume/VolumeController.h"
 
 using namespace lines;
 using nlohmann::json;
-using simulator::Machine;
+using simulator::Mac;
 using Logs = std::vector<std::string>;
 
 namespace {
@@ -33,9 +34,9 @@ std::vector<json> written(const Played& played, const std::string& key) {
 }
 
 // Lets the main thread do the next thing that waits for it.
-void runLoopOnce() { Machine::current().runLoop->runOnce(simulator::commonModes); }
+void runLoopOnce() { simulator::Call::unguarded().part<simulator::RunLoop>().runOnce(simulator::commonModes); }
 
-simulator::Audio& audio() { return *Machine::current().audio; }
+simulator::Audio& audio() { return simulator::Call::unguarded().part<simulator::Audio>(); }
 void changeInputs(std::uint32_t inputs) {
   simulator::OutputDevice& device = *audio().output(10);
   simulator::OutputSettings settings = device.settings();
@@ -146,7 +147,7 @@ TEST(VolumeController, TheSliderShowsNoPopUp) {
 
 TEST(VolumeController, TheSliderFindsThePermissionGoneToo) {
   const Played played = withController(screen, [](VolumeController& controller) {
-    Machine::current().faults.fail("TCCAccessPreflight", 2, 1, 1);  // not determined
+    simulator::Call::unguarded().faults.fail("TCCAccessPreflight", 2, 1, 1);  // not determined
     controller.setSteps(8);
     EXPECT_EQ(controller.sliderState(), std::nullopt);
   });
@@ -170,8 +171,8 @@ TEST(VolumeController, IsNobodysButItsOwners) {
       EXPECT_TRUE(watched.expired()) << (asked ? "asked" : "routing");
       // What comes now finds nobody.
       audio().setDefaultOutput(std::nullopt);
-      Machine::current().notifications->post(simulator::NotificationCenters::workspaceCenter,
-                                             NS::WorkspaceDidWakeNotification());
+      simulator::Call::unguarded().part<simulator::NotificationCenters>().post(
+          simulator::NotificationCenters::workspaceCenter, NS::WorkspaceDidWakeNotification());
       runLoopOnce();
       if (!asked) return;
       std::this_thread::sleep_for(std::chrono::seconds(2));
@@ -190,8 +191,8 @@ TEST(VolumeController, NotificationsThatComeTooLateDoNothing) {
         audio().setDefaultOutput(11);
         changeInputs(1);
         audio().restart();
-        Machine::current().notifications->post(simulator::NotificationCenters::workspaceCenter,
-                                               NS::WorkspaceDidWakeNotification());
+        simulator::Call::unguarded().part<simulator::NotificationCenters>().post(
+            simulator::NotificationCenters::workspaceCenter, NS::WorkspaceDidWakeNotification());
         controller->stop();
         for (int call = 0; call < 4; ++call) runLoopOnce();
         EXPECT_EQ(controller->sliderState(), std::nullopt);

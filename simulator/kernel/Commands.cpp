@@ -1,0 +1,147 @@
+#include "simulator/kernel/Commands.h"
+
+#include <utility>
+
+namespace simulator {
+
+Arguments::Arguments(nlohmann::json members, std::string where)
+    : members_(std::move(members)), where_(std::move(where)) {}
+
+void Arguments::fail(const std::string& reason) const { throw ScenarioError(reason); }
+
+void Arguments::wrongType(const char* name, const char* expected) const {
+  fail("member \"" + where_ + name + "\" must be " + expected);
+}
+
+const nlohmann::json& Arguments::member(const char* name) {
+  used_.insert(name);
+  const auto found = members_.find(name);
+  if (found == members_.end()) fail("missing member \"" + where_ + name + "\"");
+  return *found;
+}
+
+std::string Arguments::text(const char* name) {
+  const nlohmann::json& value = member(name);
+  if (!value.is_string()) wrongType(name, "a text");
+  return value.get<std::string>();
+}
+
+std::string Arguments::text(const char* name, const char* otherwise) { return has(name) ? text(name) : otherwise; }
+
+bool Arguments::flag(const char* name) {
+  const nlohmann::json& value = member(name);
+  if (!value.is_boolean()) wrongType(name, "true or false");
+  return value.get<bool>();
+}
+
+bool Arguments::flag(const char* name, bool otherwise) { return has(name) ? flag(name) : otherwise; }
+
+bool Arguments::truth(const char* name, bool otherwise) {
+  if (!has(name)) return otherwise;
+  const nlohmann::json& value = member(name);
+  if (value.is_number_integer()) return value.get<std::int64_t>() != 0;
+  return flag(name);
+}
+
+double Arguments::number(const char* name) {
+  const nlohmann::json& value = member(name);
+  if (!value.is_number()) wrongType(name, "a number");
+  return value.get<double>();
+}
+
+double Arguments::number(const char* name, double otherwise) { return has(name) ? number(name) : otherwise; }
+
+std::int64_t Arguments::bits64(const char* name) {
+  const nlohmann::json& value = member(name);
+  if (!value.is_number_integer()) wrongType(name, "an integer");
+  return value.get<std::int64_t>();  // an unsigned number above the signed ones keeps its bits
+}
+
+std::uint64_t Arguments::count(const char* name, std::uint64_t otherwise) {
+  if (!has(name)) return otherwise;
+  const auto value = integer<std::int64_t>(name);
+  if (value < 1) wrongType(name, "1 or more");
+  return static_cast<std::uint64_t>(value);
+}
+
+std::vector<double> Arguments::numbers(const char* name, std::size_t count) {
+  const nlohmann::json& value = member(name);
+  std::vector<double> result;
+  if (value.is_array()) {
+    for (const auto& each : value) {
+      if (each.is_number()) result.push_back(each.get<double>());
+    }
+  }
+  if (result.size() != count || value.size() != count) {
+    wrongType(name, count == 2 ? "a list of two numbers" : "a list of four numbers");
+  }
+  return result;
+}
+
+CGPoint Arguments::point(const char* name) {
+  const auto values = numbers(name, 2);
+  return CGPointMake(values[0], values[1]);
+}
+
+CGRect Arguments::rectangle(const char* name) {
+  const auto values = numbers(name, 4);
+  return CGRectMake(values[0], values[1], values[2], values[3]);
+}
+
+std::optional<Arguments> Arguments::object(const char* name) {
+  if (!has(name) || member(name).is_null()) return std::nullopt;
+  if (!member(name).is_object()) wrongType(name, "an object");
+  return Arguments(member(name), where_ + name + ".");
+}
+
+std::vector<Arguments> Arguments::objects(const char* name) {
+  const nlohmann::json& value = member(name);
+  if (!value.is_array()) wrongType(name, "a list of objects");
+  std::vector<Arguments> result;
+  for (const auto& each : value) {
+    if (!each.is_object()) wrongType(name, "a list of objects");
+    result.emplace_back(each, where_ + name + "[" + std::to_string(result.size()) + "].");
+  }
+  return result;
+}
+
+nlohmann::json Arguments::json(const char* name) { return member(name); }
+
+nlohmann::json Arguments::jsonObject(const char* name) {
+  if (!member(name).is_object()) wrongType(name, "an object");
+  return member(name);
+}
+
+nlohmann::json Arguments::json(const char* name, nlohmann::json otherwise) {
+  return has(name) ? json(name) : std::move(otherwise);
+}
+
+void Arguments::finish() const {
+  for (const auto& [name, value] : members_.items()) {
+    if (!used_.contains(name)) fail("unknown member \"" + where_ + name + "\"");
+  }
+}
+
+void Commands::addNotYetSimulated(const char* name) {
+  add(name,
+      [name](Arguments&) -> Action { throw ScenarioError(std::string("\"") + name + "\" is not yet simulated"); });
+}
+
+Action Commands::parse(std::string_view line) const {
+  nlohmann::json object;
+  try {
+    object = nlohmann::json::parse(line);
+  } catch (const nlohmann::json::exception& error) {
+    throw ScenarioError(std::string("not JSON: ") + error.what());
+  }
+  if (!object.is_object()) throw ScenarioError("not a JSON object");
+  Arguments arguments(std::move(object));
+  const std::string name = arguments.text("do");
+  const auto parser = parsers_.find(name);
+  if (parser == parsers_.end()) throw ScenarioError("unknown \"do\": \"" + name + "\"");
+  Action action = parser->second(arguments);
+  arguments.finish();
+  return action;
+}
+
+}  // namespace simulator

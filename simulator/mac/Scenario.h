@@ -1,0 +1,44 @@
+// Scenario files, played on a machine.
+#pragma once
+
+#include <istream>
+#include <string>
+#include <vector>
+
+#include "simulator/kernel/Commands.h"
+
+namespace simulator {
+
+class Mac;
+
+class Scenario {
+ public:
+  // Reads against the vocabulary of `mac`'s parts.
+  explicit Scenario(Mac& mac);
+
+  // Adds a file's lines; all of them are read before any is carried out. Throws ScenarioError, its text beginning with
+  // "FILE:LINE: ", at a line that cannot be understood, or when there is no such file.
+  void addFile(const std::string& path);
+  void add(std::istream& lines, const std::string& name);
+
+  // Carries the lines out in their order. After each, everything runs that is ready at that instant.
+  void play();
+
+  // Carries a single line out.
+  void perform(const std::string& line);
+
+ private:
+  struct Step {
+    std::string where;
+    std::string line;
+    Action action;
+  };
+
+  void carryOut(const Step& step);
+
+  Mac& mac_;
+  Commands commands_;
+  std::vector<Step> steps_;
+};
+
+}  // namespace simulator

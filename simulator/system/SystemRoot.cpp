@@ -1,0 +1,109 @@
+#include "simulator/system/SystemRoot.h"
+
+#include <unistd.h>
+
+#include <cstdlib>
+#include <system_error>
+
+#include "simulator/kernel/Call.h"
+#include "simulator/system/Files.h"
+
+namespace simulator {
+namespace fs = std::filesystem;
+
+namespace {
+
+// Where the folder is made: in memory where the host has such a place, since it lives as long as the machine, unless
+// the user of the host wants it elsewhere.
+fs::path parentFolder() {
+  const fs::path memory = "/dev/shm";
+  if (!std::getenv("TMPDIR") && access(memory.c_str(), W_OK | X_OK) == 0) return memory;
+  // Paths are compared name by name, from the host's root.
+  return fs::canonical(fs::temp_directory_path());
+}
+
+}  // namespace
+
+SystemRoot::SystemRoot(Machine& machine) {
+  std::string pattern = (parentFolder() / "simulated-mac-XXXXXX").string();
+  if (!mkdtemp(pattern.data())) throw std::system_error(errno, std::generic_category(), "mkdtemp " + pattern);
+  path_ = pattern;
+  // The build lays the system's files out below SIMULATED_SYSTEM as they lie on a Mac; each machine gets its own
+  // links, so that one of them can be removed.
+  const fs::path system = SIMULATED_SYSTEM;
+  for (const auto& entry : fs::recursive_directory_iterator(system)) {
+    const fs::path link = path_ / fs::relative(entry.path(), system);
+    if (entry.is_directory()) {
+      fs::create_directories(link);
+    } else {
+      fs::create_symlink(entry.path(), link);
+    }
+  }
+  fs::create_directories(temporaryDirectory());
+  // It is told to programs in their environment.
+  if (const char* const before = std::getenv("TMPDIR")) temporaryDirectoryBefore_ = before;
+  setenv("TMPDIR", temporaryDirectory().c_str(), 1);
+  machine.trace.setRoot(path_.string());
+  machine.faults.declare({"dlopen", "dlsym", "objc_lookUpClass", "confstr"});
+}
+
+SystemRoot::~SystemRoot() {
+  if (temporaryDirectoryBefore_) {
+    setenv("TMPDIR", temporaryDirectoryBefore_->c_str(), 1);
+  } else {
+    unsetenv("TMPDIR");
+  }
+  runIsCutShort();
+}
+
+void SystemRoot::runIsCutShort() {
+  std::error_code ignored;
+  const MachineAtWork work;
+  fs::remove_all(path_, ignored);
+}
+
+fs::path SystemRoot::temporaryDirectory() const { return below("/var/folders/zz/zyxvpxvq6csfxvn_n00000/T"); }
+
+fs::path SystemRoot::below(std::string_view path) const { return path_ / fs::path(path).relative_path(); }
+
+bool SystemRoot::removeLibrary(std::string_view library) {
+  if (library.starts_with('/')) return fs::remove(below(library));
+  for (const auto& entry : fs::recursive_directory_iterator(path_)) {
+    if (entry.is_directory()) continue;
+    const fs::path& path = entry.path();
+    // "OSD", "OSD.framework" and "TCC.framework" name the library as well as its full path does.
+    const std::string name(library.ends_with(".framework") ? library.substr(0, library.size() - 10) : library);
+    if (path.filename() == name && path.string().find(name + ".framework/") != std::string::npos) {
+      return fs::remove(path);
+    }
+  }
+  return false;
+}
+
+}  // namespace simulator
+
+// ---- The user's own folders ----
+
+extern "C" {
+
+std::size_t __real_confstr(int name, char* buffer, std::size_t size);
+std::size_t __wrap_confstr(int name, char* buffer, std::size_t size);
+
+static std::size_t temporaryDirectoryOf(char* buffer, std::size_t size) {
+  const simulator::Call call("confstr");
+  if (const auto told = call.fault()) {
+    errno = *told;
+    return 0;
+  }
+  const std::string path = call.part<simulator::SystemRoot>().temporaryDirectory().string() + "/";
+  if (size > 0) buffer[path.copy(buffer, size - 1)] = '\0';
+  return path.size() + 1;
+}
+
+// The thread sanitizer's runtime asks for the C library's version before it can watch any code.
+__attribute__((disable_sanitizer_instrumentation)) std::size_t __wrap_confstr(int name, char* buffer,
+                                                                              std::size_t size) {
+  return name == _CS_DARWIN_USER_TEMP_DIR ? temporaryDirectoryOf(buffer, size) : __real_confstr(name, buffer, size);
+}
+
+}  // extern "C"
