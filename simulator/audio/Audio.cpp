@@ -156,6 +156,33 @@ void Audio::setDefaultOutput(std::optional<std::int64_t> number) {
   notify(kAudioObjectSystemObject, kAudioHardwarePropertyDefaultOutputDevice);
 }
 
+// Displays take their outputs with them when they go dark, and some bring them back only after a while.
+void Audio::willSleep() {
+  const Scheduler::Lock lock(machine_.scheduler);
+  vanished_.clear();
+  for (const auto& [number, device] : outputs_) {
+    if (machine_.scheduler.random(2) == 0) {
+      vanished_.push_back({number, OutputSettings(device->settings()), defaultOutput_ == number});
+    }
+  }
+  for (const Vanished& each : vanished_) removeOutput(*output(each.number));
+}
+
+void Audio::didWake() {
+  constexpr std::uint64_t longest = 2'000'000'000;  // ns
+  const Scheduler::Lock lock(machine_.scheduler);
+  for (Vanished& each : vanished_) {
+    machine_.scheduler.after(Duration(machine_.scheduler.random(longest)), Waiting::work,
+                             [this, returning = std::move(each)] {
+                               if (output(returning.number)) return;  // it is there again already
+                               addOutput(returning.number, OutputSettings(returning.settings));
+                               // The system goes back to the output that the user chose.
+                               if (returning.wasDefault || !defaultOutput_) setDefaultOutput(returning.number);
+                             });
+  }
+  vanished_.clear();
+}
+
 void Audio::restart() {
   const Scheduler::Lock lock(machine_.scheduler);
   aggregates_.clear();

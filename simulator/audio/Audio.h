@@ -76,12 +76,20 @@ class Audio : public Part {
 
   void addCommands(Commands& commands) override;
   void willSettle() override { disturb(); }
+  void willSleep() override;
+  void didWake() override;
   void processWillEnd(Leaks& leaks) override;
   void processEnded(Leaks& leaks) override;
   void snapshot(nlohmann::ordered_json& state) override;
 
  private:
   class SystemObject;
+  // An output that is away while the Mac sleeps, and for a while longer.
+  struct Vanished {
+    std::int64_t number;
+    OutputSettings settings;
+    bool wasDefault;
+  };
 
   AudioObjectID newID() { return nextID_++; }
   [[nodiscard]] std::vector<AudioObjectID> newIDs(std::size_t count);
@@ -119,6 +127,7 @@ class Audio : public Part {
   std::unique_ptr<Player> program_;  // the program as a client; none before it asks
   std::map<AudioObjectID, std::unique_ptr<Tap>> taps_;
   std::map<AudioObjectID, std::shared_ptr<AggregateDevice>> aggregates_;
+  std::vector<Vanished> vanished_;
   bool isRough_ = false;
   bool hasAskedForMicrophone_ = false;
 };

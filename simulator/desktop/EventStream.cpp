@@ -3,7 +3,10 @@
 #include <IOKit/hidsystem/IOLLEvent.h>
 #include <IOKit/hidsystem/ev_keymap.h>
 
+#include <algorithm>
+#include <iterator>
 #include <map>
+#include <utility>
 
 #include "platform/Event.h"
 #include "simulator/displays/Displays.h"
@@ -48,8 +51,17 @@ EventStream::EventStream(Machine& machine, RunLoop& runLoop, Accessibility& acce
   accessibility.onLost([this] { permissionLost(); });
 }
 
-CFMachPortRef EventStream::createTap(CGEventMask mask, CGEventTapCallBack callback, void* userInfo) {
-  if (tap_) fatal("CGEventTapCreate: a second event tap is not simulated");
+void EventStream::insert(CGEventTapPlacement place, std::shared_ptr<Tap> tap) {
+  taps_.insert(place == kCGHeadInsertEventTap ? taps_.begin() : taps_.end(), std::move(tap));
+}
+
+EventStream::Tap* EventStream::tapOf(CFMachPortRef port) const {
+  const auto found = std::ranges::find_if(taps_, [port](const auto& tap) { return tap->port == port; });
+  return found == taps_.end() ? nullptr : found->get();
+}
+
+CFMachPortRef EventStream::createTap(CGEventTapPlacement place, CGEventMask mask, CGEventTapCallBack callback,
+                                     void* userInfo) {
   // Bits that the program may not see are cleared, and a tap that would see nothing is refused.
   if (!accessibility_.granted()) {
     mask &= ~(CGEventMaskBit(kCGEventKeyDown) | CGEventMaskBit(kCGEventKeyUp) | CGEventMaskBit(NX_SYSDEFINED));
@@ -59,56 +71,96 @@ CFMachPortRef EventStream::createTap(CGEventMask mask, CGEventTapCallBack callba
   port->onInvalid = [this, port] {
     // What holds the tap together is in use until its callback has returned. A process that ends takes it apart all
     // the same.
-    if (inCallback_ && !machine_.scheduler.ending()) fatal("The event tap was removed inside its own callback");
+    const Tap* const removed = tapOf(port);
+    if (removed && removed->inCallback && !machine_.scheduler.ending()) {
+      fatal("The event tap was removed inside its own callback");
+    }
     runLoop_.remove(port);
-    tap_.reset();
+    std::erase_if(taps_, [port](const auto& tap) { return tap->port == port; });
   };
-  tap_ = std::make_unique<Tap>(Tap{port, mask, callback, userInfo});
+  auto tap = std::make_shared<Tap>();
+  tap->port = port;
+  tap->mask = mask;
+  tap->callback = callback;
+  tap->userInfo = userInfo;
+  insert(place, std::move(tap));
   return port;
 }
 
 void EventStream::enableTap(CFMachPortRef port, bool enable) {
   live<__CFMachPort>(port, "CGEventTapEnable");
   machine_.trace.call("CGEventTapEnable").flag("enable", enable);
-  if (tap_ && tap_->port == port) tap_->enabled = enable && tap_->permitted;
+  if (Tap* const tap = tapOf(port)) tap->enabled = enable && tap->permitted;
 }
 
 bool EventStream::isTapEnabled(CFMachPortRef port) const {
   live<__CFMachPort>(port, "CGEventTapIsEnabled");
-  return tap_ && tap_->port == port && tap_->enabled;
+  const Tap* const tap = tapOf(port);
+  return tap && tap->enabled;
 }
 
 void EventStream::permissionLost() {
-  if (!tap_) return;
-  tap_->enabled = false;
-  tap_->permitted = false;
+  for (const auto& tap : taps_) {
+    if (tap->port) tap->enabled = tap->permitted = false;
+  }
+}
+
+void EventStream::addOther(const std::string& process, CGEventTapPlacement place, std::set<std::int64_t> swallowed) {
+  removeOther(process);
+  auto tap = std::make_shared<Tap>();
+  tap->process = process;
+  tap->swallowed = std::move(swallowed);
+  insert(place, std::move(tap));
+}
+
+void EventStream::removeOther(const std::string& process) {
+  std::erase_if(taps_, [&process](const auto& tap) { return tap->process == process; });
 }
 
 void EventStream::send(const InputEvent& event) {
   const Scheduler::Lock lock(machine_.scheduler);
-  if (!tap_ || !tap_->enabled || !tap_->port->scheduled) return;
-  // Notices to the tap pass its mask by.
-  if (!isNotice(event) && (event.type >= 64 || !(tap_->mask & CGEventMaskBit(event.type)))) return;
-  runLoop_.post(tap_->port, tap_->port->modes, [this, event] { offer(event); });
+  pass(event, taps_.begin());
+}
+
+// Hands the event on, from that tap to the last, until one of the program's gets it.
+void EventStream::pass(const InputEvent& event, Taps::const_iterator tap) {
+  for (; tap != taps_.end(); ++tap) {
+    const Tap& next = **tap;
+    if (!next.port) {
+      const bool swallows = event.data1 && next.swallowed.contains(*event.data1 >> 16);
+      auto record = machine_.trace.record("seen");
+      record.text("process", next.process).number("type", event.type);
+      if (event.data1) record.number("data1", *event.data1);
+      if (event.keycode) record.number("keycode", *event.keycode);
+      record.flag("swallowed", swallows);
+      if (swallows) return;
+      continue;
+    }
+    if (!next.enabled || !next.port->scheduled) continue;
+    // Notices to the tap pass its mask by.
+    if (!isNotice(event) && (event.type >= 64 || !(next.mask & CGEventMaskBit(event.type)))) continue;
+    return runLoop_.post(next.port, next.port->modes, [this, event, offered = *tap] { offer(event, offered); });
+  }
 }
 
 void EventStream::disableTaps(std::uint32_t notice) {
   const Scheduler::Lock lock(machine_.scheduler);
-  if (!tap_) return;
-  tap_->enabled = false;
-  if (!tap_->port->scheduled) return;
-  runLoop_.post(tap_->port, tap_->port->modes, [this, notice] { offer({.type = notice}); });
+  for (const auto& tap : taps_) {
+    if (!tap->port) continue;
+    tap->enabled = false;
+    if (!tap->port->scheduled) continue;
+    runLoop_.post(tap->port, tap->port->modes, [this, notice, tap] { offer({.type = notice}, tap); });
+  }
 }
 
 // On the main thread: hands the event to the tap, which returns it or not.
-void EventStream::offer(const InputEvent& input) {
-  if (!tap_ || !(tap_->enabled || isNotice(input))) return;
-  const Tap tap = *tap_;
+void EventStream::offer(const InputEvent& input, const std::shared_ptr<Tap>& tap) {
+  if (!(tap->enabled || isNotice(input))) return;
   const auto event = CF::adopt(static_cast<CGEventRef>(new __CGEvent(input)));
   const Time before = machine_.scheduler.now();
-  inCallback_ = true;
-  CGEventRef const passed = tap.callback(nullptr, input.type, event.get(), tap.userInfo);
-  inCallback_ = false;
+  tap->inCallback = true;
+  CGEventRef const passed = tap->callback(nullptr, input.type, event.get(), tap->userInfo);
+  tap->inCallback = false;
   const bool swallowed = passed == nullptr;
   {
     auto record = machine_.trace.record("input");
@@ -119,21 +171,60 @@ void EventStream::offer(const InputEvent& input) {
   }
   // A tap that hands out another event than the one it was given passes the new one's ownership on.
   if (passed && passed != event.get()) CFRelease(passed);
-  if (!isNotice(input) && machine_.scheduler.now() - before > tapTimeout) disableTaps(kCGEventTapDisabledByTimeout);
+  if (isNotice(input)) return;
+  if (!swallowed) pass(input, std::next(std::ranges::find(taps_, tap)));
+  if (machine_.scheduler.now() - before > tapTimeout) disableTaps(kCGEventTapDisabledByTimeout);
+}
+
+std::int64_t EventStream::keyTypeOf(Arguments& line, const std::string& key) {
+  const auto type = keyTypes().find(key);
+  if (type == keyTypes().end()) line.fail("unknown key \"" + key + "\"");
+  return type->second;
+}
+
+// Repeats as the keyboard's driver does where the user has set nothing else (IOHIDFamily: first after half a second,
+// then twelve times a second).
+void EventStream::holdKey(std::int64_t keyType, Time until) {
+  send(mediaKeyEvent(keyType, keyDown, false));
+  repeatKey(keyType, std::chrono::milliseconds(500), until);
+}
+
+void EventStream::repeatKey(std::int64_t keyType, Duration delay, Time until) {
+  constexpr Duration interval = std::chrono::nanoseconds(83'333'333);
+  const Duration left = until - machine_.scheduler.now();
+  machine_.scheduler.after(std::min(delay, left), Waiting::work, [=, this] {
+    const bool released = delay >= left;
+    send(mediaKeyEvent(keyType, released ? keyUp : keyDown, !released));
+    if (!released) repeatKey(keyType, interval, until);
+  });
 }
 
 void EventStream::addCommands(Commands& commands) {
   commands.add("key", [this](Arguments& line) -> Action {
-    const std::string key = line.text("key");
-    const auto type = keyTypes().find(key);
-    if (type == keyTypes().end()) line.fail("unknown key \"" + key + "\"");
+    const std::int64_t keyType = keyTypeOf(line, line.text("key"));
     const std::string action = line.text("action", "tap");
     if (action != "tap" && action != "press" && action != "release") line.fail("unknown action \"" + action + "\"");
     const bool repeat = line.flag("repeat", false);
-    return [this, keyType = type->second, action, repeat] {
+    if (line.has("hold")) {
+      if (line.has("action") || line.has("repeat")) line.fail("member \"hold\" says it all");
+      const Duration hold = line.duration("hold");
+      return [this, keyType, hold] { holdKey(keyType, machine_.scheduler.now() + hold); };
+    }
+    return [this, keyType, action, repeat] {
       if (action != "release") send(mediaKeyEvent(keyType, keyDown, repeat));
       if (action != "press") send(mediaKeyEvent(keyType, keyUp, action == "release" && repeat));
     };
+  });
+
+  commands.add("tap", [this](Arguments& line) -> Action {
+    const std::string process = line.text("process");
+    if (process.empty()) line.fail("member \"process\" must not be empty");
+    if (line.flag("gone", false)) return [this, process] { removeOther(process); };
+    const std::string place = line.text("place", "head");
+    if (place != "head" && place != "tail") line.fail("unknown place \"" + place + "\"");
+    std::set<std::int64_t> swallowed;
+    for (const std::string& key : line.texts("swallows")) swallowed.insert(keyTypeOf(line, key));
+    return [=, this] { addOther(process, place == "head" ? kCGHeadInsertEventTap : kCGTailAppendEventTap, swallowed); };
   });
 
   commands.add("event", [this](Arguments& line) -> Action {
@@ -160,12 +251,13 @@ void EventStream::addCommands(Commands& commands) {
 }
 
 void EventStream::processWillEnd(Leaks& leaks) {
-  if (tap_) ++leaks["event tap"];
+  for (const auto& tap : taps_) {
+    if (tap->port) ++leaks["event tap"];
+  }
 }
 
 void EventStream::processEnded(Leaks&) {
-  tap_.reset();
-  inCallback_ = false;
+  std::erase_if(taps_, [](const auto& tap) { return tap->port != nullptr; });
 }
 
 }  // namespace simulator
@@ -184,7 +276,7 @@ CFMachPortRef CGEventTapCreate(CGEventTapLocation tap, CGEventTapPlacement place
   }
   const auto status = call.fault();
   CFMachPortRef const port =
-      status ? nullptr : call.part<simulator::EventStream>().createTap(eventsOfInterest, callback, userInfo);
+      status ? nullptr : call.part<simulator::EventStream>().createTap(place, eventsOfInterest, callback, userInfo);
   call.machine.trace.call("CGEventTapCreate", status ? *status
                                               : port ? 0
                                                      : kCGErrorFailure)

@@ -4,11 +4,15 @@
 #include <CoreGraphics/CoreGraphics.h>
 
 #include <cstdint>
+#include <list>
 #include <memory>
 #include <optional>
+#include <set>
+#include <string>
 
 #include "simulator/kernel/Object.h"
 #include "simulator/kernel/Part.h"
+#include "simulator/kernel/Scheduler.h"
 
 namespace simulator {
 
@@ -32,8 +36,9 @@ struct __CGEvent : simulator::Object {
 
 namespace simulator {
 
-class Machine;
 class Accessibility;
+class Arguments;
+class Machine;
 class RunLoop;
 
 class EventStream : public Part {
@@ -44,7 +49,7 @@ class EventStream : public Part {
   // The system switches the taps off and tells them.
   void disableTaps(std::uint32_t notice);
 
-  CFMachPortRef createTap(CGEventMask mask, CGEventTapCallBack callback, void* userInfo);
+  CFMachPortRef createTap(CGEventTapPlacement place, CGEventMask mask, CGEventTapCallBack callback, void* userInfo);
   // Without effect on a tap that lost its permission.
   void enableTap(CFMachPortRef port, bool enable);
   [[nodiscard]] bool isTapEnabled(CFMachPortRef port) const;
@@ -57,22 +62,34 @@ class EventStream : public Part {
   void processEnded(Leaks& leaks) override;
 
  private:
+  // The program's, or another process's.
   struct Tap {
-    __CFMachPort* port;  // not retained: releasing the port releases the tap
-    CGEventMask mask;
-    CGEventTapCallBack callback;
-    void* userInfo;
+    std::string process;               // empty: the program's
+    std::set<std::int64_t> swallowed;  // by another process: key types
+    __CFMachPort* port = nullptr;      // not retained: releasing the port releases the tap
+    CGEventMask mask = 0;
+    CGEventTapCallBack callback = nullptr;
+    void* userInfo = nullptr;
     bool enabled = true;
     bool permitted = true;  // never again once the permission was taken away
+    bool inCallback = false;
   };
+  using Taps = std::list<std::shared_ptr<Tap>>;
 
-  void offer(const InputEvent& event);
+  void insert(CGEventTapPlacement place, std::shared_ptr<Tap> tap);
+  [[nodiscard]] Tap* tapOf(CFMachPortRef port) const;
+  void pass(const InputEvent& event, Taps::const_iterator tap);
+  void offer(const InputEvent& event, const std::shared_ptr<Tap>& tap);
+  void addOther(const std::string& process, CGEventTapPlacement place, std::set<std::int64_t> swallowed);
+  void removeOther(const std::string& process);
+  static std::int64_t keyTypeOf(Arguments& line, const std::string& key);
+  void holdKey(std::int64_t keyType, Time until);
+  void repeatKey(std::int64_t keyType, Duration delay, Time until);
 
   Machine& machine_;
   RunLoop& runLoop_;
   Accessibility& accessibility_;
-  std::unique_ptr<Tap> tap_;  // the program installs one
-  bool inCallback_ = false;   // of that tap
+  Taps taps_;  // in the order in which events come by
 };
 
 }  // namespace simulator

@@ -4,10 +4,10 @@
 #include <utility>
 
 #include "platform/Application.h"
-#include "simulator/kernel/Call.h"
-#include "simulator/kernel/Commands.h"
 #include "simulator/foundation/CoreFoundation.h"
 #include "simulator/foundation/RunLoop.h"
+#include "simulator/kernel/Call.h"
+#include "simulator/kernel/Commands.h"
 
 namespace simulator {
 namespace {

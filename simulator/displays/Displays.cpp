@@ -43,11 +43,24 @@ std::shared_ptr<const RegistryEntry> registryEntries(const Display& display) {
   return root;
 }
 
+// How fast the monitor is.
+std::function<void(Monitor&)> adjustment(Arguments& line) {
+  std::optional<Duration> replyTime;
+  if (line.has("reply-time")) replyTime = line.duration("reply-time");
+  std::optional<Duration> wakesAfter;
+  if (line.has("wakes-after")) wakesAfter = line.duration("wakes-after");
+  return [=](Monitor& monitor) {
+    if (replyTime) monitor.setReplyTime(*replyTime);
+    if (wakesAfter) monitor.setWakesAfter(*wakesAfter);
+  };
+}
+
 Monitor::Fault faultNamed(const std::string& name, Arguments& line) {
   if (name == "none") return Monitor::Fault::none;
   if (name == "no-answer") return Monitor::Fault::noAnswer;
   if (name == "bad-checksum") return Monitor::Fault::badChecksum;
   if (name == "write-fails") return Monitor::Fault::writeFails;
+  if (name == "null-message") return Monitor::Fault::nullMessage;
   if (name == "second-write-fails") return Monitor::Fault::secondWriteFails;
   line.fail("unknown fault \"" + name + "\"");
 }
@@ -65,8 +78,9 @@ const Display* Displays::find(std::uint32_t id) const {
 }
 
 const Display* Displays::main() const {
-  const auto atOrigin = std::ranges::find_if(
-      displays_, [](const Display& each) { return each.frame.origin.x == 0 && each.frame.origin.y == 0; });
+  const auto atOrigin = std::ranges::find_if(displays_, [](const Display& each) {
+    return each.frame.origin.x == 0 && each.frame.origin.y == 0 && !each.mirrors;
+  });
   if (atOrigin != displays_.end()) return &*atOrigin;
   return displays_.empty() ? nullptr : &displays_.front();
 }
@@ -74,7 +88,6 @@ const Display* Displays::main() const {
 void Displays::connect(Display display) {
   registry_.setDisplay(display.id, registryEntries(display));
   displays_.push_back(std::move(display));
-  screensChanged();
 }
 
 void Displays::disconnect(std::uint32_t id) {
@@ -82,47 +95,93 @@ void Displays::disconnect(std::uint32_t id) {
   const auto gone = std::ranges::find(displays_, id, &Display::id);
   if (gone->monitor) gone->monitor->unplug();
   displays_.erase(gone);
-  screensChanged();
+}
+
+void Displays::setMonitorsWakeAfter(Duration time) {
+  for (const Display& display : displays_) {
+    if (display.monitor) display.monitor->setWakesAfter(time);
+  }
+}
+
+void Displays::didWake() {
+  for (const Display& display : displays_) {
+    if (display.monitor) display.monitor->wakeUp();
+  }
+  notifications_.postBurst(NotificationCenters::defaultCenter, NS::ApplicationDidChangeScreenParametersNotification());
 }
 
 void Displays::screensChanged() {
   notifications_.post(NotificationCenters::defaultCenter, NS::ApplicationDidChangeScreenParametersNotification());
 }
 
+Display& Displays::connected(std::uint32_t id) {
+  const auto found = std::ranges::find(displays_, id, &Display::id);
+  if (found == displays_.end()) throw ScenarioError("there is no display " + std::to_string(id));
+  return *found;
+}
+
+// What one line, or one entry of a list of changes, does to a display; the screens' change is told afterwards.
+Action Displays::change(Arguments& line) {
+  const auto id = line.unsigned32("id");
+  if (line.flag("gone", false)) {
+    return [this, id] {
+      (void)connected(id);
+      disconnect(id);
+    };
+  }
+  const bool mirrors = line.has("mirrors");
+  const auto mirrored = mirrors && !line.json("mirrors").is_null() ? line.optionalUnsigned32("mirrors") : std::nullopt;
+  if (!line.has("name") && (line.has("frame") || mirrors)) {
+    const auto frame = line.has("frame") ? std::optional(line.rectangle("frame")) : std::nullopt;
+    return [=, this] {
+      Display& display = connected(id);
+      if (frame) display.frame = *frame;
+      if (mirrors) display.mirrors = mirrored;
+    };
+  }
+  const Display display{.id = id,
+                        .name = line.text("name"),
+                        .builtin = line.flag("builtin", false),
+                        .frame = line.rectangle("frame"),
+                        .vendor = line.unsigned32("vendor", 0),
+                        .product = line.unsigned32("product", 0),
+                        .serial = line.unsigned32("serial", 0),
+                        .location = line.text("location", "External"),
+                        .mirrors = mirrored,
+                        .monitor = nullptr};
+  std::function<std::shared_ptr<Monitor>()> makeMonitor = [] { return nullptr; };
+  if (auto monitor = line.object("monitor")) {
+    const std::uint16_t current = monitor->unsigned16("current");
+    const std::uint16_t maximum = monitor->unsigned16("maximum");
+    makeMonitor = [this, current, maximum, adjust = adjustment(*monitor)] {
+      auto made = std::make_shared<Monitor>(machine_.scheduler, current, maximum);
+      adjust(*made);
+      return made;
+    };
+    monitor->finish();
+  }
+  return [this, display, makeMonitor] {
+    if (find(display.id)) throw ScenarioError("display " + std::to_string(display.id) + " is connected already");
+    Display added = display;
+    added.monitor = makeMonitor();
+    connect(std::move(added));
+  };
+}
+
 void Displays::addCommands(Commands& commands) {
   commands.add("display", [this](Arguments& line) -> Action {
-    const auto id = line.unsigned32("id");
-    if (line.flag("gone", false)) {
-      return [this, id] {
-        if (!find(id)) throw ScenarioError("there is no display " + std::to_string(id));
-        disconnect(id);
-      };
-    }
-    const Display display{.id = id,
-                          .name = line.text("name"),
-                          .builtin = line.flag("builtin", false),
-                          .frame = line.rectangle("frame"),
-                          .vendor = line.unsigned32("vendor", 0),
-                          .product = line.unsigned32("product", 0),
-                          .serial = line.unsigned32("serial", 0),
-                          .location = line.text("location", "External"),
-                          .monitor = nullptr};
-    struct Light {
-      std::uint16_t current;
-      std::uint16_t maximum;
-    };
-    std::optional<Light> light;
-    if (auto monitor = line.object("monitor")) {
-      light = Light{monitor->unsigned16("current"), monitor->unsigned16("maximum")};
-      monitor->finish();
-    }
-    return [this, display, light] {
-      if (find(display.id)) {
-        throw ScenarioError("display " + std::to_string(display.id) + " is connected already");
+    std::vector<Action> changes;
+    if (line.has("changes")) {
+      for (Arguments& each : line.objects("changes")) {
+        changes.push_back(change(each));
+        each.finish();
       }
-      Display connected = display;
-      if (light) connected.monitor = std::make_shared<Monitor>(machine_.scheduler, light->current, light->maximum);
-      connect(std::move(connected));
+    } else {
+      changes.push_back(change(line));
+    }
+    return [this, changes] {
+      for (const Action& each : changes) each();
+      screensChanged();
     };
   });
 
@@ -133,6 +192,7 @@ void Displays::addCommands(Commands& commands) {
     std::optional<Monitor::Fault> fault;
     if (line.has("fault")) fault = faultNamed(line.text("fault"), line);
     const std::uint64_t attempts = line.has("attempts") ? line.count("attempts", 0) : Monitor::forever;
+    const auto adjust = adjustment(line);
     return [=, this] {
       const Display* const display = find(id);
       if (!display || !display->monitor) {
@@ -141,6 +201,7 @@ void Displays::addCommands(Commands& commands) {
       if (current) display->monitor->setCurrent(*current);
       if (maximum) display->monitor->setMaximum(*maximum);
       if (fault) display->monitor->setFault(*fault, attempts);
+      adjust(*display->monitor);
     };
   });
 
@@ -251,7 +312,7 @@ std::vector<Screen> Screen::screens() {
   // The screen with the menu bar comes first.
   if (main) add(*main);
   for (const Display& display : call.part<simulator::Displays>().all()) {
-    if (&display != main) add(display);
+    if (&display != main && !display.mirrors) add(display);
   }
   return screens;
 }

@@ -4,7 +4,9 @@
 #include <CoreGraphics/CoreGraphics.h>
 
 #include <cstdint>
+#include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -14,6 +16,7 @@
 
 namespace simulator {
 
+class Arguments;
 class Machine;
 class NotificationCenters;
 class Registry;
@@ -26,8 +29,9 @@ struct Display {
   std::uint32_t vendor;
   std::uint32_t product;
   std::uint32_t serial;
-  std::string location;              // what its AV service says: "External" or "Embedded"
-  std::shared_ptr<Monitor> monitor;  // null: no DDC service
+  std::string location;                  // what its AV service says: "External" or "Embedded"
+  std::optional<std::uint32_t> mirrors;  // the display whose screen it shows: it has none of its own
+  std::shared_ptr<Monitor> monitor;      // null: no DDC service
 };
 
 class Displays : public Part {
@@ -41,16 +45,21 @@ class Displays : public Part {
   [[nodiscard]] const Display* main() const;
   [[nodiscard]] CGPoint pointer() const { return pointer_; }
 
-  // The id must be free.
+  // The id must be free. Who connects and disconnects says `screensChanged` afterwards, once for all that changed.
   void connect(Display display);
   // The id must be taken.
   void disconnect(std::uint32_t id);
+  void screensChanged();
+  // For each monitor that is there.
+  void setMonitorsWakeAfter(Duration time);
 
   void addCommands(Commands& commands) override;
+  void didWake() override;
   void snapshot(nlohmann::ordered_json& state) override;
 
  private:
-  void screensChanged();
+  Display& connected(std::uint32_t id);
+  std::function<void()> change(Arguments& line);
 
   Machine& machine_;
   Registry& registry_;

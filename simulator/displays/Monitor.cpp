@@ -18,11 +18,18 @@ constexpr std::uint8_t featureReply = 0x02;
 constexpr std::uint8_t setFeature = 0x03;
 constexpr std::uint8_t luminance = 0x10;
 // "The host should wait at least 40 ms" between a Get request and reading its reply.
-constexpr Duration replyTime = std::chrono::milliseconds(40);
+constexpr Duration earliestRead = std::chrono::milliseconds(40);
 
 std::uint8_t checksum(std::uint8_t seed, std::span<const std::uint8_t> bytes) {
   for (const std::uint8_t byte : bytes) seed = static_cast<std::uint8_t>(seed ^ byte);
   return seed;
+}
+
+// "There is nothing to say", also: "not yet".
+std::vector<std::uint8_t> nullMessage() {
+  std::vector<std::uint8_t> bytes = {displayAddress, lengthMark};
+  bytes.push_back(checksum(hostReplyAddress, bytes));
+  return bytes;
 }
 
 }  // namespace
@@ -39,8 +46,18 @@ bool Monitor::misbehaves(Fault fault) {
   return true;
 }
 
+void Monitor::wakeUp() {
+  asked_.reset();
+  previous_.clear();
+  asleepUntil_ = scheduler_.now() + wakesAfter_;
+}
+
+bool Monitor::answers(std::uint32_t chip) const {
+  return connected_ && chip == displayChip && scheduler_.now() >= asleepUntil_;
+}
+
 IOReturn Monitor::write(std::uint32_t chip, std::uint32_t address, std::span<const std::uint8_t> bytes) {
-  if (!connected_ || chip != displayChip) return kIOReturnNotResponding;
+  if (!answers(chip)) return kIOReturnNotResponding;
   const bool repetition = std::ranges::equal(bytes, previous_) && !bytes.empty();
   previous_ = repetition ? std::vector<std::uint8_t>{} : std::vector(bytes.begin(), bytes.end());
   if (misbehaves(Fault::writeFails)) return kIOReturnNotResponding;
@@ -92,12 +109,13 @@ std::vector<std::uint8_t> Monitor::reply(std::uint8_t code) const {
 
 IOReturn Monitor::read(std::uint32_t chip, std::uint32_t offset, std::span<std::uint8_t> buffer) {
   previous_.clear();
-  if (!connected_ || chip != displayChip || offset != 0) return kIOReturnNotResponding;
+  if (!answers(chip) || offset != 0) return kIOReturnNotResponding;
   if (misbehaves(Fault::noAnswer)) return kIOReturnNotResponding;
   // Asked too early, it has no answer yet; it still owes one.
-  if (!asked_ || scheduler_.now() - askedAt_ < replyTime) return kIOReturnNotResponding;
-  const auto code = std::exchange(asked_, std::nullopt);
-  auto bytes = reply(*code);
+  const Duration waited = scheduler_.now() - askedAt_;
+  if (!asked_ || waited < earliestRead) return kIOReturnNotResponding;
+  const bool isReady = waited >= replyTime_ && !misbehaves(Fault::nullMessage);
+  auto bytes = isReady ? reply(*std::exchange(asked_, std::nullopt)) : nullMessage();
   if (misbehaves(Fault::badChecksum)) bytes.back() = static_cast<std::uint8_t>(~bytes.back());
   std::ranges::copy(std::span(bytes).first(std::min(bytes.size(), buffer.size())), buffer.begin());
   return kIOReturnSuccess;

@@ -22,6 +22,7 @@ class Monitor {
     badChecksum,       // replies carry a wrong checksum
     writeFails,        // writes are not acknowledged, and do nothing
     secondWriteFails,  // when a message comes twice in a row, the second is not acknowledged
+    nullMessage,       // replies are the standard's null message
   };
   static constexpr std::uint64_t forever = std::numeric_limits<std::uint64_t>::max();
 
@@ -34,8 +35,14 @@ class Monitor {
   void setMaximum(std::uint16_t value) { maximum_ = value; }
   // Misbehaves for that many reads or writes.
   void setFault(Fault fault, std::uint64_t attempts = forever);
+  // How long it takes to have a reply ready; the standard's 40 ms at first. Who asks earlier gets a null message.
+  void setReplyTime(Duration time) { replyTime_ = time; }
+  // How long after a sleep of the Mac it takes to answer again.
+  void setWakesAfter(Duration time) { wakesAfter_ = time; }
   // From now on nothing is at the other end of the wire.
   void unplug() { connected_ = false; }
+  // The Mac has slept: the link was down, and what it owed is forgotten.
+  void wakeUp();
 
   // A message to the 7-bit chip address, `address` being its first byte (the sender's, in DDC/CI).
   IOReturn write(std::uint32_t chip, std::uint32_t address, std::span<const std::uint8_t> bytes);
@@ -46,11 +53,15 @@ class Monitor {
   bool misbehaves(Fault fault);
   void receive(std::uint32_t address, std::span<const std::uint8_t> bytes);
   [[nodiscard]] std::vector<std::uint8_t> reply(std::uint8_t code) const;
+  [[nodiscard]] bool answers(std::uint32_t chip) const;
 
   Scheduler& scheduler_;
   std::uint16_t current_;
   std::uint16_t maximum_;
   bool connected_ = true;
+  Duration replyTime_ = std::chrono::milliseconds(40);
+  Duration wakesAfter_{0};
+  Time asleepUntil_{0};
   Fault fault_ = Fault::none;
   std::uint64_t faultsLeft_ = 0;
 

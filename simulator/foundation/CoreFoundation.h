@@ -53,8 +53,8 @@ nlohmann::json jsonOf(CFTypeRef object);
 const std::string& textOf(CFTypeRef string, const char* call);
 // Whether the text is well-formed; string objects of the platform can be made of nothing else.
 bool isUTF8(std::string_view text);
-// The text, which the program hands to `call`: no NSString can be made of what is not UTF-8, and most of Apple's methods
-// raise an exception when they are given nil.
+// The text, which the program hands to `call`: no NSString can be made of what is not UTF-8, and most of Apple's
+// methods raise an exception when they are given nil.
 const std::string& requireUTF8(const std::string& text, const char* call);
 // A string object that lives for ever.
 CFStringRef constantString(std::string_view text);

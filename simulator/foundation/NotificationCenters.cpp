@@ -68,17 +68,19 @@ void NotificationCenters::addCommands(Commands& commands) {
   commands.add("wake", [this](Arguments&) -> Action {
     return [this] { post(workspaceCenter, NS::WorkspaceDidWakeNotification()); };
   });
-  commands.add("sleep", [this](Arguments& line) -> Action {
-    const double seconds = line.number("seconds");
-    if (!(seconds >= 0) || seconds > 1e9) line.fail("member \"seconds\" must be from 0 to a billion");
-    const Duration duration(std::llround(seconds * 1e9));
-    return [this, duration] {
-      if (machine_.scheduler.clock() == Clock::live) throw ScenarioError("real time cannot be slept through");
-      machine_.scheduler.sleepThrough(duration);
-      post(workspaceCenter, NS::WorkspaceDidWakeNotification());
-    };
-  });
 }
+
+void NotificationCenters::postBurst(Which center, CFStringRef name) {
+  constexpr std::uint64_t most = 3;
+  constexpr std::uint64_t within = 500'000'000;  // ns
+  for (std::uint64_t more = machine_.scheduler.random(most); more > 0; --more) {
+    machine_.scheduler.after(Duration(machine_.scheduler.random(within)), Waiting::work,
+                             [this, center, name] { post(center, name); });
+  }
+  post(center, name);
+}
+
+void NotificationCenters::didWake() { postBurst(workspaceCenter, NS::WorkspaceDidWakeNotification()); }
 
 void NotificationCenters::processWillEnd(Leaks& leaks) {
   if (!observers_.empty()) leaks["notification observer"] += observers_.size();

@@ -22,12 +22,15 @@ class NotificationCenters : public Part {
 
   // Tells the observers of `name`, on the main thread's queue.
   void post(Which center, CFStringRef name);
+  // The same now, and as often as twice more within half a second, as after a sleep.
+  void postBurst(Which center, CFStringRef name);
 
   // The token, owned by the caller. The observation lasts until it is removed.
   Object* addObserver(Which center, CFStringRef name, void (^block)());
   void removeObserver(Which center, const Object* token);
 
   void addCommands(Commands& commands) override;
+  void didWake() override;
   void processWillEnd(Leaks& leaks) override;
   void processEnded(Leaks& leaks) override;
 

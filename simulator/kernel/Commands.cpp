@@ -1,5 +1,7 @@
 #include "simulator/kernel/Commands.h"
 
+#include <algorithm>
+#include <cmath>
 #include <utility>
 
 namespace simulator {
@@ -50,6 +52,12 @@ double Arguments::number(const char* name) {
 }
 
 double Arguments::number(const char* name, double otherwise) { return has(name) ? number(name) : otherwise; }
+
+std::chrono::nanoseconds Arguments::duration(const char* name) {
+  const double seconds = number(name);
+  if (!(seconds >= 0) || seconds > 1e9) wrongType(name, "from 0 to a billion");
+  return std::chrono::nanoseconds(std::llround(seconds * 1e9));
+}
 
 std::int64_t Arguments::bits64(const char* name) {
   const nlohmann::json& value = member(name);
@@ -105,6 +113,14 @@ std::vector<Arguments> Arguments::objects(const char* name) {
   return result;
 }
 
+std::vector<std::string> Arguments::texts(const char* name) {
+  if (!has(name)) return {};
+  const nlohmann::json& value = member(name);
+  const auto isText = [](const nlohmann::json& each) { return each.is_string(); };
+  if (!value.is_array() || !std::ranges::all_of(value, isText)) wrongType(name, "a list of texts");
+  return value.get<std::vector<std::string>>();
+}
+
 nlohmann::json Arguments::json(const char* name) { return member(name); }
 
 nlohmann::json Arguments::jsonObject(const char* name) {
@@ -127,7 +143,7 @@ void Commands::addNotYetSimulated(const char* name) {
       [name](Arguments&) -> Action { throw ScenarioError(std::string("\"") + name + "\" is not yet simulated"); });
 }
 
-Action Commands::parse(std::string_view line) const {
+Line Commands::parse(std::string_view line) const {
   nlohmann::json object;
   try {
     object = nlohmann::json::parse(line);
@@ -139,9 +155,10 @@ Action Commands::parse(std::string_view line) const {
   const std::string name = arguments.text("do");
   const auto parser = parsers_.find(name);
   if (parser == parsers_.end()) throw ScenarioError("unknown \"do\": \"" + name + "\"");
+  const bool races = arguments.flag("race", false);
   Action action = parser->second(arguments);
   arguments.finish();
-  return action;
+  return {name, std::move(action), races};
 }
 
 }  // namespace simulator

@@ -3,6 +3,7 @@
 
 #include <CoreGraphics/CoreGraphics.h>
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <limits>
@@ -25,6 +26,12 @@ struct ScenarioError : std::runtime_error {
 // What a line does.
 using Action = std::function<void()>;
 
+struct Line {
+  std::string name;  // its `do`
+  Action action;
+  bool races;  // it happens in the middle of what the lines before it started
+};
+
 // The members of a line's JSON object, each read once under its name. What is not as it should be throws
 // ScenarioError, with the member named.
 class Arguments {
@@ -41,6 +48,8 @@ class Arguments {
   bool flag(const char* name, bool otherwise);
   double number(const char* name);
   double number(const char* name, double otherwise);
+  // Seconds, from 0 to a billion.
+  std::chrono::nanoseconds duration(const char* name);
 
   // An integer that `T` can hold.
   template <typename T>
@@ -76,6 +85,7 @@ class Arguments {
   CGRect rectangle(const char* name);  // [x, y, width, height]
   std::optional<Arguments> object(const char* name);
   std::vector<Arguments> objects(const char* name);
+  std::vector<std::string> texts(const char* name);  // none where the member is missing
   nlohmann::json json(const char* name);
   nlohmann::json jsonObject(const char* name);
   nlohmann::json json(const char* name, nlohmann::json otherwise);
@@ -102,8 +112,7 @@ class Commands {
   void add(const char* name, Parser parser) { parsers_[name] = std::move(parser); }
   // A line of the contract that the machine has no part for yet.
   void addNotYetSimulated(const char* name);
-  // The action of one line.
-  [[nodiscard]] Action parse(std::string_view line) const;
+  [[nodiscard]] Line parse(std::string_view line) const;
 
  private:
   std::map<std::string, Parser, std::less<>> parsers_;

@@ -23,6 +23,10 @@ class Part {
   virtual void willSettle() {}
   // The run ends here and now, without another destructor.
   virtual void runIsCutShort() {}
+  // The Mac falls asleep: the last thing before nothing runs any more.
+  virtual void willSleep() {}
+  // It has woken up: the first thing that happens.
+  virtual void didWake() {}
   // The program is launched.
   virtual void processWillStart() {}
   // The program's process ends now: counts what it registered with this part and did not take back.

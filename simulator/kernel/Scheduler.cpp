@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <limits>
 #include <utility>
 
 namespace simulator {
@@ -150,7 +151,9 @@ void Scheduler::suspendFor(Thread* next) {
 }
 
 void Scheduler::preempt() {
-  if (clock_ == Clock::live || !currentThread || ready_.empty() || currentThread->keptRunning > 0) return;
+  if (clock_ == Clock::live || !currentThread || currentThread->keptRunning > 0) return;
+  if (raceIsOn()) return suspendFor(nullptr);
+  if (ready_.empty()) return;
   const std::size_t chosen = pick(currentThread);
   if (chosen > 0) suspendFor(ready_[chosen - 1]);
 }
@@ -212,6 +215,40 @@ void Scheduler::sleep(Duration duration, Waiting waiting, Counting counting) {
     throw;
   }
   cancel(timer);
+}
+
+void Scheduler::race(std::function<void()> action) {
+  if (clock_ == Clock::live) {
+    const Lock lock(*this);
+    return action();
+  }
+  // What happens at a time may have happened earlier, because everything was at rest.
+  const auto once = [shared = std::make_shared<std::function<void()>>(std::move(action))] {
+    if (const auto happens = std::exchange(*shared, nullptr)) happens();
+  };
+  const auto logarithmic = [this](std::uint64_t doublings) { return random(std::uint64_t{2} << random(doublings)); };
+  if (random(2) == 0) {
+    races_.emplace(points_ + 1 + logarithmic(12), once);
+  } else {
+    after(std::chrono::microseconds(logarithmic(20)), Waiting::background, once);
+    races_.emplace(std::numeric_limits<std::uint64_t>::max(), once);
+  }
+}
+
+// Counts a point, and says whether something happens there.
+bool Scheduler::raceIsOn() { return ++points_, !races_.empty() && races_.begin()->first <= points_; }
+
+bool Scheduler::runNextRace() {
+  if (races_.empty()) return false;
+  const auto action = std::move(races_.begin()->second);
+  races_.erase(races_.begin());
+  action();
+  return true;
+}
+
+void Scheduler::finishRaces() {
+  while (runNextRace()) {
+  }
 }
 
 void Scheduler::endThreads() {
@@ -324,7 +361,14 @@ void Scheduler::runReady() {
   fireDue();
   if (!ready_.empty()) beginBurst();
   bool finished = false;
-  while (!ready_.empty()) {
+  for (;;) {
+    if (!races_.empty() && (races_.begin()->first <= points_ || (ready_.empty() && counted_ == 0))) {
+      runNextRace();
+      fireDue();
+      continue;
+    }
+    if (ready_.empty()) break;
+    raceIsOn();
     Thread* const thread = next_ ? std::exchange(next_, nullptr) : ready_[pick(nullptr)];
     std::erase(ready_, thread);
     if (rough_ && holdsBack(*thread)) continue;
@@ -349,7 +393,6 @@ void Scheduler::advance(Duration duration) {
 }
 
 void Scheduler::sleepThrough(Duration duration) {
-  runReady();
   std::map<TimerID, Timer> moved;
   for (auto& [id, timer] : timers_) {
     const Duration delay = timer.counting == Counting::uptime ? duration : Duration::zero();

@@ -116,6 +116,13 @@ class Scheduler {
   void block();
   void makeReady(Thread* thread);
 
+  // Has `action` happen in the middle of what runs: outside the program's threads, after a seeded number of points
+  // where another thread may be chosen (as often among the next two as among the next few thousand), and at the latest
+  // when the machine comes to rest. On the live clock, where threads run by themselves, at once.
+  void race(std::function<void()> action);
+  // Whatever is still to happen so happens now.
+  void finishRaces();
+
   // Makes every thread of the program end, by ProcessEnd at the next place where it blocks.
   void endThreads();
   [[nodiscard]] bool ending() const { return ending_; }
@@ -159,6 +166,8 @@ class Scheduler {
   std::size_t pick(Thread* running);
   void suspendFor(Thread* next);
   bool holdsBack(Thread& thread);
+  bool raceIsOn();
+  bool runNextRace();
   void fireDue();
   void removeFinished();
   void addTimer(TimerID id, Timer timer);
@@ -174,7 +183,9 @@ class Scheduler {
   bool rough_ = false;
   std::map<TimerID, Timer> timers_;
   std::uint64_t nextTimer_ = 0;
-  std::size_t counted_ = 0;  // timers that settle waits for
+  std::size_t counted_ = 0;                                    // timers that settle waits for
+  std::uint64_t points_ = 0;                                   // where another thread could have been chosen
+  std::multimap<std::uint64_t, std::function<void()>> races_;  // by the point at which they happen
   bool ending_ = false;
   std::function<void()> threadsEnded_;
   Time now_{0};

@@ -1,12 +1,12 @@
 #include "simulator/mac/Scenario.h"
 
-#include <cmath>
 #include <fstream>
 #include <optional>
 #include <utility>
 
 #include "simulator/audio/Audio.h"
 #include "simulator/desktop/Application.h"
+#include "simulator/displays/Displays.h"
 #include "simulator/mac/Mac.h"
 #include "simulator/system/SystemRoot.h"
 
@@ -23,16 +23,29 @@ std::optional<bool> roughness(Arguments& line, const char* part) {
   return temper == "rough";
 }
 
+bool letsTimePass(const Line& line) { return line.name == "advance" || line.name == "settle"; }
+
 void addMachineCommands(Commands& commands, Mac& mac) {
   commands.add("launch", [&mac](Arguments&) -> Action { return [&mac] { mac.process.launch(); }; });
 
   commands.add("quit", [&mac](Arguments&) -> Action { return [&mac] { mac.part<Application>().quit(); }; });
 
   commands.add("advance", [&mac](Arguments& line) -> Action {
-    const double seconds = line.number("seconds");
-    if (!(seconds >= 0) || seconds > 1e9) line.fail("member \"seconds\" must be from 0 to a billion");
-    const Duration duration(std::llround(seconds * 1e9));
+    const Duration duration = line.duration("seconds");
     return [&mac, duration] { mac.scheduler.advance(duration); };
+  });
+
+  commands.add("sleep", [&mac](Arguments& line) -> Action {
+    const Duration duration = line.duration("seconds");
+    std::optional<Duration> monitors;
+    if (line.has("wakes-after")) monitors = line.duration("wakes-after");
+    return [&mac, duration, monitors] {
+      if (mac.scheduler.clock() == Clock::live) throw ScenarioError("real time cannot be slept through");
+      if (monitors) mac.part<Displays>().setMonitorsWakeAfter(*monitors);
+      for (const auto& part : mac.parts()) part->willSleep();
+      mac.scheduler.sleepThrough(duration);
+      for (const auto& part : mac.parts()) part->didWake();
+    };
   });
 
   commands.add("settle", [&mac](Arguments&) -> Action {
@@ -91,12 +104,11 @@ Scenario::Scenario(Mac& mac) : mac_(mac) {
   commands_.add("during", [this, &mac](Arguments& line) -> Action {
     const std::string call = line.text("call");
     if (!mac.faults.knows(call)) line.fail("there is no call \"" + call + "\" that can be interrupted");
-    const nlohmann::json inner = line.jsonObject("line");
+    const Line inner = commands_.parse(line.jsonObject("line").dump());
     // Time does not pass in the middle of a call.
-    for (const char* const waiting : {"advance", "settle", "launch"}) {
-      if (inner.value("do", nlohmann::json()) == waiting) line.fail("member \"line\" must not let anything run");
-    }
-    const auto happens = [&mac, call, action = commands_.parse(inner.dump())] {
+    if (letsTimePass(inner) || inner.name == "launch") line.fail("member \"line\" must not let anything run");
+    if (inner.races) line.fail("member \"line\" happens in the middle of the call, not at another moment");
+    const auto happens = [&mac, call, action = inner.action] {
       try {
         action();
       } catch (const ScenarioError& error) {
@@ -126,30 +138,49 @@ void Scenario::add(std::istream& lines, const std::string& name) {
     if (start == std::string::npos || line.compare(start, 2, "//") == 0) continue;
     const std::string where = name + ":" + std::to_string(number) + ": ";
     try {
-      steps_.push_back({where, line, commands_.parse(line)});
+      steps_.push_back(stepOf(where, line));
     } catch (const ScenarioError& error) {
       throw ScenarioError(where + error.what());
     }
   }
 }
 
-void Scenario::play() {
-  for (const Step& step : std::exchange(steps_, {})) {
-    try {
-      carryOut(step);
-    } catch (const ScenarioError& error) {
-      throw ScenarioError(step.where + error.what());
-    }
-  }
+Scenario::Step Scenario::stepOf(const std::string& where, const std::string& line) const {
+  Step step{where, line, commands_.parse(line)};
+  if (step.parsed.races && letsTimePass(step.parsed)) throw ScenarioError("time cannot race");
+  return step;
 }
 
-void Scenario::perform(const std::string& line) { carryOut({"", line, commands_.parse(line)}); }
+void Scenario::play() {
+  const auto steps = std::exchange(steps_, {});
+  for (auto step = steps.begin(); step != steps.end();) {
+    begin(*step++);
+    // What races is known before anything runs that it could meet.
+    while (step != steps.end() && step->parsed.races) begin(*step++);
+    mac_.runReady();
+  }
+  mac_.scheduler.finishRaces();
+}
+
+void Scenario::perform(const std::string& line) {
+  begin(stepOf("", line));
+  mac_.runReady();
+}
+
+void Scenario::begin(const Step& step) {
+  if (step.parsed.races) return mac_.scheduler.race([this, step] { carryOut(step); });
+  if (!letsTimePass(step.parsed)) mac_.scheduler.finishRaces();
+  carryOut(step);
+}
 
 void Scenario::carryOut(const Step& step) {
   mac_.introduce();
   mac_.trace.record("do").json("line", step.line);
-  step.action();
-  mac_.runReady();
+  try {
+    step.parsed.action();
+  } catch (const ScenarioError& error) {
+    throw ScenarioError(step.where + error.what());
+  }
 }
 
 }  // namespace simulator

@@ -21,7 +21,8 @@ class Scenario {
   void addFile(const std::string& path);
   void add(std::istream& lines, const std::string& name);
 
-  // Carries the lines out in their order. After each, everything runs that is ready at that instant.
+  // Carries the lines out in their order. After each, everything runs that is ready at that instant; lines that race
+  // happen meanwhile, and at the latest before the next line that is not about time.
   void play();
 
   // Carries a single line out.
@@ -31,9 +32,11 @@ class Scenario {
   struct Step {
     std::string where;
     std::string line;
-    Action action;
+    Line parsed;
   };
 
+  [[nodiscard]] Step stepOf(const std::string& where, const std::string& line) const;
+  void begin(const Step& step);
   void carryOut(const Step& step);
 
   Mac& mac_;

@@ -25,7 +25,6 @@ std::string displayWith(const json& members = json::object()) {
   return line("display", all);
 }
 
-
 }  // namespace
 
 TEST(Vocabulary, RefusesWhatIsNotAnObject) {

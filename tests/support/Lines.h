@@ -32,6 +32,13 @@ inline std::string setClockForward(double seconds) { return line("clock", {{"by"
 inline std::string advance(double seconds) { return line("advance", {{"seconds", seconds}}); }
 inline std::string snapshot(const std::string& name) { return line("snapshot", {{"name", name}}); }
 
+// The same line in the middle of what the lines before it started.
+inline std::string race(const std::string& line) {
+  nlohmann::json object = nlohmann::json::parse(line);
+  object["race"] = true;
+  return object.dump() + "\n";
+}
+
 // ---- The keyboard, the pointer, the menu ----
 
 inline std::string key(const std::string& name, const nlohmann::json& more = nlohmann::json::object()) {

@@ -116,7 +116,9 @@ TEST(BrightnessController, ForgetsEverythingWhenItStopsAndFinishesWhatItWasGiven
     controller.readUnreadDisplays();
     controller.stop();
     // A change of the screens is no longer of interest.
-    simulator::Call::unguarded().part<simulator::Displays>().disconnect(3);
+    auto& displays = simulator::Call::unguarded().part<simulator::Displays>();
+    displays.disconnect(3);
+    displays.screensChanged();
     run(500ms);
     EXPECT_EQ(sliders(controller), Sliders{});
   });
@@ -165,7 +167,9 @@ TEST(BrightnessController, IsNotKeptByWhatItWatches) {
     const std::weak_ptr<BrightnessController> weak = controller;
     controller.reset();
     EXPECT_TRUE(weak.expired());
-    simulator::Call::unguarded().part<simulator::Displays>().disconnect(3);
+    auto& displays = simulator::Call::unguarded().part<simulator::Displays>();
+    displays.disconnect(3);
+    displays.screensChanged();
     run(100ms);
   });
   EXPECT_EQ(played.calls("IOAVServiceCreateWithService").size(), 2U);

@@ -1,0 +1,111 @@
+// Lines that happen in the middle of what the lines before them started.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <set>
+
+#include "tests/support/Lines.h"
+#include "tests/support/Play.h"
+
+using namespace lines;
+using nlohmann::json;
+
+namespace {
+
+// Where in the trace the line of that name begins.
+std::size_t placeOf(const Played& played, const std::string& name) {
+  const auto found = std::ranges::find_if(
+      played.records, [&name](const json& record) { return record["what"] == "do" && record["line"]["do"] == name; });
+  EXPECT_NE(found, played.records.end()) << name;
+  return static_cast<std::size_t>(found - played.records.begin());
+}
+
+std::string monitorAt(int id, int current) {
+  return display(id, {{"name", "D"},
+                      {"frame", {id * 100, 0, 100, 100}},
+                      {"vendor", 1},
+                      {"product", 2},
+                      {"serial", id},
+                      {"monitor", {{"current", current}, {"maximum", 100}}}});
+}
+
+}  // namespace
+
+TEST(Race, HappensAtAMomentThatTheSeedChooses) {
+  std::set<std::size_t> places;
+  std::set<double> times;
+  bool withinARead = false;
+  WITH_SEEDS(seed, 60) {
+    const Played played = playScenario(twoDisplays + launch + race(key("mute")) + settle + snapshot("end"), seed);
+    EXPECT_EQ(played.status, 0);
+    const std::size_t place = placeOf(played, "key");
+    EXPECT_GT(place, placeOf(played, "launch"));
+    EXPECT_LT(place, placeOf(played, "snapshot"));
+    places.insert(place);
+    times.insert(played.records[place]["t"].get<double>());
+    const auto reads = played.calls("IOAVServiceReadI2C");
+    ASSERT_FALSE(reads.empty());
+    const double begun = played.calls("IOAVServiceWriteI2C")[0]["t"];
+    const double now = played.records[place]["t"];
+    withinARead |= now > begun && now < reads.back()["t"];
+  }
+  EXPECT_GE(places.size(), 5U);
+  EXPECT_GE(times.size(), 3U);
+  EXPECT_TRUE(withinARead);
+}
+
+TEST(Race, IsTheSameWithTheSameSeed) {
+  const std::string story =
+      twoDisplays + launch + race(displayGone(2)) + race(key("brightnessUp")) + race(wake) + settle + snapshot("end");
+  WITH_SEEDS(seed, 10) { EXPECT_EQ(playScenario(story, seed).bytes, playScenario(story, seed).bytes); }
+}
+
+TEST(Race, IsOverBeforeTheNextLineThatIsNotAboutTime) {
+  WITH_SEEDS(seed, 40) {
+    const Played played = playScenario(
+        twoDisplays + race(monitor(2, {{"current", 30}})) + launch + race(displayGone(2)) + snapshot("end"), seed);
+    EXPECT_EQ(played.status, 0);
+    EXPECT_LT(placeOf(played, "monitor"), placeOf(played, "launch"));
+    EXPECT_LT(placeOf(played, "launch"), placeOf(played, "snapshot"));
+    EXPECT_EQ(played.of("snapshot")[0]["displays"].size(), 1U);
+  }
+}
+
+TEST(Race, HappensEvenWhereNothingRuns) {
+  const Played played = playScenario(race(pointer(1, 1)));
+  EXPECT_EQ(played.status, 0);
+  EXPECT_EQ(placeOf(played, "pointer"), played.records.size() - 1);
+}
+
+TEST(Race, SaysWhereAMistakeIs) {
+  EXPECT_EQ(playScenario("\n" + race(settle)).error, "test:2: time cannot race");
+  EXPECT_EQ(playScenario(race(advance(1))).error, "test:1: time cannot race");
+  EXPECT_EQ(playScenario(twoDisplays + launch + race(displayGone(9)) + settle).error, "test:6: there is no display 9");
+  EXPECT_EQ(playScenario(R"({"do":"wake","race":"yes"})").error, R"(test:1: member "race" must be true or false)");
+  EXPECT_EQ(playScenario(during("dlopen", race(wake))).error,
+            R"(test:1: member "line" happens in the middle of the call, not at another moment)");
+}
+
+// A monitor goes at any moment of the walk over the registry and of the reads: the others are none the worse for it.
+TEST(Race, AMonitorThatGoesInTheMiddleHarmsNoOther) {
+  WITH_SEEDS(seed, 100) {
+    const Played played = playScenario(monitorAt(1, 50) + monitorAt(2, 50) + monitorAt(3, 50) + pointer(350, 50) +
+                                           launch + race(displayGone(1)) + race(monitorAt(4, 20)) + settle +
+                                           key("brightnessUp") + pointer(450, 50) + key("brightnessDown") + settle,
+                                       seed);
+    EXPECT_EQ(played.status, 0);
+    EXPECT_EQ(played.lights(3), std::vector<int>{56});
+    EXPECT_EQ(played.lights(4), std::vector<int>{13});
+  }
+}
+
+// The Mac falls asleep at any moment.
+TEST(Race, ASleepInTheMiddleHarmsNothing) {
+  WITH_SEEDS(seed, 60) {
+    const Played played = playScenario(
+        monitorAt(1, 50) + pointer(150, 50) + launch + race(macSleeps(3600)) + settle + key("brightnessUp") + settle,
+        seed);
+    EXPECT_EQ(played.status, 0);
+    EXPECT_EQ(played.lights(1), std::vector<int>{56});
+  }
+}
