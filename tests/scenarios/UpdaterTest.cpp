@@ -52,8 +52,11 @@ TEST(Updater, ChecksAfterTenSecondsAndThenEverySixHours) {
   for (int i = 1; i <= 120; ++i) expected.push_back(21600.0 * i);
   EXPECT_EQ(timesOf(requests), expected);
   for (const json& request : requests) {
-    EXPECT_EQ(request["args"], json::parse(R"({"method":"GET","timeout":15.0,"cache":"reloadIgnoringLocalCacheData",
-                              "url":"https://releases.dalvane.example/dalvane-releases/releases/releases.json"})"));
+    EXPECT_EQ(request["args"],
+              json({{"method", "GET"},
+                    {"timeout", 15.0},
+                    {"cache", "reloadIgnoringLocalCacheData"},
+                    {"url", "https://releases.dalvane.example/dalvane-releases/releases/releases.json"}}));
   }
   EXPECT_TRUE(seat.shutDown());
 }
