@@ -531,6 +531,28 @@ TEST(Updater, AnswersThatComeAfterwardsDoNothing) {
   }
 }
 
+TEST(Updater, NothingBeginsBesideAnInstallThatStoppingLeft) {
+  States states;
+  std::shared_ptr<Updater> updater;
+  auto* const its = &updater;
+  auto* const seen = &states;
+  Seat seat(programOf(updater,
+                      [=] {
+                        (*its)->setOnChange([=] { seen->push_back((*its)->state().index()); });
+                        (*its)->check();
+                        (*its)->install(found("1.4.0"));
+                        (*its)->stop();
+                        (*its)->check();
+                        (*its)->install(found("1.4.0"));
+                      }),
+            1);
+  seat.publishUpdate();
+  seat.play(launch + settle);
+  EXPECT_EQ(states, (States{checking, installing}));
+  EXPECT_EQ(callsOf(seat.takeRecords(), "NSURLSession.downloadTaskWithURL").size(), 1U);
+  EXPECT_TRUE(seat.shutDown());
+}
+
 TEST(Updater, ChecksAgainAfterACheckThatStoppingEnded) {
   States states;
   std::shared_ptr<Updater> updater;
