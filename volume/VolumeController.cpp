@@ -86,8 +86,9 @@ bool VolumeController::handle(MediaKey key, bool isPressed, bool isRepeat) {
   if (key > MediaKey::mute || !output_) return false;
   if (!isPressed) return true;
 
-  long steps = storedSteps(output_->uid);
-  bool muted = storedMute(output_->uid);
+  const Output output = *output_;
+  long steps = storedSteps(output.uid);
+  bool muted = storedMute(output.uid);
   switch (key) {
     case MediaKey::mute:
       if (isRepeat) return true;  // a held key toggles once
@@ -102,14 +103,15 @@ bool VolumeController::handle(MediaKey key, bool isPressed, bool isRepeat) {
       muted = false;
       break;
   }
-  apply(steps, muted);
+  apply(steps, muted, output);
   if (osd_) osd_->showVolume(muted ? 0 : shown(steps), totalSteps, steps == 0 || muted);
   return true;
 }
 
 void VolumeController::setSteps(int steps) {
   assertMainThread();
-  if (output_) apply(std::clamp(steps, 0, totalSteps), false);
+  if (!output_) return;
+  apply(std::clamp(steps, 0, totalSteps), false, Output(*output_));
 }
 
 void VolumeController::refresh() {
@@ -131,11 +133,12 @@ void VolumeController::chooseOutput() {
     return;
   }
   if (!mayCapture()) return;
-  output_ = {.device = device, .uid = CoreAudio::deviceUID(device), .name = name};
+  const Output output{.device = device, .uid = CoreAudio::deviceUID(device), .name = name};
+  output_ = output;
   os_log_info(logger(), "Controlling the volume of %{public}s", name.c_str());
-  const long steps = storedSteps(output_->uid);
-  const bool muted = storedMute(output_->uid);
-  if (!isFull(steps, muted)) startRouter(gain(steps, muted));
+  const long steps = storedSteps(output.uid);
+  const bool muted = storedMute(output.uid);
+  if (!isFull(steps, muted)) startRouter(gain(steps, muted), output);
 }
 
 bool VolumeController::controlsDefaultOutput() const {
@@ -172,15 +175,15 @@ void VolumeController::listenForDefaultOutputChanges() {
   }
 }
 
-void VolumeController::watchDevice() {
+void VolumeController::watchDevice(const Output& output) {
   const auto watch = [&](AudioObjectID object, const AudioObjectPropertyAddress& address,
                          void (VolumeController::*changed)()) {
     const OSStatus status = routersListeners_.emplace_back(object, address, whileRunning(changed)).status();
     if (status != kAudioHardwareNoError) {
-      os_log_error(logger(), "Could not watch %{public}s (OSStatus %d)", output_->name.c_str(), status);
+      os_log_error(logger(), "Could not watch %{public}s (OSStatus %d)", output.name.c_str(), status);
     }
   };
-  for (const auto& address : watchedOfDevice) watch(output_->device, address, &VolumeController::deviceChanged);
+  for (const auto& address : watchedOfDevice) watch(output.device, address, &VolumeController::deviceChanged);
   // Of what the router is made of nothing is left then, however little the device has changed.
   watch(CoreAudio::system, CoreAudio::propertyAddress(kAudioHardwarePropertyServiceRestarted),
         &VolumeController::refresh);
@@ -232,28 +235,27 @@ long VolumeController::storedSteps(const std::string& uid) const {
 
 bool VolumeController::storedMute(const std::string& uid) const { return defaults_.boolForKey(mutedKey(uid)); }
 
-void VolumeController::apply(long steps, bool muted) {
-  defaults_.setInteger(steps, stepsKey(output_->uid));
-  defaults_.setBool(muted, mutedKey(output_->uid));
+void VolumeController::apply(long steps, bool muted, const Output& output) {
+  defaults_.setInteger(steps, stepsKey(output.uid));
+  defaults_.setBool(muted, mutedKey(output.uid));
   if (isFull(steps, muted)) return stopRouter();
   if (router_) return router_->setGain(gain(steps, muted));
   try {
     // Without the permission, which can have been taken away, a tap is silent and the device too.
-    if (mayCapture()) startRouter(gain(steps, muted));
+    if (mayCapture()) startRouter(gain(steps, muted), output);
   } catch (const std::exception& error) {
     os_log_error(logger(), "%{public}s", error.what());
     output_.reset();
   }
 }
 
-void VolumeController::startRouter(float gain) {
-  watchDevice();  // first, so that no change is missed
+void VolumeController::startRouter(float gain, const Output& output) {
+  watchDevice(output);  // first, so that no change is missed
   try {
-    router_.emplace(output_->device, gain);
+    router_.emplace(output.device, gain);
   } catch (const std::exception& error) {
     // The next change of the level tries again.
-    os_log_error(logger(), "Starting the capture for %{public}s failed: %{public}s", output_->name.c_str(),
-                 error.what());
+    os_log_error(logger(), "Starting the capture for %{public}s failed: %{public}s", output.name.c_str(), error.what());
     routersListeners_.clear();
   }
 }

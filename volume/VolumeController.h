@@ -57,7 +57,7 @@ class VolumeController : public std::enable_shared_from_this<VolumeController> {
   // The call of `action`, for as long as the controller is there and runs.
   std::function<void()> whileRunning(void (VolumeController::*action)());
   void listenForDefaultOutputChanges();
-  void watchDevice();
+  void watchDevice(const Output& output);
   void observeWake();
   // Whether sound may be tapped. If not, the controller is idle, and the user is told, or asked.
   bool mayCapture();
@@ -66,9 +66,8 @@ class VolumeController : public std::enable_shared_from_this<VolumeController> {
 
   [[nodiscard]] long storedSteps(const std::string& uid) const;
   [[nodiscard]] bool storedMute(const std::string& uid) const;
-  // These want a device to control.
-  void apply(long steps, bool muted);
-  void startRouter(float gain);
+  void apply(long steps, bool muted, const Output& output);
+  void startRouter(float gain, const Output& output);
   void stopRouter();
 
   const NS::UserDefaults defaults_ = NS::UserDefaults::standardUserDefaults();
