@@ -113,7 +113,6 @@ void AppDelegate::startKeyTapWhenTrusted() {
 
 void AppDelegate::waitForAccessibility() {
   os_log_info(logger(), "Waiting for Accessibility permission");
-  stopAccessibilityTimer();
   const auto weak = weak_from_this();
   const auto poll = ^(CFRunLoopTimerRef) {
     assertMainThread();
@@ -150,7 +149,6 @@ void AppDelegate::stopAccessibilityTimer() {
 }
 
 void AppDelegate::startKeyTap() {
-  if (!keyTap_) return;
   // A refusal is final: the user has granted the permission, so trying again would not help.
   if (keyTap_->start()) {
     os_log_info(logger(), "Media key tap installed");

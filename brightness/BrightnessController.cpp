@@ -102,7 +102,9 @@ void BrightnessController::stop() {
 void BrightnessController::observe(const NS::NotificationCenter& center, CFStringRef name) {
   const auto weak = weak_from_this();
   observers_.push_back({center, center.addObserverForName(name, ^{
-                          if (const auto self = weak.lock()) self->refreshDisplays();
+                          const auto self = weak.lock();
+                          // A notification that is on its way when `stop` comes may still arrive.
+                          if (self && !self->observers_.empty()) self->refreshDisplays();
                         })});
 }
 

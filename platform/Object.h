@@ -8,6 +8,8 @@
 // taps, timers and Dispatch, around which nothing drains one, and C++ has no words for it.
 #pragma once
 
+#include <utility>
+
 #include "platform/CF.h"
 
 namespace NS {

@@ -110,10 +110,7 @@ class AttachedImage {
  private:
   // Best effort: there is nothing else to try.
   void detach() const noexcept {
-    static_cast<void>(attempt([this] {
-      run(hdiutil, {"detach", mountPoint_, "-force", "-quiet"});
-      return true;
-    }));
+    static_cast<void>(attempt([this] { run(hdiutil, {"detach", mountPoint_, "-force", "-quiet"}); }));
   }
 
   fs::path mountPoint_;

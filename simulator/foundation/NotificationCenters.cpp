@@ -23,7 +23,6 @@ struct NotificationCenters::Observer : Object {
   Which center = defaultCenter;
   std::string name;
   void (^block)() = nullptr;
-  bool registered = true;
 };
 
 NotificationCenters::NotificationCenters(Machine& machine, RunLoop& runLoop) : machine_(machine), runLoop_(runLoop) {}
@@ -34,10 +33,9 @@ void NotificationCenters::post(Which center, CFStringRef name) {
     if (observer->center != center || observer->name != textOf(name, "NSNotification")) continue;
     retain(observer, "NSNotification");
     const std::shared_ptr<Observer> told(observer, [](Observer* each) { release(each, "NSNotification"); });
-    // Delivered on the main operation queue, which runs its operations on the main queue.
-    runLoop_.postToMainQueue(this, [told] {
-      if (told->registered) told->block();
-    });
+    // Delivered on the main operation queue, which runs its operations on the main queue. Nobody says that one which is
+    // on its way is taken back when the observer is removed.
+    runLoop_.postToMainQueue(this, [told] { told->block(); });
   }
 }
 
@@ -53,7 +51,6 @@ Object* NotificationCenters::addObserver(Which center, CFStringRef name, void (^
 
 void NotificationCenters::drop(std::list<Observer*>::iterator observer) {
   Observer* const dropped = *observer;
-  dropped->registered = false;
   observers_.erase(observer);
   release(dropped, "NSNotificationCenter.removeObserver");
 }

@@ -54,6 +54,15 @@ TEST(Accessibility, GrantedLaterInstallsTheTapAtTheNextPoll) {
   }
 }
 
+// The poll that does not see the permission is the first.
+TEST(Accessibility, IsFirstPolledForTwoSecondsAfterTheQuestion) {
+  const Played played = playScenario(twoDisplays + accessibility(false) + fail("AXIsProcessTrusted", 1) + launch +
+                                     accessibility(true) + advance(10));
+  const auto taps = played.calls("CGEventTapCreate");
+  ASSERT_EQ(taps.size(), 1U);
+  EXPECT_EQ(taps[0]["t"], 4.0);
+}
+
 TEST(Accessibility, RefusedTapIsFinal) {
   // Also where the program looks after the tap: nobody has taken the permission away.
   for (const std::string& looks : {advance(100), wake + menu(true) + menu(false)}) {

@@ -225,6 +225,9 @@ TEST(Alert, CutsWhatIsTooLongForIt) {
   const auto informative = failure["informative"].get<std::string>();
   EXPECT_TRUE(informative.starts_with("[json.exception.parse_error")) << informative.substr(0, 100);
   EXPECT_LT(informative.size(), shown.size());
+
+  seat.play(feed({{"error", megabytes}}) + check + settle);
+  EXPECT_EQ(recordsOf(seat.takeRecords(), "alert")[0]["informative"], shown);
   EXPECT_TRUE(seat.shutDown());
 }
 

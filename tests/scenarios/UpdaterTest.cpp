@@ -52,8 +52,11 @@ TEST(Updater, ChecksAfterTenSecondsAndThenEverySixHours) {
   for (int i = 1; i <= 120; ++i) expected.push_back(21600.0 * i);
   EXPECT_EQ(timesOf(requests), expected);
   for (const json& request : requests) {
-    EXPECT_EQ(request["args"], json::parse(R"({"method":"GET","timeout":15.0,"cache":"reloadIgnoringLocalCacheData",
-                              "url":"https://releases.dalvane.example/dalvane-releases/releases/releases.json"})"));
+    EXPECT_EQ(request["args"],
+              json({{"method", "GET"},
+                    {"timeout", 15.0},
+                    {"cache", "reloadIgnoringLocalCacheData"},
+                    {"url", "https://releases.dalvane.example/dalvane-releases/releases/releases.json"}}));
   }
   EXPECT_TRUE(seat.shutDown());
 }
@@ -526,6 +529,28 @@ TEST(Updater, AnswersThatComeAfterwardsDoNothing) {
       }
     }
   }
+}
+
+TEST(Updater, NothingBeginsBesideAnInstallThatStoppingLeft) {
+  States states;
+  std::shared_ptr<Updater> updater;
+  auto* const its = &updater;
+  auto* const seen = &states;
+  Seat seat(programOf(updater,
+                      [=] {
+                        (*its)->setOnChange([=] { seen->push_back((*its)->state().index()); });
+                        (*its)->check();
+                        (*its)->install(found("1.4.0"));
+                        (*its)->stop();
+                        (*its)->check();
+                        (*its)->install(found("1.4.0"));
+                      }),
+            1);
+  seat.publishUpdate();
+  seat.play(launch + settle);
+  EXPECT_EQ(states, (States{checking, installing}));
+  EXPECT_EQ(callsOf(seat.takeRecords(), "NSURLSession.downloadTaskWithURL").size(), 1U);
+  EXPECT_TRUE(seat.shutDown());
 }
 
 TEST(Updater, ChecksAgainAfterACheckThatStoppingEnded) {

@@ -18,6 +18,9 @@ std::string errorOf(const std::string& refused) {
   return played.error.substr(std::string("test:3: ").size());
 }
 
+// An image with members that are not as they should be.
+std::string imageWith(const json& members) { return image("https://a.example/", members); }
+
 // A display as it should be, with members that are not.
 std::string displayWith(const json& members = json::object()) {
   json all = {{"id", 1}, {"name", "A"}, {"frame", {0, 0, 1, 1}}};
@@ -100,40 +103,37 @@ TEST(Vocabulary, RefusesApplicationsThatNoImageCanHold) {
   for (const std::string& name : {std::string(), std::string("/Dalvane.app"), std::string("../Dalvane.app"),
                                   std::string("."), std::string("Dalvane.app/"), std::string("Applications"),
                                   std::string("Applications/Dalvane.app"), std::string("a\0.app", 6), tooLong}) {
-    EXPECT_EQ(errorOf(image("https://a.example/", {{"apps", json::array({name})}})),
-              R"(member "apps" must be a list of names)")
-        << name;
+    EXPECT_EQ(errorOf(imageWith({{"apps", json::array({name})}})), R"(member "apps" must be a list of names)") << name;
   }
-  const Played played = playScenario(image("https://a.example/", {{"apps", {"A.app", "A.app/Contents/Info.plist"}}}));
+  const Played played = playScenario(imageWith({{"apps", {"A.app", "A.app/Contents/Info.plist"}}}));
   EXPECT_EQ(played.status, 2);
   EXPECT_EQ(played.error, "test:1: the applications of the image stand in each other's way");
 }
 
 TEST(Vocabulary, RefusesWhatCannotLieBesideTheApplications) {
   const std::string links = R"(member "links" must be an object of names and absolute paths)";
-  EXPECT_EQ(errorOf(R"({"do":"image","url":"https://a.example/","links":["A.app"]})"), links);
-  EXPECT_EQ(errorOf(R"({"do":"image","url":"https://a.example/","links":{"A.app":7}})"), links);
-  EXPECT_EQ(errorOf(R"({"do":"image","url":"https://a.example/","links":{"A.app":"B.app"}})"), links);
-  EXPECT_EQ(errorOf(R"({"do":"image","url":"https://a.example/","links":{"A/B.app":"/B.app"}})"), links);
-  EXPECT_EQ(errorOf(R"({"do":"image","url":"https://a.example/","links":{"..":"/B.app"}})"), links);
+  EXPECT_EQ(errorOf(imageWith({{"links", json::array({"A.app"})}})), links);
+  EXPECT_EQ(errorOf(imageWith({{"links", {{"A.app", 7}}}})), links);
+  EXPECT_EQ(errorOf(imageWith({{"links", {{"A.app", "B.app"}}}})), links);
+  EXPECT_EQ(errorOf(imageWith({{"links", {{"A/B.app", "/B.app"}}}})), links);
+  EXPECT_EQ(errorOf(imageWith({{"links", {{"..", "/B.app"}}}})), links);
   const std::string files = R"(member "files" must be a list of names)";
-  EXPECT_EQ(errorOf(R"({"do":"image","url":"https://a.example/","files":"A.app"})"), files);
-  EXPECT_EQ(errorOf(R"({"do":"image","url":"https://a.example/","files":[7]})"), files);
-  EXPECT_EQ(errorOf(R"({"do":"image","url":"https://a.example/","files":["Applications"]})"), files);
-  EXPECT_EQ(errorOf(R"({"do":"image","url":"https://a.example/","files":["A/B"]})"), files);
-  const Played played = playScenario(R"({"do":"image","url":"https://a.example/","links":{"Dalvane.app":"/B.app"}})");
+  EXPECT_EQ(errorOf(imageWith({{"files", "A.app"}})), files);
+  EXPECT_EQ(errorOf(imageWith({{"files", json::array({7})}})), files);
+  EXPECT_EQ(errorOf(imageWith({{"files", json::array({"Applications"})}})), files);
+  EXPECT_EQ(errorOf(imageWith({{"files", json::array({"A/B"})}})), files);
+  const Played played = playScenario(imageWith({{"links", {{"Dalvane.app", "/B.app"}}}}));
   EXPECT_EQ(played.error, "test:1: the applications of the image stand in each other's way");
 }
 
 TEST(Vocabulary, RefusesBundlesThatCannotBeMade) {
-  EXPECT_EQ(errorOf(R"({"do":"bundle","tampered":"icon"})"),
-            R"(member "tampered" must be true, false or what is changed)");
-  EXPECT_EQ(errorOf(R"({"do":"bundle","backup":"icon"})"), R"(member "backup" must be true, false or what is changed)");
-  EXPECT_EQ(errorOf(R"({"do":"bundle","backup":1})"), R"(member "backup" must be true or false)");
+  EXPECT_EQ(errorOf(bundle({{"tampered", "icon"}})), R"(member "tampered" must be true, false or what is changed)");
+  EXPECT_EQ(errorOf(bundle({{"backup", "icon"}})), R"(member "backup" must be true, false or what is changed)");
+  EXPECT_EQ(errorOf(bundle({{"backup", 1}})), R"(member "backup" must be true or false)");
   const std::string unsignedToo = "what is not signed cannot be told to be tampered with";
-  EXPECT_EQ(errorOf(R"({"do":"bundle","signer":null,"tampered":true})"), unsignedToo);
-  EXPECT_EQ(errorOf(R"({"do":"bundle","signer":null,"backup":"info"})"), unsignedToo);
-  EXPECT_EQ(playScenario(R"({"do":"bundle","signer":null,"backup":true})").status, 0);
+  EXPECT_EQ(errorOf(bundle({{"signer", nullptr}, {"tampered", true}})), unsignedToo);
+  EXPECT_EQ(errorOf(bundle({{"signer", nullptr}, {"backup", "info"}})), unsignedToo);
+  EXPECT_EQ(playScenario(bundle({{"signer", nullptr}, {"backup", true}})).status, 0);
 }
 
 TEST(Vocabulary, RefusesRedirectsToWhatIsNoAddress) {
@@ -142,8 +142,8 @@ TEST(Vocabulary, RefusesRedirectsToWhatIsNoAddress) {
 }
 
 TEST(Vocabulary, RefusesATemperThatIsNone) {
-  EXPECT_EQ(errorOf(R"({"do":"temper"})"), R"(needs "threads" or "audio")");
-  EXPECT_EQ(errorOf(R"({"do":"temper","audio":"wild"})"), R"(member "audio" must be "smooth" or "rough")");
+  EXPECT_EQ(errorOf(temper(json::object())), R"(needs "threads" or "audio")");
+  EXPECT_EQ(errorOf(temper({{"audio", "wild"}})), R"(member "audio" must be "smooth" or "rough")");
 }
 
 TEST(Vocabulary, RefusesPreferencesThatNoPropertyListHolds) {
@@ -174,24 +174,18 @@ TEST(Vocabulary, RefusesToSleepThroughRealTime) {
 }
 
 TEST(Vocabulary, RefusesWhatCannotHappenInTheMiddleOfACall) {
-  EXPECT_EQ(errorOf(R"({"do":"during","call":"IOIteratorNexd","line":{"do":"wake"}})"),
-            R"(there is no call "IOIteratorNexd" that can be interrupted)");
-  EXPECT_EQ(errorOf(R"({"do":"during","call":"IOIteratorNext"})"), R"(missing member "line")");
-  EXPECT_EQ(errorOf(R"({"do":"during","call":"IOIteratorNext","line":{"do":"nonsense"}})"),
-            R"(unknown "do": "nonsense")");
-  EXPECT_EQ(errorOf(R"({"do":"during","call":"IOIteratorNext","nth":0,"line":{"do":"wake"}})"),
-            R"(member "nth" must be 1 or more)");
-  for (const char* const waiting : {R"({"do":"settle"})", R"({"do":"advance","seconds":1})", R"({"do":"launch"})"}) {
-    EXPECT_EQ(errorOf(R"({"do":"during","call":"IOIteratorNext","line":)" + std::string(waiting) + "}"),
-              R"(member "line" must not let anything run)");
+  EXPECT_EQ(errorOf(during("IOIteratorNexd", wake)), R"(there is no call "IOIteratorNexd" that can be interrupted)");
+  EXPECT_EQ(errorOf(line("during", {{"call", "IOIteratorNext"}})), R"(missing member "line")");
+  EXPECT_EQ(errorOf(during("IOIteratorNext", line("nonsense"))), R"(unknown "do": "nonsense")");
+  EXPECT_EQ(errorOf(during("IOIteratorNext", wake, 0)), R"(member "nth" must be 1 or more)");
+  for (const std::string& waiting : {settle, advance(1), launch}) {
+    EXPECT_EQ(errorOf(during("IOIteratorNext", waiting)), R"(member "line" must not let anything run)");
   }
 }
 
 TEST(VocabularyDeathTest, MistakeInTheMiddleOfACallIsNotTheProgramsOwn) {
-  EXPECT_EXIT(Seat().play(R"({"do":"during","call":"IOIteratorNext","line":{"do":"display","id":9,"gone":true}})"
-                          "\n" +
-                          launched),
-              testing::ExitedWithCode(1), "during IOIteratorNext: there is no display 9");
+  EXPECT_EXIT(Seat().play(during("IOIteratorNext", displayGone(9)) + launched), testing::ExitedWithCode(1),
+              "during IOIteratorNext: there is no display 9");
 }
 
 TEST(Vocabulary, ReadsEveryLineBeforeItBegins) {

@@ -6,6 +6,7 @@
 #include <tuple>
 
 #include "brightness/BrightnessController.h"
+#include "simulator/desktop/NotificationCenters.h"
 #include "simulator/displays/Displays.h"
 #include "simulator/foundation/RunLoop.h"
 #include "simulator/kernel/Call.h"
@@ -124,6 +125,19 @@ TEST(BrightnessController, ForgetsEverythingWhenItStopsAndFinishesWhatItWasGiven
   });
   EXPECT_EQ(played.lights(2), (std::vector<int>{75}));
   EXPECT_EQ(played.calls("IOAVServiceReadI2C").size(), 2U);
+}
+
+TEST(BrightnessController, NotificationsThatComeTooLateDoNothing) {
+  const Played played = withController(desk, [](BrightnessController& controller) {
+    run(100ms);
+    simulator::Machine::current().displays->disconnect(3);
+    simulator::Machine::current().notifications->post(simulator::NotificationCenters::workspaceCenter,
+                                                      NS::WorkspaceDidWakeNotification());
+    controller.stop();
+    run(500ms);
+    EXPECT_EQ(sliders(controller), Sliders{});
+  });
+  EXPECT_EQ(played.calls("IOAVServiceCreateWithService").size(), 2U);
 }
 
 TEST(BrightnessController, LetsReadsRunOutWhenItStops) {

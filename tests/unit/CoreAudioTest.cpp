@@ -159,7 +159,7 @@ TEST(AudioRouter, DescribesItsObjects) {
   EXPECT_EQ(device["stacked"], false);
   EXPECT_EQ(device["tapautostart"], true);
   EXPECT_EQ(device["subdevices"], json::array({"HDMI-1"}));
-  EXPECT_EQ(device["taps"], json::parse(R"([{"uid":)" + tap["uuid"].dump() + R"(,"drift":true}])"));
+  EXPECT_EQ(device["taps"], json::array({{{"uid", tap["uuid"]}, {"drift", true}}}));
   EXPECT_NE(device["uid"], tap["uuid"]);
 }
 

@@ -264,6 +264,12 @@ TEST(Render, TakesEmptyBuffersAndLists) {
     render(state, *none, *none);
     render(state, *some, *none);
     EXPECT_EQ(state.appliedGain, target);
+
+    // What lies behind the end of a list is no buffer.
+    Samples behind = filled(2, untouched);
+    AudioBufferList empty = {0, {{2, 2 * sizeof(float), behind.data()}}};
+    render(state, *some, empty);
+    EXPECT_EQ(behind, filled(2, untouched));
   }
 }
 
