@@ -6,8 +6,8 @@
 #include <tuple>
 
 #include "brightness/BrightnessController.h"
-#include "simulator/desktop/NotificationCenters.h"
 #include "simulator/displays/Displays.h"
+#include "simulator/foundation/NotificationCenters.h"
 #include "simulator/foundation/RunLoop.h"
 #include "simulator/kernel/Call.h"
 #include "simulator/mac/Mac.h"
@@ -130,9 +130,11 @@ TEST(BrightnessController, ForgetsEverythingWhenItStopsAndFinishesWhatItWasGiven
 TEST(BrightnessController, NotificationsThatComeTooLateDoNothing) {
   const Played played = withController(desk, [](BrightnessController& controller) {
     run(100ms);
-    simulator::Machine::current().displays->disconnect(3);
-    simulator::Machine::current().notifications->post(simulator::NotificationCenters::workspaceCenter,
-                                                      NS::WorkspaceDidWakeNotification());
+    const auto& machine = simulator::Call::unguarded();
+    machine.part<simulator::Displays>().disconnect(3);
+    machine.part<simulator::Displays>().screensChanged();
+    machine.part<simulator::NotificationCenters>().post(simulator::NotificationCenters::workspaceCenter,
+                                                        NS::WorkspaceDidWakeNotification());
     controller.stop();
     run(500ms);
     EXPECT_EQ(sliders(controller), Sliders{});
