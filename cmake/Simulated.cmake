@@ -6,6 +6,12 @@ find_package(OpenSSL REQUIRED)
 find_package(Threads REQUIRED)
 find_library(BLOCKS_RUNTIME BlocksRuntime REQUIRED)
 find_library(PLIST plist-2.0 REQUIRED)
+find_library(CAIRO cairo REQUIRED)
+find_path(CAIRO_HEADERS cairo.h PATH_SUFFIXES cairo REQUIRED)
+find_library(HARFBUZZ harfbuzz REQUIRED)
+find_path(HARFBUZZ_HEADERS hb.h PATH_SUFFIXES harfbuzz REQUIRED)
+# The font of everything that is measured and drawn: Debian's package fonts-inter.
+find_path(INTER_FONT Inter-Regular.otf PATHS /usr/share/fonts/opentype/inter REQUIRED NO_DEFAULT_PATH)
 
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})
 # The simulated system's files, laid out as they lie on a Mac.
@@ -35,13 +41,23 @@ add_library(simulator OBJECT
   simulator/desktop/Application.cpp
   simulator/desktop/AudioCapture.cpp
   simulator/desktop/EventStream.cpp
+  simulator/desktop/Images.cpp
   simulator/desktop/MenuBar.cpp
+  simulator/desktop/MenuLayout.cpp
   simulator/desktop/NotificationCenters.cpp
   simulator/desktop/PopUps.cpp
+  simulator/desktop/SliderMouse.cpp
+  simulator/desktop/Views.cpp
   simulator/displays/AVService.cpp
   simulator/displays/Displays.cpp
   simulator/displays/Monitor.cpp
   simulator/displays/Registry.cpp
+  simulator/drawing/Constraints.cpp
+  simulator/drawing/Font.cpp
+  simulator/drawing/Layout.cpp
+  simulator/drawing/Path.cpp
+  simulator/drawing/Picture.cpp
+  simulator/drawing/Symbols.cpp
   simulator/machine/Faults.cpp
   simulator/machine/Machine.cpp
   simulator/machine/Object.cpp
@@ -88,7 +104,9 @@ target_link_libraries(simulator PUBLIC host_processes)
 set_source_files_properties(simulator/machine/SystemRoot.cpp PROPERTIES
   COMPILE_DEFINITIONS SIMULATED_SYSTEM="${SIMULATED_SYSTEM}")
 target_compile_definitions(simulator PRIVATE DALVANE_FEED_HOST="${DALVANE_FEED_HOST}")
-target_link_libraries(simulator PUBLIC ${BLOCKS_RUNTIME} CURL::libcurl ICU::uc OpenSSL::SSL ${PLIST} Threads::Threads ${CMAKE_DL_LIBS})
+target_include_directories(simulator SYSTEM PRIVATE ${CAIRO_HEADERS} ${HARFBUZZ_HEADERS})
+set_source_files_properties(simulator/drawing/Font.cpp PROPERTIES COMPILE_DEFINITIONS FONT_FOLDER="${INTER_FONT}")
+target_link_libraries(simulator PUBLIC ${BLOCKS_RUNTIME} ${CAIRO} ${HARFBUZZ} CURL::libcurl ICU::uc OpenSSL::SSL ${PLIST} Threads::Threads ${CMAKE_DL_LIBS})
 # C library functions whose calls from the program are the machine's.
 foreach(function abort confstr getpid nanosleep waitpid
     __cxa_guard_acquire __cxa_guard_release __cxa_guard_abort)
@@ -144,7 +162,7 @@ target_link_libraries(dalvane PUBLIC simulated_settings)
 target_compile_definitions(dalvane PRIVATE DALVANE_FEED_HOST="${DALVANE_FEED_HOST}")
 set_source_files_properties(app/main.cpp PROPERTIES COMPILE_DEFINITIONS main=dalvane_main)
 
-add_library(desk OBJECT desk/Desk.cpp desk/Explore.cpp desk/Narrator.cpp desk/Tour.cpp)
+add_library(desk OBJECT desk/Desk.cpp desk/Explore.cpp desk/Narrator.cpp desk/Pictures.cpp desk/Tour.cpp)
 target_compile_definitions(desk PRIVATE DALVANE_VERSION="${DALVANE_VERSION}")
 target_link_libraries(desk PUBLIC simulated_settings)
 

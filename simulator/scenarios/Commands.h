@@ -102,8 +102,6 @@ class Commands {
   using Parser = std::function<Action(Arguments& line)>;
 
   void add(const char* name, Parser parser) { parsers_[name] = std::move(parser); }
-  // A line of the contract that the machine has no part for yet.
-  void addNotYetSimulated(const char* name);
   // The action of one line.
   [[nodiscard]] Action parse(std::string_view line) const;
 

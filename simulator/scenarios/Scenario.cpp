@@ -106,7 +106,6 @@ Scenario::Scenario(Machine& machine) : machine_(machine) {
     const std::uint64_t times = line.count("times", 1);
     return [=](Machine& played) { played.faults.interrupt(call, [&played, happens] { happens(played); }, nth, times); };
   });
-  commands_.addNotYetSimulated("slide");
   for (Part* const part : machine.parts) part->addCommands(commands_);
 }
 
