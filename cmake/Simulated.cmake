@@ -11,7 +11,12 @@ find_path(CAIRO_HEADERS cairo.h PATH_SUFFIXES cairo REQUIRED)
 find_library(HARFBUZZ harfbuzz REQUIRED)
 find_path(HARFBUZZ_HEADERS hb.h PATH_SUFFIXES harfbuzz REQUIRED)
 # The font of everything that is measured and drawn: Debian's package fonts-inter.
-find_path(INTER_FONT Inter-Regular.otf PATHS /usr/share/fonts/opentype/inter REQUIRED NO_DEFAULT_PATH)
+file(GLOB_RECURSE INTER_FONT /usr/share/fonts/Inter-Regular.otf)
+if(NOT INTER_FONT)
+  message(FATAL_ERROR "There is no Inter-Regular.otf below /usr/share/fonts (Debian's package fonts-inter)")
+endif()
+list(GET INTER_FONT 0 INTER_FONT)
+cmake_path(GET INTER_FONT PARENT_PATH INTER_FONT)
 
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})
 # The simulated system's files, laid out as they lie on a Mac.

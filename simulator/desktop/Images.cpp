@@ -56,8 +56,11 @@ void drawInBackground(Machine& machine, ImageObject& image) {
   if (!image.handler) return;
   machine.scheduler.spawn("drawing", [&machine, kept = CF::retain(static_cast<CFTypeRef>(&image))] {
     auto& drawn = live<ImageObject>(kept.get(), "NSImage");
-    GraphicsContext context{.picture = {.size = drawn.picture.size, .flipped = drawn.picture.flipped, .operations = {}},
-                            .color = {}};
+    GraphicsContext context{};
+    {
+      const Scheduler::Lock lock(machine.scheduler);
+      context.picture = {.size = drawn.picture.size, .flipped = drawn.picture.flipped, .operations = {}};
+    }
     bool isDrawn = false;
     {
       const Drawing drawing(machine, context);
