@@ -48,7 +48,7 @@ struct SliderObject : ViewObject {
   double maximum = 1;
   long tickMarks = 0;
   bool ticksOnly = false;
-  bool isContinuous = true;  // NSSlider's default
+  bool isContinuous = false;  // until the program says so
   std::function<void()> action;
 };
 

@@ -93,6 +93,7 @@ TEST(SliderMenuItemView, LaysOutItsContent) {
     EXPECT_EQ(caption->box.found.origin.x, 14);
     EXPECT_EQ(caption->box.found.origin.y, 4);
     EXPECT_EQ(symbol->box.found.origin.x, 14);
+    EXPECT_EQ(symbol->box.hugging[drawing::horizontal], NS::LayoutPriorityRequired);
     EXPECT_EQ(symbol->box.found.size.width, symbol->shown()->picture.size.width);
     EXPECT_EQ(slider.box.found.origin.x, 14 + symbol->box.found.size.width + 8);
     EXPECT_EQ(slider.box.found.origin.x + slider.box.found.size.width, 246);
