@@ -26,7 +26,10 @@ NS::TextField makeCaption(const std::string& title) {
 
 NS::ImageView makeSymbol(const std::string& name) {
   auto symbol = NS::ImageView::initWithFrame({});
-  symbol.setImage(NS::Image::imageWithSystemSymbolName(name));
+  const auto image = NS::Image::imageWithSystemSymbolName(name);
+  symbol.setImage(image);
+  // Without an image it has no width of its own, and could take the slider's.
+  symbol.setHidden(!image);
   symbol.setContentTintColor(NS::Color::secondaryLabelColor());
   symbol.setContentHuggingPriority(NS::LayoutPriorityRequired, NS::LayoutOrientation::Horizontal);
   return symbol;

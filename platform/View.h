@@ -54,6 +54,8 @@ class View : public Object {
   void setAutoresizingMask(unsigned long mask) const;
   // Whether the frame and that mask stand for constraints, as they do by default.
   void setTranslatesAutoresizingMaskIntoConstraints(bool translates) const;
+  // A stack leaves hidden views out.
+  void setHidden(bool isHidden) const;
   // How strongly the view resists being wider, or taller, than its content: up to LayoutPriorityRequired.
   void setContentHuggingPriority(float priority, LayoutOrientation orientation) const;
   // The smallest size that satisfies the constraints in the view.

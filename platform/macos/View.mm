@@ -72,6 +72,12 @@ void View::setTranslatesAutoresizingMaskIntoConstraints(bool translates) const {
   }
 }
 
+void View::setHidden(bool isHidden) const {
+  @autoreleasepool {
+    object(*this).hidden = isHidden;
+  }
+}
+
 void View::setContentHuggingPriority(float priority, LayoutOrientation orientation) const {
   @autoreleasepool {
     [object(*this) setContentHuggingPriority:priority

@@ -221,6 +221,11 @@ void View::setTranslatesAutoresizingMaskIntoConstraints(bool translates) const {
   live<ViewObject>(get(), name).translatesAutoresizingMask = translates;
 }
 
+void View::setHidden(bool isHidden) const {
+  const Call call("NSView.setHidden", Call::On::mainThread);
+  live<ViewObject>(get(), "NSView.setHidden").box.hidden = isHidden;
+}
+
 void View::setContentHuggingPriority(float priority, LayoutOrientation orientation) const {
   constexpr const char* name = "NSView.setContentHuggingPriority";
   const Call call(name, Call::On::mainThread);

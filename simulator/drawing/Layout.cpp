@@ -106,6 +106,7 @@ class Layout {
   void addStack(Box& box, const Stack& stack) {
     Box* previous = nullptr;
     for (Box* const child : box.children) {
+      if (child->hidden) continue;
       if (previous) {
         add(difference(low(*child, stack.axis), high(*previous, stack.axis)), equal, stack.spacing);
       } else {

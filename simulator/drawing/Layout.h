@@ -50,6 +50,7 @@ struct Box {
   std::array<double, 2> hugging = {defaultLow, defaultLow};
   std::array<double, 2> resistance = {defaultHigh, defaultHigh};
   std::optional<Stack> stack;
+  bool hidden = false;  // a stack leaves it out
   // Where it lies, if that is given and not found.
   std::optional<CGRect> fixed;
   std::vector<Box*> children;

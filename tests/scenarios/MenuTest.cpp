@@ -1,8 +1,10 @@
 // The status menu's slider rows, as their user meets them.
 #include <gtest/gtest.h>
 
+#include "simulator/machine/Object.h"
 #include "tests/support/Lines.h"
 #include "tests/support/Play.h"
+#include "tests/support/Seat.h"
 
 using namespace lines;
 using nlohmann::json;
@@ -123,6 +125,16 @@ TEST(Menu, IsMadeAnewAtEachOpening) {
                   withFixedItems({"[Brightness]", "Right: 12"})}));
     EXPECT_EQ(played.status, 0);
   }
+}
+
+TEST(Menu, KeepsNoRowsOfEarlierOpenings) {
+  Seat seat;
+  const auto sliders = [] { return simulator::liveObjects()["NSSlider"]; };
+  seat.play(screen(2, "Left", 50) + television + start + menu(true) + menu(false) + menu(true));
+  EXPECT_EQ(sliders(), 2U);
+  seat.play(menu(false) + displayGone(2) + outputGone(10) + settle + menu(true));
+  EXPECT_EQ(sliders(), 0U);
+  EXPECT_TRUE(seat.shutDown());
 }
 
 TEST(Menu, ShowsAMutedOutputAtNothing) {
@@ -327,6 +339,17 @@ TEST(Menu, QuitsInTheMiddleOfADrag) {
       EXPECT_EQ(played.status, 0);
     }
   }
+}
+
+TEST(Menu, GoesOnRealTimeToo) {
+  const Played played =
+      playScenario(screen(2, "Left", 50) + television + start + menu(true) + slide("Left", 9, {{"through", {4, 12}}}) +
+                       look + slide("Television", 5) + settle + look + menu(false) + menu(true) + settle + look,
+                   1, simulator::Clock::live);
+  EXPECT_EQ(menus(played).back(), withFixedItems({"[Volume]", "Television: 5", "[Brightness]", "Left: 9"}));
+  EXPECT_EQ(played.lights(2).back(), 56);
+  EXPECT_EQ(played.of("snapshot")[0]["icon"]["paths"].size(), 3U);
+  EXPECT_EQ(played.status, 0);
 }
 
 TEST(Menu, SlideIsReadStrictly) {

@@ -74,6 +74,18 @@ TEST(Layout, StackLiesBehindEachOtherWithItsSpacing) {
   EXPECT_EQ(numbers(third.found), (std::vector<double>{69, 7, 5, 10}));
 }
 
+TEST(Layout, StackLeavesHiddenBoxesOut) {
+  Box hidden;
+  Box shown = sized(40, 24);
+  Box stack;
+  stack.stack.emplace();
+  stack.children = {&hidden, &shown};
+  hidden.hidden = true;
+  EXPECT_EQ(drawing::fittingSize(stack)->width, 40);
+  ASSERT_TRUE(drawing::layOut(stack, {40, 24}));
+  EXPECT_EQ(numbers(shown.found), (std::vector<double>{0, 0, 40, 24}));
+}
+
 TEST(Layout, ColumnIsAlignedAsItSays) {
   Box wide = sized(50, 10);
   Box narrow = sized(20, 10);

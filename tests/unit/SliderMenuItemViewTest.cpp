@@ -114,6 +114,9 @@ TEST(SliderMenuItemView, UnknownSymbolLeavesItsPlaceEmpty) {
     simulator::layOut(viewOf(*row));
     EXPECT_EQ(firstViewOf<simulator::ImageViewObject>(viewOf(*row))->shown(), nullptr);
     EXPECT_EQ(viewOf(*row).frame.size.width, 260);
+    // The slider has the whole row.
+    EXPECT_EQ(sliderOf(*row).box.found.origin.x, 14);
+    EXPECT_EQ(sliderOf(*row).box.found.size.width, 232);
   });
 }
 

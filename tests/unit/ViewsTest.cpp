@@ -1,10 +1,8 @@
 // What AppKit asks of those who use its views, menus and images, and what stops the program.
-#include <dispatch/dispatch.h>
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <functional>
-#include <thread>
+#include <map>
 
 #include "platform/BezierPath.h"
 #include "platform/Color.h"
@@ -146,6 +144,43 @@ TEST(Views, SliderThatIsNotContinuousSendsItsActionAtTheEnd) {
     mouse.release();
     EXPECT_EQ(sent, 4);
   });
+}
+
+TEST(Menus, HeldSliderIsReleasedByTheNextLineThatNeedsTheMouse) {
+  // A slider that is not continuous tells of the release.
+  std::map<std::string, int> released;
+  NS::StatusItem item;
+  const simulator::Program program = application(
+      [&] {
+        const auto menu = NS::Menu::make();
+        for (const std::string name : {"One", "Two"}) {
+          const auto slider = NS::Slider::sliderWithValue(0, 0, 1);
+          slider.setTargetAction([&released, name] { ++released[name]; });
+          const NS::MenuItem row("", nullptr, "");
+          row.setView(NS::StackView::stackViewWithViews({NS::TextField::labelWithString(name), slider}));
+          menu.addItem(row);
+        }
+        menu.addItem(NS::MenuItem("Item", sel_registerName("nothing:"), ""));
+        item = NS::StatusBar::systemStatusBar().statusItemWithLength(-1);
+        item.setMenu(menu);
+      },
+      [&] { item = {}; });
+  Seat seat(program, 1);
+  const nlohmann::json held = {{"release", false}};
+  const auto after = [&](const std::string& lines) {
+    seat.play(lines);
+    return std::pair(released["One"], released["Two"]);
+  };
+  using Counts = std::pair<int, int>;
+  EXPECT_EQ(after(launch + settle + menu(true) + slide("One", 0.5, held)), (Counts{0, 0}));
+  EXPECT_EQ(after(slide("One", 0.7, held)), (Counts{0, 0}));
+  EXPECT_EQ(after(slide("Two", 0.7, held)), (Counts{1, 0}));
+  EXPECT_EQ(after(menu(false)), (Counts{1, 1}));
+  EXPECT_EQ(after(menu(true) + slide("Two", 0.7)), (Counts{1, 2}));
+  EXPECT_EQ(after(slide("One", 0.2, held) + click("Nowhere")), (Counts{2, 2}));
+  EXPECT_EQ(after(slide("One", 0.2, held) + slide("Nowhere", 1)), (Counts{3, 2}));
+  EXPECT_EQ(after(slide("One", 0.2, held) + click("Item")), (Counts{4, 2}));
+  EXPECT_TRUE(seat.shutDown());
 }
 
 TEST(Menus, StopAtItemsThatAreNotWhereTheyShouldBe) {
