@@ -110,6 +110,12 @@ TEST(Menu, RowsSayWhatTheyAre) {
   EXPECT_EQ(sliderOf(played, "Television")["label"], "Television");
 }
 
+TEST(Menu, HeadersCannotBeChosen) {
+  const Played played = playScenario(screen(2, "Left", 50) + start + menu(true) + click("Brightness") + look);
+  ASSERT_EQ(menus(played), (std::vector<Items>{withFixedItems({"[Brightness]", "Left: 8"})}));  // it is still open
+  EXPECT_EQ(played.of("snapshot")[0]["menu"][0]["enabled"], false);
+}
+
 TEST(Menu, IsMadeAnewAtEachOpening) {
   WITH_SEEDS(seed, 5) {
     const std::string openings = menu(true) + look + menu(false);
