@@ -7,6 +7,7 @@
 
 #include <string>
 
+#include "app/StatusIcon.h"
 #include "base/Alerts.h"
 #include "base/AppError.h"
 #include "base/Assertions.h"
@@ -80,7 +81,12 @@ void AppDelegate::buildMenu() {
   menu.addItem(NS::MenuItem::separatorItem());
   menu.addItem(versionItem);
   menu.addItem(NS::MenuItem("Quit Dalvane", sel_registerName("terminate:"), "q"));
+  makeStatusItem(menu);
+}
+
+void AppDelegate::makeStatusItem(const NS::Menu& menu) {
   statusItem_ = NS::StatusBar::systemStatusBar().statusItemWithLength(NS::SquareStatusItemLength);
+  if (const auto button = statusItem_.button()) button.setImage(StatusIcon::make());
   statusItem_.setMenu(menu);
 }
 
@@ -159,8 +165,22 @@ void AppDelegate::startKeyTap() {
 
 bool AppDelegate::handleKey(MediaKey key, bool isPressed, bool isRepeat) {
   assertMainThread();
-  if (key > MediaKey::mute) return brightnessController_->handle(key, isPressed);
-  return volumeController_->handle(key, isPressed, isRepeat);
+  const bool isTaken = key > MediaKey::mute ? brightnessController_->handle(key, isPressed)
+                                            : volumeController_->handle(key, isPressed, isRepeat);
+  if (isTaken) moveSliders();
+  return isTaken;
+}
+
+// Brings the rows up to date with what a key has changed.
+void AppDelegate::moveSliders() {
+  if (volumeSliderView_) {
+    if (const auto state = volumeController_->sliderState()) volumeSliderView_->setSteps(state->steps);
+  }
+  if (brightnessSliderViews_.empty()) return;
+  for (const auto& [displayID, state] : brightnessController_->sliders()) {
+    const auto view = brightnessSliderViews_.find(displayID);
+    if (view != brightnessSliderViews_.end()) view->second->setSteps(state.steps);
+  }
 }
 
 void AppDelegate::applicationWillTerminate() {
@@ -174,11 +194,55 @@ void AppDelegate::applicationWillTerminate() {
   brightnessController_->stop();
 }
 
-void AppDelegate::menuNeedsUpdate(const NS::Menu&) {
+void AppDelegate::menuNeedsUpdate(const NS::Menu& menu) {
   checkKeyTap();
   brightnessController_->readUnreadDisplays();
   const bool opensAtLogin = NS::AppService::mainAppService().status() == NS::AppServiceStatus::Enabled;
   startAtLoginItem_.setState(opensAtLogin ? NS::ControlStateValue::On : NS::ControlStateValue::Off);
+  // AppKit also asks when it looks for key equivalents. In the open menu a slider may just be held by the mouse.
+  if (menuIsOpen_) return;
+  for (const NS::MenuItem& item : sliderItems_) menu.removeItem(item);
+  makeSliderItems();
+  for (std::size_t i = 0; i < sliderItems_.size(); ++i) menu.insertItem(sliderItems_[i], static_cast<long>(i));
+}
+
+void AppDelegate::menuWillOpen(const NS::Menu&) { menuIsOpen_ = true; }
+
+void AppDelegate::menuDidClose(const NS::Menu&) { menuIsOpen_ = false; }
+
+void AppDelegate::makeSliderItems() {
+  sliderItems_.clear();
+  volumeSliderView_.reset();
+  brightnessSliderViews_.clear();
+  if (const auto state = volumeController_->sliderState()) makeVolumeItems(*state);
+  if (const auto sliders = brightnessController_->sliders(); !sliders.empty()) makeBrightnessItems(sliders);
+  if (!sliderItems_.empty()) sliderItems_.push_back(NS::MenuItem::separatorItem());
+}
+
+void AppDelegate::makeVolumeItems(const SliderState& state) {
+  sliderItems_.push_back(NS::MenuItem::sectionHeaderWithTitle("Volume"));
+  volumeSliderView_ = SliderMenuItemView::make(state, "speaker.wave.2.fill", [weak = weak_from_this()](int steps) {
+    if (const auto self = weak.lock()) self->volumeController_->setSteps(steps);
+  });
+  addSliderItem(*volumeSliderView_);
+}
+
+void AppDelegate::makeBrightnessItems(const std::vector<BrightnessController::DisplaySlider>& sliders) {
+  sliderItems_.push_back(NS::MenuItem::sectionHeaderWithTitle("Brightness"));
+  for (const auto& [displayID, state] : sliders) {
+    const auto changed = [weak = weak_from_this(), id = displayID](int steps) {
+      if (const auto self = weak.lock()) self->brightnessController_->setSteps(steps, id);
+    };
+    const auto view = SliderMenuItemView::make(state, "sun.max.fill", changed);
+    brightnessSliderViews_[displayID] = view;
+    addSliderItem(*view);
+  }
+}
+
+void AppDelegate::addSliderItem(const SliderMenuItemView& view) {
+  const NS::MenuItem item("", nullptr, "");
+  item.setView(view);
+  sliderItems_.push_back(item);
 }
 
 void AppDelegate::toggleStartAtLogin() {

@@ -1,11 +1,15 @@
 // The program's spine: owns every long-lived object, starts and stops them in order, and routes the media keys.
 #pragma once
 
+#include <cstdint>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "app/MediaKeyTap.h"
+#include "app/SliderMenuItemView.h"
 #include "brightness/BrightnessController.h"
 #include "osd/NativeOSD.h"
 #include "platform/Application.h"
@@ -25,10 +29,18 @@ class AppDelegate : public NS::ApplicationDelegate,
   void applicationDidFinishLaunching() override;
   void applicationWillTerminate() override;
   void menuNeedsUpdate(const NS::Menu& menu) override;
+  void menuWillOpen(const NS::Menu& menu) override;
+  void menuDidClose(const NS::Menu& menu) override;
 
  private:
   static std::shared_ptr<NativeOSD> makeOSD();
   void buildMenu();
+  void makeStatusItem(const NS::Menu& menu);
+  void makeSliderItems();
+  void makeVolumeItems(const SliderState& state);
+  void makeBrightnessItems(const std::vector<BrightnessController::DisplaySlider>& sliders);
+  void addSliderItem(const SliderMenuItemView& view);
+  void moveSliders();
   void toggleStartAtLogin();
   void refreshUpdateItem();
   void updateItemClicked();
@@ -50,6 +62,10 @@ class AppDelegate : public NS::ApplicationDelegate,
   NS::StatusItem statusItem_;
   NS::MenuItem startAtLoginItem_;
   NS::MenuItem updateItem_;
+  bool menuIsOpen_ = false;
+  std::vector<NS::MenuItem> sliderItems_;  // the slider rows in the menu, with their headers and the separator
+  std::shared_ptr<SliderMenuItemView> volumeSliderView_;                                // null: none is shown
+  std::map<std::uint32_t, std::shared_ptr<SliderMenuItemView>> brightnessSliderViews_;  // by display ID
   std::shared_ptr<VolumeController> volumeController_;
   std::shared_ptr<BrightnessController> brightnessController_;
   std::shared_ptr<Updater> updater_;

@@ -10,15 +10,19 @@ set(DALVANE_PLATFORM_MACOS
   platform/macos/AppService.mm
   platform/macos/Application.mm
   platform/macos/AudioTap.mm
+  platform/macos/Controls.mm
+  platform/macos/Drawing.mm
   platform/macos/Error.mm
   platform/macos/Event.mm
   platform/macos/Menu.mm
   platform/macos/NotificationCenter.mm
   platform/macos/Screen.mm
+  platform/macos/Target.mm
   platform/macos/URL.mm
   platform/macos/URLSession.mm
   platform/macos/UUID.mm
-  platform/macos/UserDefaults.mm)
+  platform/macos/UserDefaults.mm
+  platform/macos/View.mm)
 set(DALVANE_FRAMEWORKS
   AppKit
   ApplicationServices

@@ -6,6 +6,17 @@ find_package(OpenSSL REQUIRED)
 find_package(Threads REQUIRED)
 find_library(BLOCKS_RUNTIME BlocksRuntime REQUIRED)
 find_library(PLIST plist-2.0 REQUIRED)
+find_library(CAIRO cairo REQUIRED)
+find_path(CAIRO_HEADERS cairo.h PATH_SUFFIXES cairo REQUIRED)
+find_library(HARFBUZZ harfbuzz REQUIRED)
+find_path(HARFBUZZ_HEADERS hb.h PATH_SUFFIXES harfbuzz REQUIRED)
+# The font of everything that is measured and drawn: Debian's package fonts-inter.
+file(GLOB_RECURSE INTER_FONT /usr/share/fonts/Inter-Regular.otf)
+if(NOT INTER_FONT)
+  message(FATAL_ERROR "There is no Inter-Regular.otf below /usr/share/fonts (Debian's package fonts-inter)")
+endif()
+list(GET INTER_FONT 0 INTER_FONT)
+cmake_path(GET INTER_FONT PARENT_PATH INTER_FONT)
 
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})
 # The simulated system's files, laid out as they lie on a Mac.
@@ -71,7 +82,7 @@ target_link_libraries(dalvane PUBLIC simulated_settings source_tree)
 target_compile_definitions(dalvane PRIVATE DALVANE_FEED_HOST="${DALVANE_FEED_HOST}")
 set_source_files_properties(app/main.cpp PROPERTIES COMPILE_DEFINITIONS main=dalvane_main)
 
-add_library(desk OBJECT desk/Desk.cpp desk/Explore.cpp desk/Narrator.cpp desk/Tour.cpp)
+add_library(desk OBJECT desk/Desk.cpp desk/Explore.cpp desk/Narrator.cpp desk/Pictures.cpp desk/Tour.cpp)
 target_compile_definitions(desk PRIVATE DALVANE_VERSION="${DALVANE_VERSION}" DALVANE_FEED_HOST="${DALVANE_FEED_HOST}")
 target_link_libraries(desk PUBLIC simulated_settings source_tree)
 

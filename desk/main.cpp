@@ -11,6 +11,7 @@
 
 #include "desk/Desk.h"
 #include "desk/Explore.h"
+#include "desk/Pictures.h"
 #include "desk/Tour.h"
 
 namespace {
@@ -22,7 +23,12 @@ constexpr std::string_view usage =
     "dalvane-desk tour [--trace] [--wav FILE]\n"
     "                                       a guided run of what Dalvane does; with the raw trace, if you like, and "
     "with\n"
-    "                                       what the speaker plays written to a WAV file\n";
+    "                                       what the speaker plays written to a WAV file\n"
+    "dalvane-desk icon FILE.svg|FILE.png [--scale N]\n"
+    "                                       draws the program's image in the menu bar, N (1) pixels for a point\n"
+    "dalvane-desk menu SCENARIO FILE.svg|FILE.png [--scale N] [--dark]\n"
+    "                                       plays a scenario and draws the status menu, opening it if it is closed,\n"
+    "                                       with N (2) pixels for a point\n";
 
 int misused(const std::string& reason) {
   std::cerr << "dalvane-desk: " << reason << "\n" << usage;
@@ -71,6 +77,49 @@ int exploreCommand(const std::vector<std::string>& arguments) {
                  isatty(STDERR_FILENO) != 0 ? &std::cerr : nullptr);
 }
 
+// What a command that draws is given.
+struct PictureArguments {
+  std::vector<std::string> files;
+  double scale = 1;
+  bool isDark = false;
+  std::string problem;  // empty: none
+};
+PictureArguments pictureArguments(const std::vector<std::string>& arguments, std::size_t files, double scale) {
+  PictureArguments result;
+  result.scale = scale;
+  for (std::size_t i = 1; i < arguments.size(); ++i) {
+    const std::string& argument = arguments[i];
+    if (argument == "--dark" && files == 2) {
+      result.isDark = true;
+    } else if (argument == "--scale") {
+      const std::string number = ++i < arguments.size() ? arguments[i] : "";
+      const char* const last = number.data() + number.size();
+      const auto [end, error] = std::from_chars(number.data(), last, result.scale);
+      if (error != std::errc{} || end != last || !(result.scale > 0) || result.scale > 64) {
+        result.problem = "--scale needs a number above 0 and up to 64";
+      }
+    } else {
+      result.files.push_back(argument);
+    }
+  }
+  if (result.problem.empty() && result.files.size() != files) {
+    result.problem = files == 1 ? "one file is needed, for the picture" : "two files are needed: scenario and picture";
+  }
+  return result;
+}
+
+int iconCommand(const std::vector<std::string>& arguments) {
+  const PictureArguments given = pictureArguments(arguments, 1, 1);
+  if (!given.problem.empty()) return misused(given.problem);
+  return drawIcon(given.files[0], given.scale, std::cerr);
+}
+
+int menuCommand(const std::vector<std::string>& arguments) {
+  const PictureArguments given = pictureArguments(arguments, 2, 2);
+  if (!given.problem.empty()) return misused(given.problem);
+  return drawMenu(given.files[0], given.files[1], given.scale, given.isDark, std::cerr);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -101,5 +150,7 @@ int main(int argc, char** argv) {
   }
   if (arguments[0] == "explore") return exploreCommand(arguments);
   if (arguments[0] == "play") return playCommand(arguments);
+  if (arguments[0] == "icon") return iconCommand(arguments);
+  if (arguments[0] == "menu") return menuCommand(arguments);
   return misused("unknown command \"" + arguments[0] + "\"");
 }

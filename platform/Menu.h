@@ -8,6 +8,7 @@
 
 #include "platform/Image.h"
 #include "platform/Object.h"
+#include "platform/View.h"
 
 namespace NS {
 
@@ -22,12 +23,17 @@ class MenuItem : public Object {
   // An item whose action goes up the responder chain (NSApplication answers `terminate:`); null: no action.
   MenuItem(const std::string& title, SEL action, const std::string& keyEquivalent);
   static MenuItem separatorItem();
+  // The heading of the items below it; it cannot be chosen.
+  static MenuItem sectionHeaderWithTitle(const std::string& title);
 
   void setTitle(const std::string& title) const;
   void setEnabled(bool enabled) const;
   void setState(ControlStateValue state) const;
   // Makes the item its own target: choosing it calls `action`, which the item keeps.
   void setTargetAction(std::function<void()> action) const;
+  // Shows `view` in the item's place. The menu has room for the size that its frame has now, and gives it the menu's
+  // own width if its mask says so.
+  void setView(const View& view) const;
 
  private:
   using Object::Object;
@@ -37,8 +43,10 @@ class MenuItem : public Object {
 class MenuDelegate {
  public:
   virtual ~MenuDelegate() = default;
-  // Called each time the menu is about to open.
+  // Called each time the menu is about to open. AppKit may also ask while it is open.
   virtual void menuNeedsUpdate(const Menu& menu) = 0;
+  virtual void menuWillOpen(const Menu& menu) = 0;
+  virtual void menuDidClose(const Menu& menu) = 0;
 };
 
 class Menu : public Object {
@@ -49,6 +57,10 @@ class Menu : public Object {
   void setDelegate(MenuDelegate* delegate) const;
   void setAutoenablesItems(bool autoenables) const;
   void addItem(const MenuItem& item) const;
+  // At an index from 0 to the number of items. The item must be in no menu.
+  void insertItem(const MenuItem& item, long index) const;
+  // The item must be in this menu.
+  void removeItem(const MenuItem& item) const;
 
   explicit Menu(CF::Ref<CFTypeRef> menu) noexcept : Object(std::move(menu)) {}
 };

@@ -1,30 +1,9 @@
 #include "platform/Menu.h"
 
 #import <AppKit/AppKit.h>
-#import <objc/runtime.h>
 
+#include "platform/macos/Target.h"
 #include "platform/macos/Text.h"
-
-// The target of a menu item whose action is a closure.
-@interface DalvaneMenuItemTarget : NSObject
-@end
-
-@implementation DalvaneMenuItemTarget {
-  std::function<void()> _action;
-}
-
-- (instancetype)initWithAction:(std::function<void()>)action {
-  if ((self = [super init])) _action = std::move(action);
-  return self;
-}
-
-- (void)perform:(id)sender {
-  // A copy, since the action may give its item another one.
-  const auto action = _action;
-  action();
-}
-
-@end
 
 // Hands what AppKit tells on to the program's delegate.
 @interface DalvaneMenuDelegate : NSObject <NSMenuDelegate>
@@ -43,6 +22,14 @@
   _delegate->menuNeedsUpdate(NS::Menu(CF::retain((__bridge CFTypeRef)menu)));
 }
 
+- (void)menuWillOpen:(NSMenu*)menu {
+  _delegate->menuWillOpen(NS::Menu(CF::retain((__bridge CFTypeRef)menu)));
+}
+
+- (void)menuDidClose:(NSMenu*)menu {
+  _delegate->menuDidClose(NS::Menu(CF::retain((__bridge CFTypeRef)menu)));
+}
+
 @end
 
 namespace NS {
@@ -53,12 +40,6 @@ static_assert(static_cast<long>(ControlStateValue::On) == NSControlStateValueOn)
 static NSMenuItem* object(const MenuItem& item) { return (__bridge NSMenuItem*)item.get(); }
 static NSMenu* object(const Menu& menu) { return (__bridge NSMenu*)menu.get(); }
 static NSStatusItem* object(const StatusItem& item) { return (__bridge NSStatusItem*)item.get(); }
-
-// AppKit refers to targets and delegates weakly, so the object that has one is made to keep it.
-static void keep(id owner, id kept) {
-  static const char key = 0;
-  objc_setAssociatedObject(owner, &key, kept, OBJC_ASSOCIATION_RETAIN_NONATOMIC);
-}
 
 // ---- Items ----
 
@@ -76,6 +57,12 @@ MenuItem::MenuItem(const std::string& title, SEL action, const std::string& keyE
 MenuItem MenuItem::separatorItem() {
   @autoreleasepool {
     return MenuItem(CF::retain((__bridge CFTypeRef)[NSMenuItem separatorItem]));
+  }
+}
+
+MenuItem MenuItem::sectionHeaderWithTitle(const std::string& title) {
+  @autoreleasepool {
+    return MenuItem(CF::retain((__bridge CFTypeRef)[NSMenuItem sectionHeaderWithTitle:string(title)]));
   }
 }
 
@@ -99,10 +86,16 @@ void MenuItem::setState(ControlStateValue state) const {
 
 void MenuItem::setTargetAction(std::function<void()> action) const {
   @autoreleasepool {
-    DalvaneMenuItemTarget* const target = [[DalvaneMenuItemTarget alloc] initWithAction:std::move(action)];
+    DalvaneTarget* const target = [[DalvaneTarget alloc] initWithAction:std::move(action)];
     object(*this).target = target;
     object(*this).action = @selector(perform:);
     keep(object(*this), target);
+  }
+}
+
+void MenuItem::setView(const View& view) const {
+  @autoreleasepool {
+    object(*this).view = (__bridge NSView*)view.get();
   }
 }
 
@@ -131,6 +124,18 @@ void Menu::setAutoenablesItems(bool autoenables) const {
 void Menu::addItem(const MenuItem& item) const {
   @autoreleasepool {
     [object(*this) addItem:object(item)];
+  }
+}
+
+void Menu::insertItem(const MenuItem& item, long index) const {
+  @autoreleasepool {
+    [object(*this) insertItem:object(item) atIndex:index];
+  }
+}
+
+void Menu::removeItem(const MenuItem& item) const {
+  @autoreleasepool {
+    [object(*this) removeItem:object(item)];
   }
 }
 

@@ -138,11 +138,6 @@ void Arguments::finish() const {
   }
 }
 
-void Commands::addNotYetSimulated(const char* name) {
-  add(name,
-      [name](Arguments&) -> Action { throw ScenarioError(std::string("\"") + name + "\" is not yet simulated"); });
-}
-
 Line Commands::parse(std::string_view line) const {
   nlohmann::json object;
   try {

@@ -110,8 +110,6 @@ class Commands {
   using Parser = std::function<Action(Arguments& line)>;
 
   void add(const char* name, Parser parser) { parsers_[name] = std::move(parser); }
-  // A line of the contract that the machine has no part for yet.
-  void addNotYetSimulated(const char* name);
   [[nodiscard]] Line parse(std::string_view line) const;
 
  private:

@@ -120,7 +120,6 @@ Scenario::Scenario(Mac& mac) : mac_(mac) {
     const std::uint64_t times = line.count("times", 1);
     return [=, &mac] { mac.faults.interrupt(call, happens, nth, times); };
   });
-  commands_.addNotYetSimulated("slide");
   for (const auto& part : mac.parts()) part->addCommands(commands_);
 }
 

@@ -159,7 +159,7 @@ TEST(Accessibility, TakenAwayStopsNothingElse) {
   // The menu and the monitors go on without keys, and quitting leaves nothing.
   const Played played = playScenario(launched + accessibility(false) + wake + settle + menu(true) + snapshot("menu") +
                                      menu(false) + quit);
-  EXPECT_EQ(played.of("snapshot")[0]["menu"].size(), 5U);
+  EXPECT_EQ(played.of("snapshot")[0]["menu"].size(), 8U);
   const auto all = played.logs();
   EXPECT_EQ(std::ranges::count(all, "info BrightnessController: Display 2 brightness 50/100"), 2);
   EXPECT_EQ(played.status, 0);

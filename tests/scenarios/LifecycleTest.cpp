@@ -30,8 +30,9 @@ TEST(Lifecycle, MenuHoldsItsFixedItems) {
   ASSERT_EQ(snapshots.size(), 2U);
   EXPECT_EQ(snapshots[0]["name"], "open");
   EXPECT_EQ(snapshots[0]["running"], true);
-  const auto& items = snapshots[0]["menu"];
-  ASSERT_EQ(items.size(), 5U);
+  const json& menu = snapshots[0]["menu"];
+  ASSERT_GE(menu.size(), 5U);
+  const std::vector<json> items(menu.end() - 5, menu.end());  // below the sliders
   EXPECT_EQ(items[0]["title"], "Start at Login");
   EXPECT_EQ(items[1]["title"], "Check for Updates…");
   EXPECT_EQ(items[2]["separator"], true);
@@ -69,7 +70,7 @@ TEST(Lifecycle, OpenMenuIsNotOpenedAgain) {
 
 TEST(Lifecycle, DisabledItemCannotBeChosen) {
   const Played open = playScenario(launched + menu(true) + snapshot("menu"));
-  const std::string version = open.of("snapshot")[0]["menu"][3]["title"];
+  const std::string version = (open.of("snapshot")[0]["menu"].end() - 2)->at("title");
   ASSERT_TRUE(itemNamed(open.of("snapshot")[0]["menu"], version));
   const Played played = playScenario(launched + click(version) + snapshot("after"));
   EXPECT_EQ(played.of("snapshot")[0]["running"], true);

@@ -59,6 +59,12 @@ inline std::string disableTap(const std::string& by) { return line("disable-tap"
 inline std::string pointer(double x, double y) { return line("pointer", {{"at", {x, y}}}); }
 inline std::string menu(bool open) { return line("menu", {{"open", open}}); }
 inline std::string click(const std::string& item) { return line("click", {{"item", item}}); }
+// Drags the slider with that caption; `more`: {{"through", {5.4, 5.6}}}, {{"release", false}}.
+inline std::string slide(const std::string& row, double to, const nlohmann::json& more = nlohmann::json::object()) {
+  nlohmann::json members = {{"row", row}, {"to", to}};
+  members.update(more);
+  return line("slide", members);
+}
 inline std::string answer(const nlohmann::json& button) { return line("answer", {{"button", button}}); }
 inline const std::string leaveNextAlertOpen = answer(nullptr);
 
