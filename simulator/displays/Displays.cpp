@@ -1,10 +1,12 @@
 #include "simulator/displays/Displays.h"
 
 #include <algorithm>
+#include <charconv>
 #include <nlohmann/json.hpp>
 
 #include "platform/NotificationCenter.h"
 #include "platform/Screen.h"
+#include "simulator/displays/EDID.h"
 #include "simulator/displays/Registry.h"
 #include "simulator/foundation/CoreFoundation.h"
 #include "simulator/foundation/NotificationCenters.h"
@@ -29,7 +31,7 @@ std::shared_ptr<const RegistryEntry> registryEntries(const Display& display) {
                                 {{"LegacyManufacturerID", display.vendor},
                                  {"ProductID", display.product},
                                  {"SerialNumber", display.serial},
-                                 {"ProductName", display.name}}}}}};
+                                 {"ProductName", display.productName}}}}}};
   auto root = std::make_shared<RegistryEntry>();
   root->name = display.builtin ? "disp0" : "dispext" + std::to_string(display.id);
   root->children.push_back(std::move(framebuffer));
@@ -41,6 +43,21 @@ std::shared_ptr<const RegistryEntry> registryEntries(const Display& display) {
     root->children.push_back(std::move(proxy));
   }
   return root;
+}
+
+// What the monitor says of itself, where the line has its EDID in hex.
+EDID identityOf(Arguments& line) {
+  if (!line.has("edid")) return {};
+  const std::string text = line.text("edid");
+  std::vector<std::uint8_t> bytes;
+  for (std::size_t at = 0; at + 1 < text.size(); at += 2) {
+    std::uint8_t byte = 0;
+    if (std::from_chars(&text[at], &text[at] + 2, byte, 16).ptr != &text[at] + 2) break;
+    bytes.push_back(byte);
+  }
+  const auto edid = 2 * bytes.size() == text.size() ? EDID::parse(bytes) : std::nullopt;
+  if (!edid) line.fail("member \"edid\" must be an EDID in hexadecimal digits");
+  return *edid;
 }
 
 // How fast the monitor is.
@@ -139,13 +156,15 @@ Action Displays::change(Arguments& line) {
       if (mirrors) display.mirrors = mirrored;
     };
   }
+  const EDID edid = identityOf(line);
   const Display display{.id = id,
                         .name = line.text("name"),
+                        .productName = line.has("edid") ? edid.name : line.text("name"),
                         .builtin = line.flag("builtin", false),
                         .frame = line.rectangle("frame"),
-                        .vendor = line.unsigned32("vendor", 0),
-                        .product = line.unsigned32("product", 0),
-                        .serial = line.unsigned32("serial", 0),
+                        .vendor = line.has("edid") ? edid.vendor : line.unsigned32("vendor", 0),
+                        .product = line.has("edid") ? edid.product : line.unsigned32("product", 0),
+                        .serial = line.has("edid") ? edid.serial : line.unsigned32("serial", 0),
                         .location = line.text("location", "External"),
                         .mirrors = mirrored,
                         .monitor = nullptr};

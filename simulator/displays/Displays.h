@@ -24,6 +24,7 @@ class Registry;
 struct Display {
   std::uint32_t id;
   std::string name;
+  std::string productName;  // as its EDID has it
   bool builtin;
   CGRect frame;  // in AppKit's coordinates
   std::uint32_t vendor;
