@@ -10,6 +10,7 @@
 #include "simulator/kernel/Call.h"
 #include "simulator/kernel/Commands.h"
 #include "simulator/system/FileContent.h"
+#include "simulator/system/Files.h"
 #include "simulator/system/SystemRoot.h"
 
 namespace simulator {
@@ -197,6 +198,7 @@ class TemporaryFile {
   TemporaryFile& operator=(const TemporaryFile&) = delete;
   ~TemporaryFile() {
     std::error_code ignored;
+    const MachineAtWork work;
     std::filesystem::remove(path_, ignored);
   }
   [[nodiscard]] const std::filesystem::path& path() const { return path_; }

@@ -1,7 +1,8 @@
 #include "simulator/system/DiskImage.h"
 
+#include <zlib.h>
+
 #include <algorithm>
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
@@ -16,20 +17,8 @@ namespace fs = std::filesystem;
 constexpr std::size_t trailerSize = 512;
 constexpr std::string_view signature = "koly";
 
-// CRC-32 as in IEEE 802.3, bit by bit over a table.
-std::uint32_t crc32(std::string_view data) {
-  static const auto table = [] {
-    std::array<std::uint32_t, 256> result{};
-    for (std::uint32_t i = 0; i < 256; ++i) {
-      std::uint32_t value = i;
-      for (int bit = 0; bit < 8; ++bit) value = (value & 1) != 0 ? 0xedb88320U ^ (value >> 1) : value >> 1;
-      result.at(i) = value;
-    }
-    return result;
-  }();
-  std::uint32_t crc = 0xffffffffU;
-  for (const char c : data) crc = table.at((crc ^ static_cast<unsigned char>(c)) & 0xff) ^ (crc >> 8);
-  return ~crc;
+std::uint32_t checksum(std::string_view data) {
+  return static_cast<std::uint32_t>(crc32_z(0, reinterpret_cast<const Bytef*>(data.data()), data.size()));
 }
 
 // Numbers are 64 bits, most significant byte first.
@@ -97,7 +86,7 @@ std::string makeDiskImage(const fs::path& folder) {
 
   std::string trailer(signature);
   appendNumber(trailer, data.size());
-  appendNumber(trailer, crc32(data));
+  appendNumber(trailer, checksum(data));
   trailer.resize(trailerSize, '\0');
   return data + trailer;
 }
@@ -109,7 +98,7 @@ void extractDiskImage(std::string_view image, const fs::path& folder) {
   if (trailer.take(signature.size()) != signature || trailer.number() != data.size()) {
     throw BadImage("image not recognized");
   }
-  if (trailer.number() != crc32(data)) throw BadImage("image data corrupted");
+  if (trailer.number() != checksum(data)) throw BadImage("image data corrupted");
 
   Reader reader(data);
   while (!reader.atEnd()) {

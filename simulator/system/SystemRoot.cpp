@@ -22,21 +22,36 @@ fs::path parentFolder() {
   return fs::canonical(fs::temp_directory_path());
 }
 
+// A folder or file of the system, by its path below the root.
+struct SystemFile {
+  fs::path place;
+  bool isFolder;
+};
+
+// As the build lays them out below SIMULATED_SYSTEM: as they lie on a Mac, folders before what is in them.
+const std::vector<SystemFile>& systemFiles() {
+  static const std::vector<SystemFile> files = [] {
+    std::vector<SystemFile> found;
+    for (const auto& entry : fs::recursive_directory_iterator(SIMULATED_SYSTEM)) {
+      found.push_back({entry.path().lexically_relative(SIMULATED_SYSTEM), entry.is_directory()});
+    }
+    return found;
+  }();
+  return files;
+}
+
 }  // namespace
 
 SystemRoot::SystemRoot(Machine& machine) {
   std::string pattern = (parentFolder() / "simulated-mac-XXXXXX").string();
   if (!mkdtemp(pattern.data())) throw std::system_error(errno, std::generic_category(), "mkdtemp " + pattern);
   path_ = pattern;
-  // The build lays the system's files out below SIMULATED_SYSTEM as they lie on a Mac; each machine gets its own
-  // links, so that one of them can be removed.
-  const fs::path system = SIMULATED_SYSTEM;
-  for (const auto& entry : fs::recursive_directory_iterator(system)) {
-    const fs::path link = path_ / fs::relative(entry.path(), system);
-    if (entry.is_directory()) {
-      fs::create_directories(link);
+  // Each machine gets its own links to the files, so that one of them can be removed.
+  for (const auto& [place, isFolder] : systemFiles()) {
+    if (isFolder) {
+      fs::create_directory(path_ / place);
     } else {
-      fs::create_symlink(entry.path(), link);
+      fs::create_symlink(SIMULATED_SYSTEM / place, path_ / place);
     }
   }
   fs::create_directories(temporaryDirectory());
