@@ -49,6 +49,7 @@ void Preferences::load() {
 }
 
 void Preferences::save() const {
+  if (values_.empty() && !std::filesystem::exists(file())) return;
   std::filesystem::create_directories(file().parent_path());
   std::ofstream(file()) << writePropertyList(values_);
 }

@@ -93,7 +93,6 @@ ChildProcesses::ChildProcesses(Machine& machine, SystemRoot& root, Open open)
   machine.faults.declare({"posix_spawn", "posix_spawnattr_init", "posix_spawn_file_actions_init", "waitpid", "hdiutil",
                           "hdiutil attach", "hdiutil detach", "ditto"});
   declareFileFaults(machine.faults);
-  fs::create_directories(processFile(0).parent_path());
 }
 
 ChildProcesses::~ChildProcesses() {
@@ -114,6 +113,8 @@ fs::path ChildProcesses::processFile(pid_t identifier) const {
 pid_t ChildProcesses::programIdentifier() {
   if (!program_) {
     program_ = ++lastIdentifier_;
+    const MachineAtWork work;
+    fs::create_directories(processFile(*program_).parent_path());
     writeFile(processFile(*program_), "");
   }
   return *program_;

@@ -54,11 +54,11 @@ class Reader {
 };
 
 // Where a record's file goes; a name that leads out of the folder is refused.
-fs::path placeBelow(const fs::path& folder, std::string_view name) {
+fs::path placeBelow(const fs::path& folder, std::string_view name, bool hasLinks) {
   const fs::path relative(name);
-  const fs::path path = folder / relative;
+  fs::path path = folder / relative;
   if (relative.is_absolute() || std::ranges::find(relative, "..") != relative.end() ||
-      fs::is_symlink(path.parent_path())) {
+      (hasLinks && fs::is_symlink(path.parent_path()))) {
     throw BadImage("image data corrupted");
   }
   return path;
@@ -101,20 +101,22 @@ void extractDiskImage(std::string_view image, const fs::path& folder) {
   if (trailer.number() != checksum(data)) throw BadImage("image data corrupted");
 
   Reader reader(data);
+  bool hasLinks = false;
   while (!reader.atEnd()) {
     const Kind kind{reader.take(1).front()};
     const auto permissions = static_cast<fs::perms>(reader.number());
-    const fs::path path = placeBelow(folder, reader.text());
+    const fs::path path = placeBelow(folder, reader.text(), hasLinks);
     switch (kind) {
       case Kind::folder:
         fs::create_directory(path);
         break;
       case Kind::link:
         fs::create_symlink(fs::path(reader.text()), path);
+        hasLinks = true;
         break;
       case Kind::file:
         writeFile(path, reader.text());
-        fs::permissions(path, permissions);
+        if (permissions != fs::perms(0644)) fs::permissions(path, permissions);
         break;
       default:
         throw BadImage("image data corrupted");

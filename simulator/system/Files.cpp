@@ -50,7 +50,9 @@ bool isBelow(const fs::path& path, const fs::path& folder) {
 int obstacle(const Call& call, const fs::path& path) {
   if (call.machine.scheduler.ending()) return EIO;
   const simulator::MachineAtWork work;
-  for (const fs::path& point : simulator::Volumes(call.part<simulator::SystemRoot>().path()).mountPoints()) {
+  const auto& root = call.part<simulator::SystemRoot>();
+  if (root.isSystem(path)) return EPERM;
+  for (const fs::path& point : simulator::Volumes(root.path()).mountPoints()) {
     if (isBelow(path, point)) return path.lexically_normal() == point ? EBUSY : EROFS;
     if (isBelow(point, path)) return EBUSY;
   }

@@ -1,12 +1,12 @@
 #include "simulator/system/SystemRoot.h"
 
+#include <ftw.h>
 #include <unistd.h>
 
 #include <cstdlib>
 #include <system_error>
 
 #include "simulator/kernel/Call.h"
-#include "simulator/system/Files.h"
 
 namespace simulator {
 namespace fs = std::filesystem;
@@ -22,23 +22,8 @@ fs::path parentFolder() {
   return fs::canonical(fs::temp_directory_path());
 }
 
-// A folder or file of the system, by its path below the root.
-struct SystemFile {
-  fs::path place;
-  bool isFolder;
-};
-
-// As the build lays them out below SIMULATED_SYSTEM: as they lie on a Mac, folders before what is in them.
-const std::vector<SystemFile>& systemFiles() {
-  static const std::vector<SystemFile> files = [] {
-    std::vector<SystemFile> found;
-    for (const auto& entry : fs::recursive_directory_iterator(SIMULATED_SYSTEM)) {
-      found.push_back({entry.path().lexically_relative(SIMULATED_SYSTEM), entry.is_directory()});
-    }
-    return found;
-  }();
-  return files;
-}
+// What the build lays out of the system, as it lies on a Mac.
+const fs::path system = SIMULATED_SYSTEM;
 
 }  // namespace
 
@@ -46,13 +31,8 @@ SystemRoot::SystemRoot(Machine& machine) {
   std::string pattern = (parentFolder() / "simulated-mac-XXXXXX").string();
   if (!mkdtemp(pattern.data())) throw std::system_error(errno, std::generic_category(), "mkdtemp " + pattern);
   path_ = pattern;
-  // Each machine gets its own links to the files, so that one of them can be removed.
-  for (const auto& [place, isFolder] : systemFiles()) {
-    if (isFolder) {
-      fs::create_directory(path_ / place);
-    } else {
-      fs::create_symlink(SIMULATED_SYSTEM / place, path_ / place);
-    }
+  for (const auto& entry : fs::directory_iterator(system)) {
+    fs::create_directory_symlink(entry.path(), path_ / entry.path().filename());
   }
   fs::create_directories(temporaryDirectory());
   // It is told to programs in their environment.
@@ -72,18 +52,41 @@ SystemRoot::~SystemRoot() {
 }
 
 void SystemRoot::runIsCutShort() {
-  std::error_code ignored;
-  const MachineAtWork work;
-  fs::remove_all(path_, ignored);
+  // Half the work of std::filesystem::remove_all, which opens every folder twice.
+  const auto removeOne = [](const char* path, const struct stat*, int kind, struct FTW*) {
+    return kind == FTW_DP ? rmdir(path) : unlink(path);
+  };
+  constexpr int openFolders = 16;
+  nftw(path_.c_str(), removeOne, openFolders, FTW_DEPTH | FTW_PHYS);
 }
 
 fs::path SystemRoot::temporaryDirectory() const { return below("/var/folders/zz/zyxvpxvq6csfxvn_n00000/T"); }
 
 fs::path SystemRoot::below(std::string_view path) const { return path_ / fs::path(path).relative_path(); }
 
+bool SystemRoot::isSystem(const fs::path& path) const {
+  const fs::path relative = path.lexically_normal().lexically_relative(path_);
+  return !relative.empty() && fs::exists(system / *relative.begin());
+}
+
+fs::path SystemRoot::onHost(std::string_view path) const {
+  const fs::path here = below(path);
+  return isSystem(here) && fs::exists(here) ? system / fs::path(path).relative_path() : here;
+}
+
 bool SystemRoot::removeLibrary(std::string_view library) {
-  if (library.starts_with('/')) return fs::remove(below(library));
-  for (const auto& entry : fs::recursive_directory_iterator(path_)) {
+  // From now on this machine has links of its own to the single files.
+  const fs::path libraries = below("/System");
+  if (fs::is_symlink(libraries)) {
+    fs::remove(libraries);
+    fs::create_directory(libraries);
+    for (const auto& entry : fs::recursive_directory_iterator(system / "System")) {
+      const fs::path own = path_ / entry.path().lexically_relative(system);
+      entry.is_directory() ? static_cast<void>(fs::create_directory(own)) : fs::create_symlink(entry.path(), own);
+    }
+  }
+  if (library.starts_with("/System/")) return fs::remove(below(library));
+  for (const auto& entry : fs::recursive_directory_iterator(libraries)) {
     if (entry.is_directory()) continue;
     const fs::path& path = entry.path();
     // "OSD", "OSD.framework" and "TCC.framework" name the library as well as its full path does.

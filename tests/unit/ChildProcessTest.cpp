@@ -83,8 +83,8 @@ Child childOf(bool onWorker, const Start& start) {
   fs::create_directories(folder);
   runProgram(onWorker, [&] {
     start("/bin/sh", {"-c", script, folder / "told"});
-    fs::copy_file("/usr/bin/cp", simulator::Call::unguarded().part<simulator::SystemRoot>().below("/usr/bin/cp"));
-    start("/usr/bin/cp", {"/proc/self/status", folder / "status"});
+    fs::copy_file("/usr/bin/cp", simulator::Call::unguarded().part<simulator::SystemRoot>().below("/Applications/cp"));
+    start("/Applications/cp", {"/proc/self/status", folder / "status"});
   });
   Child child;
   std::ifstream told(folder / "told");
