@@ -9,9 +9,9 @@
 #include <cstring>
 #include <optional>
 
-#include "simulator/kernel/Call.h"
 #include "simulator/foundation/CoreFoundation.h"
 #include "simulator/foundation/Foundation.h"
+#include "simulator/kernel/Call.h"
 
 namespace simulator {
 namespace {
