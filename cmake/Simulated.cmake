@@ -6,6 +6,7 @@ find_package(OpenSSL REQUIRED)
 find_package(Threads REQUIRED)
 find_package(ZLIB REQUIRED)
 find_library(BLOCKS_RUNTIME BlocksRuntime REQUIRED)
+find_library(HTTPLIB cpp-httplib REQUIRED)
 find_library(PLIST plist-2.0 REQUIRED)
 
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})
