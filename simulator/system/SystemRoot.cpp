@@ -23,7 +23,20 @@ fs::path parentFolder() {
 }
 
 // What the build lays out of the system, as it lies on a Mac.
-const fs::path system = SIMULATED_SYSTEM;
+const fs::path& systemFolder() {
+  static const fs::path folder = SIMULATED_SYSTEM;
+  return folder;
+}
+
+// The names at its top.
+const std::set<fs::path>& systemNames() {
+  static const std::set<fs::path> names = [] {
+    std::set<fs::path> found;
+    for (const auto& entry : fs::directory_iterator(systemFolder())) found.insert(entry.path().filename());
+    return found;
+  }();
+  return names;
+}
 
 }  // namespace
 
@@ -31,10 +44,9 @@ SystemRoot::SystemRoot(Machine& machine) {
   std::string pattern = (parentFolder() / "simulated-mac-XXXXXX").string();
   if (!mkdtemp(pattern.data())) throw std::system_error(errno, std::generic_category(), "mkdtemp " + pattern);
   path_ = pattern;
-  for (const auto& entry : fs::directory_iterator(system)) {
-    fs::create_directory_symlink(entry.path(), path_ / entry.path().filename());
-  }
-  fs::create_directories(temporaryDirectory());
+  for (const fs::path& name : systemNames()) fs::create_directory_symlink(systemFolder() / name, path_ / name);
+  fs::path folder = path_;
+  for (const fs::path& name : temporaryDirectory().lexically_relative(path_)) fs::create_directory(folder /= name);
   // It is told to programs in their environment.
   if (const char* const before = std::getenv("TMPDIR")) temporaryDirectoryBefore_ = before;
   setenv("TMPDIR", temporaryDirectory().c_str(), 1);
@@ -66,12 +78,12 @@ fs::path SystemRoot::below(std::string_view path) const { return path_ / fs::pat
 
 bool SystemRoot::isSystem(const fs::path& path) const {
   const fs::path relative = path.lexically_normal().lexically_relative(path_);
-  return !relative.empty() && fs::exists(system / *relative.begin());
+  return !relative.empty() && systemNames().contains(*relative.begin());
 }
 
 fs::path SystemRoot::onHost(std::string_view path) const {
   const fs::path here = below(path);
-  return isSystem(here) && fs::exists(here) ? system / fs::path(path).relative_path() : here;
+  return isSystem(here) && fs::exists(here) ? systemFolder() / fs::path(path).relative_path() : here;
 }
 
 bool SystemRoot::removeLibrary(std::string_view library) {
@@ -80,8 +92,8 @@ bool SystemRoot::removeLibrary(std::string_view library) {
   if (fs::is_symlink(libraries)) {
     fs::remove(libraries);
     fs::create_directory(libraries);
-    for (const auto& entry : fs::recursive_directory_iterator(system / "System")) {
-      const fs::path own = path_ / entry.path().lexically_relative(system);
+    for (const auto& entry : fs::recursive_directory_iterator(systemFolder() / "System")) {
+      const fs::path own = path_ / entry.path().lexically_relative(systemFolder());
       entry.is_directory() ? static_cast<void>(fs::create_directory(own)) : fs::create_symlink(entry.path(), own);
     }
   }
