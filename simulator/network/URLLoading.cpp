@@ -44,6 +44,9 @@ HostAnswer parseAnswer(Arguments& line) {
   if (line.has("redirect") && !isURL(answer.location)) line.fail("member \"redirect\" must be a URL");
   if (!answer.location.empty() && !line.has("status")) answer.status = 302;
   answer.cacheControl = line.text("cache-control", "");
+  if (answer.cacheControl.find_first_of("\r\n") != std::string::npos) {
+    line.fail("member \"cache-control\" must be one line");
+  }
   if (line.has("break-after")) answer.breakAfter = line.unsigned32("break-after");
   return answer;
 }

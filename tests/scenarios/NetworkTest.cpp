@@ -3,10 +3,12 @@
 
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/URLSession.h"
 #include "tests/support/Lines.h"
+#include "tests/support/Play.h"
 #include "tests/support/Program.h"
 #include "tests/support/Seat.h"
 
@@ -127,4 +129,18 @@ TEST(URLSessionTimeout, ABodyThatBreaksOffBetweenPiecesIsLost) {
             advance(60));
   EXPECT_EQ(errorsIn(seat.takeRecords()), Texts{"Update check failed: The network connection was lost."});
   EXPECT_TRUE(seat.shutDown());
+}
+
+TEST(URLSession, LinesThatMakeNoSenseAreRefused) {
+  const std::pair<json, std::string> cases[] = {
+      {{{"drip", {{"pieces", 0}}}}, R"(member "drip.pieces" must be )"},
+      {{{"drip", {{"pause", -1}}}}, R"(member "pause" must be from 0 to a million seconds)"},
+      {{{"drip", {{"size", 1}}}}, R"(unknown member "drip.size")"},
+      {{{"delay", 1e7}}, R"(member "delay" must be from 0 to a million seconds)"},
+      {{{"cache-control", "a\r\nb: c"}}, R"(member "cache-control" must be one line)"}};
+  for (const auto& [members, problem] : cases) {
+    const Played played = playScenario(feed(members));
+    EXPECT_EQ(played.status, 2);
+    EXPECT_NE(played.error.find(problem), std::string::npos) << played.error;
+  }
 }
