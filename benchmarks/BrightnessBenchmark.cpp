@@ -33,7 +33,7 @@ struct Desk {
     scenario.perform(R"({"do":"settle"})");
   }
 
-  Machine machine;
+  Mac machine;
   Scenario scenario;
 };
 
@@ -104,10 +104,10 @@ void day(benchmark::State& state) {
   }
   for (auto _ : state) {
     std::string trace;
-    Machine machine(dalvaneProgram(), {.clock = Clock::deterministic,
-                                       .seed = 1,
-                                       .trace = [&trace](std::string_view line) { trace += line; },
-                                       .fatal = {}});
+    Mac machine(dalvaneProgram(), {.clock = Clock::deterministic,
+                                   .seed = 1,
+                                   .trace = [&trace](std::string_view line) { trace += line; },
+                                   .fatal = {}});
     Scenario scenario(machine);
     std::istringstream text(lines);
     scenario.add(text, "day");
@@ -117,5 +117,23 @@ void day(benchmark::State& state) {
   }
 }
 BENCHMARK(day)->Unit(benchmark::kMillisecond);
+
+// What trying a scenario under one more seed costs beside the scenario: a new machine, Dalvane launched and quit.
+void freshSeed(benchmark::State& state) {
+  std::uint64_t seed = 0;
+  for (auto _ : state) {
+    std::size_t size = 0;
+    Mac machine(dalvaneProgram(), {.clock = Clock::deterministic,
+                                   .seed = ++seed,
+                                   .trace = [&size](std::string_view line) { size += line.size(); },
+                                   .fatal = {}});
+    Scenario scenario(machine);
+    scenario.perform(R"({"do":"launch"})");
+    scenario.perform(R"({"do":"settle"})");
+    machine.shutDown();
+    benchmark::DoNotOptimize(size);
+  }
+}
+BENCHMARK(freshSeed)->Unit(benchmark::kMillisecond);
 
 }  // namespace

@@ -4,7 +4,9 @@ find_package(CURL REQUIRED)
 find_package(ICU REQUIRED COMPONENTS uc)
 find_package(OpenSSL REQUIRED)
 find_package(Threads REQUIRED)
+find_package(ZLIB REQUIRED)
 find_library(BLOCKS_RUNTIME BlocksRuntime REQUIRED)
+find_library(HTTPLIB cpp-httplib REQUIRED)
 find_library(PLIST plist-2.0 REQUIRED)
 find_library(CAIRO cairo REQUIRED)
 find_path(CAIRO_HEADERS cairo.h PATH_SUFFIXES cairo REQUIRED)
@@ -30,18 +32,6 @@ add_subdirectory(simulator)
 # C library functions whose calls from the program are the machine's.
 foreach(function abort confstr getpid nanosleep waitpid
     __cxa_guard_acquire __cxa_guard_release __cxa_guard_abort)
-  target_link_options(simulator INTERFACE -Wl,--wrap=${function})
-endforeach()
-
-# The same for the C++ file operations, by the names that the C++ library gives them: rename, remove_all (twice),
-# create_directories and the constructor of directory_iterator (twice).
-foreach(function
-    _ZNSt10filesystem6renameERKNS_7__cxx114pathES3_
-    _ZNSt10filesystem10remove_allERKNS_7__cxx114pathE
-    _ZNSt10filesystem10remove_allERKNS_7__cxx114pathERSt10error_code
-    _ZNSt10filesystem18create_directoriesERKNS_7__cxx114pathE
-    _ZNSt10filesystem7__cxx1118directory_iteratorC1ERKNS0_4pathENS_17directory_optionsEPSt10error_code
-    _ZNSt10filesystem7__cxx1118directory_iteratorC2ERKNS0_4pathENS_17directory_optionsEPSt10error_code)
   target_link_options(simulator INTERFACE -Wl,--wrap=${function})
 endforeach()
 
@@ -72,9 +62,12 @@ endfunction()
 set(VOLUMES simulator/system/DiskImage.cpp simulator/system/FileContent.cpp simulator/system/Volumes.cpp)
 add_system_tool(hdiutil /usr/bin ${VOLUMES})
 add_system_tool(ditto /usr/bin ${VOLUMES})
+target_link_libraries(system_hdiutil PRIVATE ZLIB::ZLIB)
+target_link_libraries(system_ditto PRIVATE ZLIB::ZLIB)
 add_system_tool(open /usr/bin)
 add_system_tool(kill /bin)
 add_system_tool(sleep /bin)
+configure_file(simulator/tools/sh ${SIMULATED_SYSTEM}/bin/sh COPYONLY)
 
 # The program, with its entry point under a name of its own.
 add_library(dalvane OBJECT ${DALVANE_PROGRAM})

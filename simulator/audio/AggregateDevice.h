@@ -108,7 +108,7 @@ class AggregateDevice : public AudioObject {
   std::map<AudioDeviceIOProcID, Proc> procs_;
   std::uintptr_t lastProc_ = 0;
   bool running_ = false;
-  std::shared_ptr<Cycle> cycle_;  // null: no I/O thread yet
+  std::shared_ptr<Cycle> cycle_;
 };
 
 }  // namespace simulator

@@ -206,6 +206,7 @@ void CFRelease(CFTypeRef cf) { simulator::release(cf, "CFRelease"); }
 CFTypeID CFGetTypeID(CFTypeRef cf) { return simulator::typeOf(live(cf, "CFGetTypeID")); }
 
 Boolean CFEqual(CFTypeRef cf1, CFTypeRef cf2) {
+  if (!cf1 || !cf2) simulator::fatal("CFEqual: one of the objects is null");
   if (cf1 == cf2) return true;
   const CFTypeID type = CFGetTypeID(cf1);
   return type != simulator::unknownType && type == CFGetTypeID(cf2) && simulator::jsonOf(cf1) == simulator::jsonOf(cf2);
@@ -290,7 +291,7 @@ Boolean CFNumberIsFloatType(CFNumberRef number) {
   return std::holds_alternative<double>(live<__CFNumber>(number, "CFNumberIsFloatType").value);
 }
 
-// True when the value got through unchanged; otherwise what is stored is the nearest, as Apple's header says.
+// False when the value is changed by the conversion; Apple's header only says that what is stored then is an attempt.
 Boolean CFNumberGetValue(CFNumberRef number, CFNumberType theType, void* valuePtr) {
   const auto& value = live<__CFNumber>(number, "CFNumberGetValue").value;
   if (theType == kCFNumberFloat64Type) {
@@ -302,8 +303,8 @@ Boolean CFNumberGetValue(CFNumberRef number, CFNumberType theType, void* valuePt
   std::int64_t integer = 0;
   bool exact = true;
   if (const double* const real = std::get_if<double>(&value)) {
-    const double bounded = std::isnan(*real) ? 0 : std::clamp(std::trunc(*real), -0x1p63, 0x1p62);
-    integer = static_cast<std::int64_t>(bounded);
+    constexpr double greatest = 0x1.fffffffffffffp62;  // below 2^63
+    integer = static_cast<std::int64_t>(std::isnan(*real) ? 0 : std::clamp(*real, -0x1p63, greatest));
     exact = static_cast<double>(integer) == *real;
   } else {
     integer = std::get<std::int64_t>(value);

@@ -49,6 +49,7 @@ void Preferences::load() {
 }
 
 void Preferences::save() const {
+  if (values_.empty() && !std::filesystem::exists(file())) return;
   std::filesystem::create_directories(file().parent_path());
   std::ofstream(file()) << writePropertyList(values_);
 }
@@ -124,8 +125,8 @@ bool UserDefaults::boolForKey(const std::string& key) const {
   if (!value) return false;
   if (value->is_boolean()) return value->get<bool>();
   if (value->is_number()) return value->get<double>() != 0;
-  // Of texts, those that Apple's header names.
-  return *value == "YES" || *value == "true";
+  // Of texts, the two that Apple's header names.
+  return *value == "YES" || *value == "1";
 }
 
 void UserDefaults::setInteger(long value, const std::string& key) const {

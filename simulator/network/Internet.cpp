@@ -145,7 +145,9 @@ Transfer Internet::get(const std::string& address, const std::function<bool(std:
     if (code != CURLE_OK) return {errorFor(code, verification), 0, url};
     if (!redirects(status) || !next) {
       if (!receiver.keptBack.empty() && !receive(receiver.keptBack)) return {URLError::cannotWriteToFile, 0, url};
-      return {std::nullopt, static_cast<int>(status), url};
+      curl_header* control = nullptr;
+      const bool isTold = curl_easy_header(curl, "Cache-Control", 0, CURLH_HEADER, -1, &control) == CURLHE_OK;
+      return {std::nullopt, static_cast<int>(status), url, isTold ? control->value : ""};
     }
     url = requestedURL(next);
   }
@@ -156,7 +158,8 @@ curl_slist* Internet::prepare(const std::string& url) {
   CURL* const curl = curl_.get();
   curl_easy_reset(curl);
   // Every name leads to the one server.
-  curl_slist* const routes = curl_slist_append(nullptr, ("::127.0.0.1:" + std::to_string(host_.port())).c_str());
+  curl_slist* const routes =
+      curl_slist_append(nullptr, ("::127.0.0.1:" + std::to_string(host_.port(url.starts_with("http://")))).c_str());
   const std::string authority = host_.trustedAuthority();
   curl_blob trusted{const_cast<char*>(authority.data()), authority.size(), CURL_BLOB_COPY};
   curl_easy_setopt(curl, CURLOPT_URL, url.c_str());

@@ -42,6 +42,7 @@ struct Transfer {
   std::optional<URLError> error;  // none: it was answered
   int status = 0;                 // of HTTP; 0 when the answer did not come over HTTP
   std::string url;                // what answered, after redirects
+  std::string cacheControl = {};  // its Cache-Control header
 };
 
 class Internet {

@@ -1,5 +1,5 @@
-// The web servers that releases are published on: one real server on the loopback interface that answers for every host
-// name it is told of, over HTTPS with certificates from an authority of its own, and over plain HTTP.
+// The web servers that releases are published on: a real server on the loopback interface that answers for every host
+// name it is told of over HTTPS, with certificates from an authority of its own, and one that does over plain HTTP.
 #pragma once
 
 #include <openssl/ssl.h>
@@ -9,17 +9,17 @@
 #include <memory>
 #include <mutex>
 #include <optional>
-#include <set>
 #include <string>
-#include <string_view>
 #include <thread>
-#include <vector>
 
 #include "simulator/system/Certificates.h"
 
-namespace simulator {
+namespace httplib {
+class Server;
+struct Response;
+}  // namespace httplib
 
-class Stream;
+namespace simulator {
 
 // What is answered at one address.
 struct HostAnswer {
@@ -27,6 +27,7 @@ struct HostAnswer {
   std::string body;
   std::string location;                   // the Location header; empty: none
   std::optional<std::size_t> breakAfter;  // the connection breaks after so many bytes of the body
+  std::string cacheControl = {};          // the Cache-Control header; empty: none
 };
 
 // What a host shows when a connection is made.
@@ -45,36 +46,32 @@ class ReleaseHost {
   void setCertificate(const std::string& host, HostCertificate certificate);
   // Whether the host name exists.
   [[nodiscard]] bool knows(const std::string& host) const;
-  [[nodiscard]] int port() const { return port_; }
+  // Where an address of that scheme is answered.
+  [[nodiscard]] int port(bool isPlain) const { return (isPlain ? plain_ : secure_).port; }
   // The certificate of the authority that the machine trusts, as PEM.
   [[nodiscard]] std::string trustedAuthority() const { return authority_.pem(); }
 
  private:
   using Context = std::unique_ptr<SSL_CTX, Freed<SSL_CTX_free>>;
-  struct Connection {
-    int socket = -1;
-    std::thread thread;
+  struct Server {
+    std::unique_ptr<httplib::Server> server;
+    int port = 0;
+    std::thread thread = {};
   };
 
   static int chooseCertificate(SSL* connection, int* alert, void* host);
   SSL_CTX* contextFor(const std::string& host);
-  void acceptConnections();
-  void serve(int socket);
-  bool answer(const Stream& connection, const std::string& head);
+  void run(Server& server, std::string scheme);
+  void answer(const std::string& url, httplib::Response& response) const;
 
   CertificateAuthority authority_;
   CertificateAuthority unknownAuthority_;
-  int listener_ = -1;
-  int port_ = 0;
-  Context context_;
-
   mutable std::mutex mutex_;
   std::map<std::string, std::shared_ptr<const HostAnswer>> answers_;
   std::map<std::string, HostCertificate> hosts_;
   std::map<std::pair<std::string, HostCertificate>, Context> contexts_;
-  std::vector<Connection> connections_;
-  bool closing_ = false;
-  std::thread acceptor_;
+  Server secure_;
+  Server plain_;
 };
 
 // The address as it is asked for: scheme and host in lower case, without user, fragment and the scheme's own port, with
@@ -82,6 +79,6 @@ class ReleaseHost {
 std::string requestedURL(const std::string& url);
 
 // The host of an address such as "https://host/path", in lower case; empty when it has none.
-std::string hostOf(std::string_view url);
+std::string hostOf(const std::string& url);
 
 }  // namespace simulator

@@ -1,6 +1,9 @@
 #include "simulator/network/URLLoading.h"
 
+#include <algorithm>
+#include <chrono>
 #include <cmath>
+#include <cstdlib>
 #include <fstream>
 #include <nlohmann/json.hpp>
 #include <utility>
@@ -10,6 +13,7 @@
 #include "simulator/kernel/Call.h"
 #include "simulator/kernel/Commands.h"
 #include "simulator/system/FileContent.h"
+#include "simulator/system/Files.h"
 #include "simulator/system/SystemRoot.h"
 
 namespace simulator {
@@ -39,18 +43,42 @@ HostAnswer parseAnswer(Arguments& line) {
   answer.location = line.text("redirect", "");
   if (line.has("redirect") && !isURL(answer.location)) line.fail("member \"redirect\" must be a URL");
   if (!answer.location.empty() && !line.has("status")) answer.status = 302;
+  answer.cacheControl = line.text("cache-control", "");
+  if (answer.cacheControl.find_first_of("\r\n") != std::string::npos) {
+    line.fail("member \"cache-control\" must be one line");
+  }
   if (line.has("break-after")) answer.breakAfter = line.unsigned32("break-after");
   return answer;
+}
+
+Duration parseSeconds(Arguments& line, const char* member) {
+  const double seconds = line.number(member, 0);
+  if (!(seconds >= 0) || seconds > 1e6) {
+    line.fail("member \"" + std::string(member) + "\" must be from 0 to a million seconds");
+  }
+  return Duration(std::llround(seconds * 1e9));
 }
 
 Route parseRoute(Arguments& line) {
   Route route;
   if (line.has("error") && !line.json("error").is_null()) route.error = line.text("error");
-  const double delay = line.number("delay", 0);
-  if (!(delay >= 0) || delay > 1e6) line.fail("member \"delay\" must be from 0 to a million seconds");
-  route.delay = Duration(std::llround(delay * 1e9));
+  route.delay = parseSeconds(line, "delay");
+  if (auto drip = line.object("drip")) {
+    route.pieces = drip->count("pieces", 1);
+    route.pause = parseSeconds(*drip, "pause");
+    drip->finish();
+  }
   route.plainResponse = !line.flag("http", true);
   return route;
+}
+
+// What "max-age=" says, in seconds; zero where it is not said.
+Duration freshness(const std::string& cacheControl) {
+  constexpr std::string_view member = "max-age=";
+  const std::size_t at = cacheControl.find(member);
+  if (at == std::string::npos || cacheControl.find("no-store") != std::string::npos) return Duration::zero();
+  constexpr unsigned long longest = 365 * 86400;
+  return std::chrono::seconds(std::min(std::strtoul(cacheControl.c_str() + at + member.size(), nullptr, 10), longest));
 }
 
 }  // namespace
@@ -95,7 +123,7 @@ void URLLoading::publishInstalledVersion() {
   publish(program.feedURL, std::move(publication));
 }
 
-Loaded URLLoading::load(const std::string& url, double timeout, const std::function<bool(std::string_view)>& receive) {
+Loaded URLLoading::load(const std::string& url, double timeout, const Receive& receive) {
   Route route;
   std::shared_ptr<Internet> internet;
   {
@@ -105,12 +133,16 @@ Loaded URLLoading::load(const std::string& url, double timeout, const std::funct
     if (!feedPublished_) publishInstalledVersion();
     if (const auto known = routes_.find(requestedURL(url)); known != routes_.end()) route = known->second;
   }
-  const Duration patience(std::llround(timeout * 1e9));
-  if (route.delay >= patience) {
-    machine_.scheduler.sleep(patience);
-    return {localizedDescription(static_cast<int>(URLError::timedOut), hostOf(url)), 0, url};
-  }
-  machine_.scheduler.sleep(exchangeTime + route.delay);
+  const auto failed = [&](URLError error) {
+    return Loaded{localizedDescription(static_cast<int>(error), hostOf(url)), 0, url};
+  };
+  // Whether something happens before the program's patience is at its end.
+  const auto waitFor = [&](Duration time, Duration more) {
+    const Duration patience(std::llround(timeout * 1e9));
+    machine_.scheduler.sleep(time < patience ? time + more : patience);
+    return time < patience;
+  };
+  if (!waitFor(route.delay, exchangeTime)) return failed(URLError::timedOut);
   if (route.error) return {route.error, 0, url};
 
   if (const auto path = filePath(url)) {
@@ -118,14 +150,49 @@ Loaded URLLoading::load(const std::string& url, double timeout, const std::funct
     try {
       content = readFile(root_.below(*path));
     } catch (const std::system_error&) {
-      return {localizedDescription(static_cast<int>(URLError::fileDoesNotExist), ""), 0, url};
+      return failed(URLError::fileDoesNotExist);
     }
     receive(content);
     return {std::nullopt, 0, url};
   }
-  const Transfer transfer = internet->get(url, receive);
-  if (transfer.error) return {localizedDescription(static_cast<int>(*transfer.error), hostOf(url)), 0, transfer.url};
-  return {std::nullopt, route.plainResponse ? 0 : transfer.status, transfer.url};
+  std::string body;
+  const auto keep = [&body](std::string_view piece) {
+    body += piece;
+    return true;
+  };
+  const bool drips = route.pause > Duration::zero();
+  const Transfer transfer = internet->get(url, drips ? Receive(keep) : receive);
+  const std::size_t size = body.size() / route.pieces + 1;
+  for (std::size_t at = 0; at < body.size(); at += size) {
+    if (!waitFor(route.pause, Duration::zero())) return failed(URLError::timedOut);
+    if (!receive(std::string_view(body).substr(at, size))) return failed(URLError::cannotWriteToFile);
+  }
+  if (transfer.error) {
+    return {localizedDescription(static_cast<int>(*transfer.error), hostOf(url)), 0, transfer.url};
+  }
+  return {std::nullopt, route.plainResponse ? 0 : transfer.status, transfer.url, freshness(transfer.cacheControl)};
+}
+
+Loaded URLLoading::loadCached(const std::string& url, bool useCache, double timeout, const Receive& receive) {
+  const std::string key = requestedURL(url);
+  {
+    const Scheduler::Lock lock(machine_.scheduler);
+    const auto known = cache_.find(key);
+    if (useCache && known != cache_.end() && machine_.scheduler.now() < known->second.until) {
+      receive(known->second.body);
+      return known->second.loaded;
+    }
+  }
+  std::string body;
+  const Loaded loaded = load(url, timeout, [&](std::string_view piece) {
+    body += piece;
+    return receive(piece);
+  });
+  if (!loaded.error && loaded.status == 200 && loaded.freshFor > Duration::zero()) {
+    const Scheduler::Lock lock(machine_.scheduler);
+    cache_[key] = {loaded, std::move(body), machine_.scheduler.now() + loaded.freshFor};
+  }
+  return loaded;
 }
 
 std::filesystem::path URLLoading::temporaryFile() {
@@ -197,6 +264,7 @@ class TemporaryFile {
   TemporaryFile& operator=(const TemporaryFile&) = delete;
   ~TemporaryFile() {
     std::error_code ignored;
+    const MachineAtWork work;
     std::filesystem::remove(path_, ignored);
   }
   [[nodiscard]] const std::filesystem::path& path() const { return path_; }
@@ -215,9 +283,9 @@ NS::URLResponse responseFor(const Loaded& loaded) {
 }
 
 // Loads unless the call has been told to fail.
-Loaded loadOrFail(Machine& machine, std::optional<std::int32_t> fault, const std::string& url, double timeout,
-                  const std::function<bool(std::string_view)>& receive) {
-  if (!fault) return machine.part<simulator::URLLoading>().load(url, timeout, receive);
+Loaded loadOrFail(Machine& machine, std::optional<std::int32_t> fault, const std::string& url, unsigned long policy,
+                  double timeout, const URLLoading::Receive& receive) {
+  if (!fault) return machine.part<URLLoading>().loadCached(url, policy == 0, timeout, receive);
   machine.scheduler.sleep(exchangeTime);
   return {localizedDescription(*fault, hostOf(url)), 0, url};
 }
@@ -285,10 +353,10 @@ URLSessionTask URLSession::dataTaskWithRequest(
     std::function<void(const Data&, const URLResponse&, const Error&)> completionHandler) const {
   const Call call(simulator::dataTask);
   const auto& sent = live<simulator::RequestObject>(request.get(), simulator::dataTask);
-  auto work = [&machine = call.machine, fault = call.fault(), url = sent.url, timeout = sent.timeout,
-               handler = std::move(completionHandler)] {
+  auto work = [&machine = call.machine, fault = call.fault(), url = sent.url, policy = sent.cachePolicy,
+               timeout = sent.timeout, handler = std::move(completionHandler)] {
     std::string body;
-    const Loaded loaded = simulator::loadOrFail(machine, fault, url, timeout, [&body](std::string_view piece) {
+    const Loaded loaded = simulator::loadOrFail(machine, fault, url, policy, timeout, [&body](std::string_view piece) {
       body += piece;
       return true;
     });
@@ -312,7 +380,7 @@ URLSessionTask URLSession::downloadTaskWithURL(
     const simulator::TemporaryFile temporary(machine.part<simulator::URLLoading>().temporaryFile());
     const std::filesystem::path& location = temporary.path();
     std::ofstream file(location, std::ios::binary);
-    const Loaded loaded = simulator::loadOrFail(machine, fault, address, timeout, [&file](std::string_view piece) {
+    const Loaded loaded = simulator::loadOrFail(machine, fault, address, 0, timeout, [&file](std::string_view piece) {
       return static_cast<bool>(file.write(piece.data(), static_cast<std::streamsize>(piece.size())));
     });
     file.close();

@@ -24,6 +24,8 @@ class SystemRoot;
 struct Route {
   std::optional<std::string> error;  // the connection fails with this text
   Duration delay{0};                 // how long the host takes to answer
+  std::uint64_t pieces = 1;          // that the body comes in
+  Duration pause{0};                 // before each of them
   bool plainResponse = false;        // the answer is shown to the program as one that did not come over HTTP
 };
 
@@ -31,7 +33,8 @@ struct Route {
 struct Loaded {
   std::optional<std::string> error;
   int status = 0;
-  std::string url;  // what answered, after redirects
+  std::string url;       // what answered, after redirects
+  Duration freshFor{0};  // how long the host says that the answer may be kept
 };
 
 // How an address answers, as a scenario line says it.
@@ -48,9 +51,12 @@ class URLLoading : public Part {
  public:
   URLLoading(Machine& machine, SystemRoot& root);
 
+  using Receive = std::function<bool(std::string_view)>;
   // Loads what is at `url` on the calling thread of the program, which waits as long as it takes on the machine's
-  // clock.
-  Loaded load(const std::string& url, double timeout, const std::function<bool(std::string_view)>& receive);
+  // clock, but no longer than `timeout` seconds for the next thing to happen.
+  Loaded load(const std::string& url, double timeout, const Receive& receive);
+  // The same as far as the session's cache has no fresh answer, or must not be asked.
+  Loaded loadCached(const std::string& url, bool useCache, double timeout, const Receive& receive);
   // From now on `address` answers so.
   void publish(const std::string& address, Publication publication);
   // A new place for a downloaded file.
@@ -59,6 +65,13 @@ class URLLoading : public Part {
   void addCommands(Commands& commands) override;
 
  private:
+  // An answer that is kept, for as long as its host says that it is fresh. Programs that end do not take it with them.
+  struct Cached {
+    Loaded loaded;
+    std::string body;
+    Time until;
+  };
+
   ReleaseHost& host();
   void publishInstalledVersion();
 
@@ -67,6 +80,7 @@ class URLLoading : public Part {
   std::unique_ptr<ReleaseHost> host_;  // made when first needed
   std::shared_ptr<Internet> internet_;
   std::map<std::string, Route> routes_;
+  std::map<std::string, Cached> cache_;
   bool feedPublished_ = false;
   std::uint64_t downloads_ = 0;
 };

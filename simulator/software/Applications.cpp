@@ -147,8 +147,22 @@ const json& Applications::runningInfo() {
   return *runningInfo_;
 }
 
+// Bundles are made and signed once, however many machines they are on: after that they are laid out from an image.
 void Applications::makeBundle(const fs::path& folder, const BundleContent& content) {
+  static std::map<std::string, std::string> images;
   const Program& program = machine_.process.program();
+  // What is there already goes into the bundle, and its signature.
+  if (!fs::create_directories(folder)) return makeBundle(folder, content, program);
+  const json signer = content.signer ? json(*content.signer) : json();
+  const json what = {program.name, program.identifier, content.version,  content.identifier,
+                     signer,       content.forged,     content.tampering};
+  std::string& image = images[what.dump()];
+  if (!image.empty()) return extractDiskImage(image, folder);
+  makeBundle(folder, content, program);
+  image = makeDiskImage(folder);
+}
+
+void Applications::makeBundle(const fs::path& folder, const BundleContent& content, const Program& program) {
   const fs::path contents = folder / "Contents";
   fs::create_directories(contents / "MacOS");
   fs::create_directories(contents / "Resources/en.lproj");

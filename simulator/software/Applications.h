@@ -64,6 +64,7 @@ class Applications : public Part {
  private:
   void install(const std::filesystem::path& bundle, const BundleContent& content);
   void makeBundle(const std::filesystem::path& folder, const BundleContent& content);
+  static void makeBundle(const std::filesystem::path& folder, const BundleContent& content, const Program& program);
 
   Machine& machine_;
   SystemRoot& root_;

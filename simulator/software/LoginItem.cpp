@@ -22,19 +22,24 @@ std::optional<std::string> LoginItem::takeError() { return std::exchange(error_,
 
 void LoginItem::addCommands(Commands& commands) {
   commands.add("login-item", [this](Arguments& line) -> Action {
-    if (!line.has("enabled") && !line.has("error")) line.fail("needs \"enabled\" or \"error\"");
+    if (!line.has("enabled") && !line.has("approved") && !line.has("error")) {
+      line.fail("needs \"enabled\", \"approved\" or \"error\"");
+    }
     std::optional<bool> enabled;
     if (line.has("enabled")) enabled = line.truth("enabled", false);
+    std::optional<bool> approved;
+    if (line.has("approved")) approved = line.flag("approved");
     std::optional<std::string> error;
     if (line.has("error") && !line.json("error").is_null()) error = line.text("error");
-    return [this, enabled, error, says = line.has("error")] {
-      if (enabled) enabled_ = *enabled;
+    return [this, enabled, approved, error, says = line.has("error")] {
+      if (enabled) registered_ = *enabled;
+      if (approved) approved_ = *approved;
       if (says) error_ = error;
     };
   });
 }
 
-void LoginItem::snapshot(nlohmann::ordered_json& state) { state["login_item"] = enabled_; }
+void LoginItem::snapshot(nlohmann::ordered_json& state) { state["login_item"] = registered_ && approved_; }
 
 }  // namespace simulator
 
@@ -51,24 +56,23 @@ struct ServiceObject : simulator::Object {
   std::string_view kind() const override { return "SMAppService"; }
 };
 
-// Makes the program a login item, or no longer one.
-bool change(const char* api, bool enabled, CFTypeRef service, Error& error) {
+// Makes the program a login item, or no longer one. One that the user has switched off is registered, but only the user
+// can switch it on again: the call says that it is not permitted.
+bool change(const char* api, bool registers, CFTypeRef service, Error& error) {
   const Call call(api, Call::On::mainThread);
   static_cast<void>(simulator::live<ServiceObject>(service, api));
   simulator::LoginItem& item = call.part<simulator::LoginItem>();
   std::optional<std::string> failure = item.takeError();
   const auto told = call.fault();
-  const int status = told ? *told : failure ? 1 : 0;  // kSMErrorInternalFailure
-  if (told)
+  if (told) {
     failure = "The operation couldn’t be completed. (SMAppServiceErrorDomain error " + std::to_string(*told) + ".)";
-  call.machine.trace.call(api, status);
-  if (failure) {
-    error = Error(CF::adopt(static_cast<CFTypeRef>(new ErrorObject(*failure))));
-    return false;
+  } else if (!failure) {
+    item.setRegistered(registers);
+    if (registers && !item.approved()) failure = "Operation not permitted";
   }
-  error = {};
-  item.setEnabled(enabled);
-  return true;
+  call.machine.trace.call(api, told ? *told : failure ? 1 : 0);
+  error = failure ? Error(CF::adopt(static_cast<CFTypeRef>(new ErrorObject(*failure)))) : Error();
+  return !failure;
 }
 
 }  // namespace
@@ -81,7 +85,9 @@ AppService AppService::mainAppService() {
 
 AppServiceStatus AppService::status() const {
   const Call call("SMAppService.status", Call::On::mainThread);
-  return call.part<simulator::LoginItem>().enabled() ? AppServiceStatus::Enabled : AppServiceStatus::NotRegistered;
+  const auto& item = call.part<simulator::LoginItem>();
+  if (!item.registered()) return AppServiceStatus::NotRegistered;
+  return item.approved() ? AppServiceStatus::Enabled : AppServiceStatus::RequiresApproval;
 }
 
 bool AppService::registerAndReturnError(Error& error) const {

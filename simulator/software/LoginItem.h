@@ -14,16 +14,19 @@ class LoginItem : public Part {
  public:
   explicit LoginItem(Machine& machine);
 
-  [[nodiscard]] bool enabled() const { return enabled_; }
+  [[nodiscard]] bool registered() const { return registered_; }
+  void setRegistered(bool registered) { registered_ = registered; }
+  // Whether the user lets it open; switched in the System Settings.
+  [[nodiscard]] bool approved() const { return approved_; }
   // What the next change fails with, once.
   std::optional<std::string> takeError();
-  void setEnabled(bool enabled) { enabled_ = enabled; }
 
   void addCommands(Commands& commands) override;
   void snapshot(nlohmann::ordered_json& state) override;
 
  private:
-  bool enabled_ = false;
+  bool registered_ = false;
+  bool approved_ = true;
   std::optional<std::string> error_;
 };
 

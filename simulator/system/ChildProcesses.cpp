@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cctype>
 #include <cerrno>
 #include <fstream>
 #include <nlohmann/json.hpp>
@@ -64,22 +63,22 @@ sigset_t blockedSignals(const Machine& machine) {
   return blocked;
 }
 
+// Whether the process of the host has ended; waits for it unless told not to.
+bool hasEnded(pid_t host, int options, int* status = nullptr) {
+  for (;;) {
+    const pid_t ended = __real_waitpid(host, status, options);
+    if (ended != -1 || errno != EINTR) return ended != 0;
+  }
+}
+
 int waitForHost(pid_t host) {
   int status = 0;
-  while (__real_waitpid(host, &status, 0) == -1 && errno == EINTR) {
-  }
+  hasEnded(host, 0, &status);
   return status;
 }
 
 // The status that people know: what the program exited with, or the number of the signal that ended it.
 int exitOf(int status) { return WIFSIGNALED(status) ? WTERMSIG(status) : WEXITSTATUS(status); }
-
-// The text as one word of a shell script.
-std::string quotedForShell(const std::string& text) {
-  std::string quoted = "'";
-  for (const char c : text) quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
-  return quoted + "'";
-}
 
 std::string listOf(const Trace& trace, const std::vector<std::string>& texts) {
   std::string list = "[";
@@ -94,7 +93,6 @@ ChildProcesses::ChildProcesses(Machine& machine, SystemRoot& root, Open open)
   machine.faults.declare({"posix_spawn", "posix_spawnattr_init", "posix_spawn_file_actions_init", "waitpid", "hdiutil",
                           "hdiutil attach", "hdiutil detach", "ditto"});
   declareFileFaults(machine.faults);
-  fs::create_directories(processFile(0).parent_path());
 }
 
 ChildProcesses::~ChildProcesses() {
@@ -115,26 +113,11 @@ fs::path ChildProcesses::processFile(pid_t identifier) const {
 pid_t ChildProcesses::programIdentifier() {
   if (!program_) {
     program_ = ++lastIdentifier_;
+    const MachineAtWork work;
+    fs::create_directories(processFile(*program_).parent_path());
     writeFile(processFile(*program_), "");
   }
   return *program_;
-}
-
-std::string ChildProcesses::translated(const std::string& script) const {
-  const auto isPath = [](char c) { return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '/' || c == '_'; };
-  std::string result;
-  for (std::size_t at = 0; at < script.size();) {
-    if (script[at] != '/') {
-      result += script[at++];
-      continue;
-    }
-    const auto start = script.begin() + static_cast<std::ptrdiff_t>(at);
-    const std::string word(start, std::find_if_not(start, script.end(), isPath));
-    const fs::path below = root_.below(word);
-    result += fs::is_regular_file(below) ? quotedForShell(below.string()) : word;
-    at += word.size();
-  }
-  return result;
 }
 
 std::optional<int> ChildProcesses::takeFault(const std::string& tool, const std::vector<std::string>& arguments) {
@@ -146,14 +129,11 @@ std::optional<int> ChildProcesses::takeFault(const std::string& tool, const std:
 pid_t ChildProcesses::start(const std::string& executable, const std::vector<std::string>& arguments,
                             std::vector<std::string> environment, const SpawnSettings& settings, int& error) {
   programIdentifier();  // the program is older than its children
-  const bool isShell = executable == shell;
-  const fs::path below = root_.below(executable);
-  const fs::path host = isShell ? fs::path(shell) : below;
-  if (!isShell && !fs::is_regular_file(below)) error = ENOENT;
+  const fs::path host = root_.below(executable);
+  if (!fs::is_regular_file(host)) error = ENOENT;
 
   std::vector<std::string> words{executable};
   words.insert(words.end(), arguments.begin(), arguments.end());
-  if (isShell && arguments.size() > 1 && arguments.front() == "-c") words[2] = translated(arguments[1]);
   std::erase_if(environment, [](const std::string& variable) { return variable.starts_with("PATH="); });
   environment.push_back("PATH=" + root_.below("/usr/bin").string() + ":" + root_.below("/bin").string() +
                         ":/usr/bin:/bin");
@@ -186,9 +166,10 @@ pid_t ChildProcesses::start(const std::string& executable, const std::vector<std
     record.json("exit", "null");
     return 0;
   }
-  if (isShell) {
+  if (executable == shell) {
     record.json("exit", "null");  // it does not end while the program runs
   } else {
+    const Scheduler::Unlock unlock(machine_.scheduler);
     child.status = waitForHost(child.host);
     child.host = 0;
     record.number("exit", exitOf(child.status));
@@ -225,11 +206,16 @@ void ChildProcesses::processEnded(Leaks&) {
     if (child.host != 0) survivors_.push_back(child.host);
   }
   children_.clear();
-  if (survivors_.empty()) return;
-  machine_.scheduler.after(runTime, Waiting::work, [this] {
-    for (const pid_t host : std::exchange(survivors_, {})) waitForHost(host);
-    openWhatWasAsked();
-  });
+  if (!survivors_.empty()) machine_.scheduler.after(runTime, Waiting::work, [this] { waitForSurvivors(); });
+}
+
+// On the live clock nobody else is kept waiting.
+void ChildProcesses::waitForSurvivors() {
+  const bool isLive = machine_.scheduler.clock() == Clock::live;
+  std::erase_if(survivors_, [isLive](pid_t host) { return hasEnded(host, isLive ? WNOHANG : 0); });
+  if (survivors_.empty()) return openWhatWasAsked();
+  constexpr Duration soon = std::chrono::milliseconds(5);
+  machine_.scheduler.after(soon, Waiting::work, [this] { waitForSurvivors(); });
 }
 
 // Carries out what open(1) was asked for: the installed application is launched, as it now is.

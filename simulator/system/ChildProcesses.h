@@ -56,9 +56,8 @@ class ChildProcesses : public Part {
   };
 
   [[nodiscard]] std::filesystem::path processFile(pid_t identifier) const;
-  // The script with its absolute paths of programs below the root in the form in which the host finds them.
-  [[nodiscard]] std::string translated(const std::string& script) const;
   std::optional<int> takeFault(const std::string& tool, const std::vector<std::string>& arguments);
+  void waitForSurvivors();
   void openWhatWasAsked();
 
   Machine& machine_;

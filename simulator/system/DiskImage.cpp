@@ -1,7 +1,8 @@
 #include "simulator/system/DiskImage.h"
 
+#include <zlib.h>
+
 #include <algorithm>
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
@@ -16,20 +17,8 @@ namespace fs = std::filesystem;
 constexpr std::size_t trailerSize = 512;
 constexpr std::string_view signature = "koly";
 
-// CRC-32 as in IEEE 802.3, bit by bit over a table.
-std::uint32_t crc32(std::string_view data) {
-  static const auto table = [] {
-    std::array<std::uint32_t, 256> result{};
-    for (std::uint32_t i = 0; i < 256; ++i) {
-      std::uint32_t value = i;
-      for (int bit = 0; bit < 8; ++bit) value = (value & 1) != 0 ? 0xedb88320U ^ (value >> 1) : value >> 1;
-      result.at(i) = value;
-    }
-    return result;
-  }();
-  std::uint32_t crc = 0xffffffffU;
-  for (const char c : data) crc = table.at((crc ^ static_cast<unsigned char>(c)) & 0xff) ^ (crc >> 8);
-  return ~crc;
+std::uint32_t checksum(std::string_view data) {
+  return static_cast<std::uint32_t>(crc32_z(0, reinterpret_cast<const Bytef*>(data.data()), data.size()));
 }
 
 // Numbers are 64 bits, most significant byte first.
@@ -65,11 +54,11 @@ class Reader {
 };
 
 // Where a record's file goes; a name that leads out of the folder is refused.
-fs::path placeBelow(const fs::path& folder, std::string_view name) {
+fs::path placeBelow(const fs::path& folder, std::string_view name, bool hasLinks) {
   const fs::path relative(name);
-  const fs::path path = folder / relative;
+  fs::path path = folder / relative;
   if (relative.is_absolute() || std::ranges::find(relative, "..") != relative.end() ||
-      fs::is_symlink(path.parent_path())) {
+      (hasLinks && fs::is_symlink(path.parent_path()))) {
     throw BadImage("image data corrupted");
   }
   return path;
@@ -97,7 +86,7 @@ std::string makeDiskImage(const fs::path& folder) {
 
   std::string trailer(signature);
   appendNumber(trailer, data.size());
-  appendNumber(trailer, crc32(data));
+  appendNumber(trailer, checksum(data));
   trailer.resize(trailerSize, '\0');
   return data + trailer;
 }
@@ -109,23 +98,25 @@ void extractDiskImage(std::string_view image, const fs::path& folder) {
   if (trailer.take(signature.size()) != signature || trailer.number() != data.size()) {
     throw BadImage("image not recognized");
   }
-  if (trailer.number() != crc32(data)) throw BadImage("image data corrupted");
+  if (trailer.number() != checksum(data)) throw BadImage("image data corrupted");
 
   Reader reader(data);
+  bool hasLinks = false;
   while (!reader.atEnd()) {
     const Kind kind{reader.take(1).front()};
     const auto permissions = static_cast<fs::perms>(reader.number());
-    const fs::path path = placeBelow(folder, reader.text());
+    const fs::path path = placeBelow(folder, reader.text(), hasLinks);
     switch (kind) {
       case Kind::folder:
         fs::create_directory(path);
         break;
       case Kind::link:
         fs::create_symlink(fs::path(reader.text()), path);
+        hasLinks = true;
         break;
       case Kind::file:
         writeFile(path, reader.text());
-        fs::permissions(path, permissions);
+        if (permissions != fs::perms(0644)) fs::permissions(path, permissions);
         break;
       default:
         throw BadImage("image data corrupted");

@@ -31,7 +31,8 @@ void* dlopen(const char* path, int mode) {
     pendingError = std::string(path) + ": the library could not be loaded";
     return nullptr;
   }
-  void* const handle = hostOpen(call.part<simulator::SystemRoot>().below(path).c_str(), mode);
+  // The host's loader remembers every name that it has loaded a library by.
+  void* const handle = hostOpen(call.part<simulator::SystemRoot>().onHost(path).c_str(), mode);
   if (handle) {
     call.part<simulator::SystemRoot>().didLoad(handle);
   } else {

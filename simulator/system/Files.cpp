@@ -1,13 +1,21 @@
-// The program's changes to files. The linker hands its calls of the C++ file operations to us: they are recorded, can
-// be told to fail, find attached images read-only, and do nothing once the process has ended.
+// The program's changes to files. The C++ library makes them through functions of the C library, which are the
+// machine's here: a program's own definitions go before those of shared libraries. They are recorded, can be told to
+// fail, find attached images read-only, and do nothing once the process has ended.
 #include "simulator/system/Files.h"
+
+#include <fcntl.h>
+#include <stdio.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdarg>
 #include <filesystem>
 #include <initializer_list>
 #include <string>
-#include <system_error>
+#include <utility>
 
 #include "simulator/kernel/Call.h"
 #include "simulator/system/SystemRoot.h"
@@ -15,40 +23,12 @@
 
 namespace fs = std::filesystem;
 
-// The names are those that the C++ library gives its functions.
-void realRename(const fs::path& from, const fs::path& to) asm("__real__ZNSt10filesystem6renameERKNS_7__cxx114pathES3_");
-void wrappedRename(const fs::path& from,
-                   const fs::path& to) asm("__wrap__ZNSt10filesystem6renameERKNS_7__cxx114pathES3_");
-
-std::uintmax_t realRemoveAll(const fs::path& path) asm("__real__ZNSt10filesystem10remove_allERKNS_7__cxx114pathE");
-std::uintmax_t wrappedRemoveAll(const fs::path& path) asm("__wrap__ZNSt10filesystem10remove_allERKNS_7__cxx114pathE");
-
-std::uintmax_t realRemoveAllOr(const fs::path& path, std::error_code& error) asm(
-    "__real__ZNSt10filesystem10remove_allERKNS_7__cxx114pathERSt10error_code");
-std::uintmax_t wrappedRemoveAllOr(const fs::path& path, std::error_code& error) asm(
-    "__wrap__ZNSt10filesystem10remove_allERKNS_7__cxx114pathERSt10error_code");
-
-bool realCreateDirectories(const fs::path& path) asm(
-    "__real__ZNSt10filesystem18create_directoriesERKNS_7__cxx114pathE");
-bool wrappedCreateDirectories(const fs::path& path) asm(
-    "__wrap__ZNSt10filesystem18create_directoriesERKNS_7__cxx114pathE");
-
-// The constructor that lists a directory; it throws when `error` is null. Compilers call it under either of two names.
-#define LISTING_CONSTRUCTOR(which) \
-  "_ZNSt10filesystem7__cxx1118directory_iterator" which "ERKNS0_4pathENS_17directory_optionsEPSt10error_code"
-void realList(fs::directory_iterator* self, const fs::path& path, fs::directory_options options,
-              std::error_code* error) asm("__real_" LISTING_CONSTRUCTOR("C1"));
-void wrappedList1(fs::directory_iterator* self, const fs::path& path, fs::directory_options options,
-                  std::error_code* error) asm("__wrap_" LISTING_CONSTRUCTOR("C1"));
-void wrappedList2(fs::directory_iterator* self, const fs::path& path, fs::directory_options options,
-                  std::error_code* error) asm("__wrap_" LISTING_CONSTRUCTOR("C2"));
-
 namespace simulator {
 
 thread_local int MachineAtWork::depth_ = 0;
 
 void declareFileFaults(Faults& faults) {
-  faults.declare({"rename", "remove_all", "create_directories", "directory_iterator"});
+  faults.declare({"rename", "remove", "remove_all", "create_directories", "directory_iterator"});
 }
 
 }  // namespace simulator
@@ -56,7 +36,6 @@ void declareFileFaults(Faults& faults) {
 namespace {
 
 using simulator::Call;
-using simulator::Machine;
 using simulator::Scheduler;
 
 // Whether the call comes from the program: the machine uses the same functions.
@@ -70,7 +49,10 @@ bool isBelow(const fs::path& path, const fs::path& folder) {
 // What stands against a change of `path`, if anything: the errno that the system would answer.
 int obstacle(const Call& call, const fs::path& path) {
   if (call.machine.scheduler.ending()) return EIO;
-  for (const fs::path& point : simulator::Volumes(call.part<simulator::SystemRoot>().path()).mountPoints()) {
+  const simulator::MachineAtWork work;
+  const auto& root = call.part<simulator::SystemRoot>();
+  if (root.isSystem(path)) return EPERM;
+  for (const fs::path& point : simulator::Volumes(root.path()).mountPoints()) {
     if (isBelow(path, point)) return path.lexically_normal() == point ? EBUSY : EROFS;
     if (isBelow(point, path)) return EBUSY;
   }
@@ -78,74 +60,104 @@ int obstacle(const Call& call, const fs::path& path) {
 }
 
 // What the call has been told to fail with, or else what stands against it.
-std::error_code errorOf(const Call& call, std::initializer_list<fs::path> changed) {
-  int number = call.fault().value_or(0);
-  for (const fs::path& path : changed) {
-    if (number == 0) number = obstacle(call, path);
+int errorOf(const Call& call, std::initializer_list<const char*> changed) {
+  int error = call.fault().value_or(0);
+  for (const char* const path : changed) {
+    if (error == 0) error = obstacle(call, path);
   }
-  return {number, std::system_category()};
+  return error;
+}
+
+// The end of a C function.
+int ended(int error) {
+  if (error == 0) return 0;
+  errno = error;
+  return -1;
+}
+
+// What std::filesystem::remove_all is removing on this thread. It opens the path, empties what it opened if that is a
+// folder, and removes the path itself; no other thread may be chosen meanwhile.
+thread_local std::string removing;
+
+// One step of it, by the result of its C function. The record is written with the last one, or the one that fails.
+int afterStep(int result, bool isLast) {
+  const int error = result == -1 ? errno : 0;
+  if (isLast || error != 0) {
+    simulator::Machine& machine = Call::unguarded();
+    const Scheduler::Lock lock(machine.scheduler);
+    machine.trace.call("remove_all", error).text("path", std::exchange(removing, ""));
+  }
+  return ended(error) == 0 ? result : -1;
+}
+
+int realOpenat(int folder, const char* path, int flags, mode_t mode) {
+  return static_cast<int>(syscall(SYS_openat, folder, path, flags, mode));
+}
+
+int realRemove(const char* path) {
+  const int result = unlink(path);
+  return result == -1 && errno == EISDIR ? rmdir(path) : result;
+}
+
+int beginRemoving(const char* path, int flags) {
+  const Call call("remove_all");
+  removing.clear();
+  // Removing what is not there changes nothing and always succeeds.
+  if (!fs::exists(fs::symlink_status(path)) && !call.machine.scheduler.ending()) return ended(ENOENT);
+  removing = path;
+  if (const int error = errorOf(call, {path})) return afterStep(ended(error), true);
+  const int opened = realOpenat(AT_FDCWD, path, flags, 0);
+  return opened == -1 && (errno == ENOTDIR || errno == ELOOP) ? -1 : afterStep(opened, false);
 }
 
 }  // namespace
 
-void wrappedRename(const fs::path& from, const fs::path& to) {
-  if (!fromProgram()) return realRename(from, to);
+extern "C" {
+
+int rename(const char* from, const char* to) noexcept {
+  if (!fromProgram()) return renameat(AT_FDCWD, from, AT_FDCWD, to);
   const Call call("rename");
-  std::error_code error = errorOf(call, {from, to});
-  if (!error) {
-    const simulator::MachineAtWork work;
-    fs::rename(from, to, error);
-  }
-  call.machine.trace.call("rename", error.value()).text("from", from.string()).text("to", to.string());
-  if (error) throw fs::filesystem_error("cannot rename", from, to, error);
+  int error = errorOf(call, {from, to});
+  if (error == 0 && renameat(AT_FDCWD, from, AT_FDCWD, to) == -1) error = errno;
+  call.machine.trace.call("rename", error).text("from", from).text("to", to);
+  return ended(error);
 }
 
-std::uintmax_t wrappedRemoveAllOr(const fs::path& path, std::error_code& error) {
-  if (!fromProgram()) return realRemoveAllOr(path, error);
-  const Call call("remove_all");
-  std::uintmax_t count = 0;
-  error.clear();
-  // Removing what is not there changes nothing and always succeeds.
-  if (!fs::exists(fs::symlink_status(path)) && !call.machine.scheduler.ending()) return 0;
-  error = errorOf(call, {path});
-  if (!error) {
-    const simulator::MachineAtWork work;
-    count = realRemoveAllOr(path, error);
-  }
-  call.machine.trace.call("remove_all", error.value()).text("path", path.string());
-  return error ? static_cast<std::uintmax_t>(-1) : count;
-}
-
-std::uintmax_t wrappedRemoveAll(const fs::path& path) {
-  if (!fromProgram()) return realRemoveAll(path);
-  std::error_code error;
-  const std::uintmax_t count = wrappedRemoveAllOr(path, error);
-  if (error) throw fs::filesystem_error("cannot remove all", path, error);
-  return count;
-}
-
-bool wrappedCreateDirectories(const fs::path& path) {
-  if (!fromProgram()) return realCreateDirectories(path);
+int mkdir(const char* path, mode_t mode) noexcept {
+  if (!fromProgram()) return mkdirat(AT_FDCWD, path, mode);
   const Call call("create_directories");
-  if (const std::error_code error = errorOf(call, {path})) {
-    throw fs::filesystem_error("cannot create directories", path, error);
-  }
-  const simulator::MachineAtWork work;
-  return realCreateDirectories(path);
+  if (const int error = errorOf(call, {path})) return ended(error);
+  return mkdirat(AT_FDCWD, path, mode);
 }
 
-void wrappedList1(fs::directory_iterator* self, const fs::path& path, fs::directory_options options,
-                  std::error_code* error) {
-  if (!fromProgram() || error) return realList(self, path, options, error);
+// A folder is opened to be listed or, where a link must not be followed, to be removed.
+int openat(int folder, const char* path, int flags, ...) {
+  va_list more;
+  va_start(more, flags);
+  const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(more, mode_t) : 0;
+  va_end(more);
+  if (folder != AT_FDCWD || (flags & O_DIRECTORY) == 0 || !fromProgram()) return realOpenat(folder, path, flags, mode);
+  if ((flags & O_NOFOLLOW) != 0) return beginRemoving(path, flags);
   const Call call("directory_iterator");
-  if (const auto told = call.fault()) {
-    throw fs::filesystem_error("directory iterator cannot open directory", path,
-                               std::error_code(*told, std::system_category()));
-  }
-  realList(self, path, options, error);
+  if (const auto told = call.fault()) return ended(*told);
+  return realOpenat(folder, path, flags, mode);
 }
 
-void wrappedList2(fs::directory_iterator* self, const fs::path& path, fs::directory_options options,
-                  std::error_code* error) {
-  wrappedList1(self, path, options, error);
+int unlinkat(int folder, const char* name, int flags) noexcept {
+  const bool removes = fromProgram() && !removing.empty();
+  if (removes && Call::unguarded().scheduler.ending()) return afterStep(ended(EIO), false);
+  const int result = static_cast<int>(syscall(SYS_unlinkat, folder, name, flags));
+  return removes ? afterStep(result, false) : result;
 }
+
+int remove(const char* path) noexcept {
+  if (!fromProgram()) return realRemove(path);
+  if (removing == path) return afterStep(realRemove(path), true);
+  const Call call("remove");
+  int error = errorOf(call, {path});
+  if (error == 0 && realRemove(path) == -1) error = errno;
+  call.machine.trace.call("remove", error).text("path", path);
+  return ended(error);
+}
+
+}  // extern "C"

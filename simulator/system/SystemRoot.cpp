@@ -1,12 +1,12 @@
 #include "simulator/system/SystemRoot.h"
 
+#include <ftw.h>
 #include <unistd.h>
 
 #include <cstdlib>
 #include <system_error>
 
 #include "simulator/kernel/Call.h"
-#include "simulator/system/Files.h"
 
 namespace simulator {
 namespace fs = std::filesystem;
@@ -22,24 +22,31 @@ fs::path parentFolder() {
   return fs::canonical(fs::temp_directory_path());
 }
 
+// What the build lays out of the system, as it lies on a Mac.
+const fs::path& systemFolder() {
+  static const fs::path folder = SIMULATED_SYSTEM;
+  return folder;
+}
+
+// The names at its top.
+const std::set<fs::path>& systemNames() {
+  static const std::set<fs::path> names = [] {
+    std::set<fs::path> found;
+    for (const auto& entry : fs::directory_iterator(systemFolder())) found.insert(entry.path().filename());
+    return found;
+  }();
+  return names;
+}
+
 }  // namespace
 
 SystemRoot::SystemRoot(Machine& machine) {
   std::string pattern = (parentFolder() / "simulated-mac-XXXXXX").string();
   if (!mkdtemp(pattern.data())) throw std::system_error(errno, std::generic_category(), "mkdtemp " + pattern);
   path_ = pattern;
-  // The build lays the system's files out below SIMULATED_SYSTEM as they lie on a Mac; each machine gets its own
-  // links, so that one of them can be removed.
-  const fs::path system = SIMULATED_SYSTEM;
-  for (const auto& entry : fs::recursive_directory_iterator(system)) {
-    const fs::path link = path_ / fs::relative(entry.path(), system);
-    if (entry.is_directory()) {
-      fs::create_directories(link);
-    } else {
-      fs::create_symlink(entry.path(), link);
-    }
-  }
-  fs::create_directories(temporaryDirectory());
+  for (const fs::path& name : systemNames()) fs::create_directory_symlink(systemFolder() / name, path_ / name);
+  fs::path folder = path_;
+  for (const fs::path& name : temporaryDirectory().lexically_relative(path_)) fs::create_directory(folder /= name);
   // It is told to programs in their environment.
   if (const char* const before = std::getenv("TMPDIR")) temporaryDirectoryBefore_ = before;
   setenv("TMPDIR", temporaryDirectory().c_str(), 1);
@@ -57,18 +64,41 @@ SystemRoot::~SystemRoot() {
 }
 
 void SystemRoot::runIsCutShort() {
-  std::error_code ignored;
-  const MachineAtWork work;
-  fs::remove_all(path_, ignored);
+  // Half the work of std::filesystem::remove_all, which opens every folder twice.
+  const auto removeOne = [](const char* path, const struct stat*, int kind, struct FTW*) {
+    return kind == FTW_DP ? rmdir(path) : unlink(path);
+  };
+  constexpr int openFolders = 16;
+  nftw(path_.c_str(), removeOne, openFolders, FTW_DEPTH | FTW_PHYS);
 }
 
 fs::path SystemRoot::temporaryDirectory() const { return below("/var/folders/zz/zyxvpxvq6csfxvn_n00000/T"); }
 
 fs::path SystemRoot::below(std::string_view path) const { return path_ / fs::path(path).relative_path(); }
 
+bool SystemRoot::isSystem(const fs::path& path) const {
+  const fs::path relative = path.lexically_normal().lexically_relative(path_);
+  return !relative.empty() && systemNames().contains(*relative.begin());
+}
+
+fs::path SystemRoot::onHost(std::string_view path) const {
+  const fs::path here = below(path);
+  return isSystem(here) && fs::exists(here) ? systemFolder() / fs::path(path).relative_path() : here;
+}
+
 bool SystemRoot::removeLibrary(std::string_view library) {
-  if (library.starts_with('/')) return fs::remove(below(library));
-  for (const auto& entry : fs::recursive_directory_iterator(path_)) {
+  // From now on this machine has links of its own to the single files.
+  const fs::path libraries = below("/System");
+  if (fs::is_symlink(libraries)) {
+    fs::remove(libraries);
+    fs::create_directory(libraries);
+    for (const auto& entry : fs::recursive_directory_iterator(systemFolder() / "System")) {
+      const fs::path own = path_ / entry.path().lexically_relative(systemFolder());
+      entry.is_directory() ? static_cast<void>(fs::create_directory(own)) : fs::create_symlink(entry.path(), own);
+    }
+  }
+  if (library.starts_with("/System/")) return fs::remove(below(library));
+  for (const auto& entry : fs::recursive_directory_iterator(libraries)) {
     if (entry.is_directory()) continue;
     const fs::path& path = entry.path();
     // "OSD", "OSD.framework" and "TCC.framework" name the library as well as its full path does.

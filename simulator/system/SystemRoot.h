@@ -16,7 +16,7 @@ class Machine;
 
 class SystemRoot : public Part {
  public:
-  // Lays out a new folder with the loadable libraries of the system.
+  // Lays out a new folder, with links to the system's own files.
   explicit SystemRoot(Machine& machine);
   ~SystemRoot() override;
   SystemRoot(const SystemRoot&) = delete;
@@ -30,6 +30,11 @@ class SystemRoot : public Part {
   [[nodiscard]] std::filesystem::path temporaryDirectory() const;
   // Where an absolute path of the simulated system lies.
   [[nodiscard]] std::filesystem::path below(std::string_view path) const;
+
+  // Whether a path on the host is one of the system's own files, which no program can change.
+  [[nodiscard]] bool isSystem(const std::filesystem::path& path) const;
+  // The same as `below`, but for what there is of the system's own files a name that is the same for every machine.
+  [[nodiscard]] std::filesystem::path onHost(std::string_view path) const;
 
   // Removes a loadable library, given by its path or its name; false when there is none.
   bool removeLibrary(std::string_view library);

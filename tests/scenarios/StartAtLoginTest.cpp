@@ -72,3 +72,27 @@ TEST(StartAtLogin, AFailureWaitsForTheNextChange) {
   EXPECT_EQ(seat.snapshot()["login_item"], false);
   EXPECT_TRUE(seat.shutDown());
 }
+
+// Switched off in the System Settings, it is the user who has to switch it on again there.
+TEST(StartAtLogin, WhatTheUserHasSwitchedOffIsNotSwitchedOnHere) {
+  Seat seat;
+  seat.play(loginItem({{"enabled", true}, {"approved", false}}) + launch);
+  EXPECT_FALSE(isTicked(seat));
+  EXPECT_EQ(seat.snapshot()["login_item"], false);
+  for (int tries = 0; tries < 2; ++tries) {
+    seat.play(chooseIt);
+    const auto records = seat.takeRecords();
+    EXPECT_EQ(alertsIn(records), std::vector<std::string>{"Operation not permitted: "});
+    EXPECT_EQ(callsOf(records, "SMAppService.register").size(), 1U);
+    EXPECT_TRUE(callsOf(records, "SMAppService.unregister").empty());
+    EXPECT_FALSE(isTicked(seat));
+  }
+  seat.play(loginItem({{"approved", true}}));
+  EXPECT_TRUE(isTicked(seat));
+  seat.play(chooseIt);
+  EXPECT_FALSE(isTicked(seat));
+  // What was not registered before is registered then, though the user has to allow it first.
+  seat.play(loginItem({{"approved", false}}) + chooseIt + loginItem({{"approved", true}}));
+  EXPECT_TRUE(isTicked(seat));
+  EXPECT_TRUE(seat.shutDown());
+}

@@ -2,6 +2,7 @@
 #include <dispatch/dispatch.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <signal.h>
 #include <spawn.h>
 #include <unistd.h>
@@ -11,6 +12,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <iterator>
 #include <set>
 #include <string>
 #include <system_error>
@@ -22,6 +24,7 @@
 #include "simulator/kernel/Call.h"
 #include "simulator/system/SystemRoot.h"
 #include "tests/support/Lines.h"
+#include "tests/support/Play.h"
 #include "tests/support/Seat.h"
 #include "updater/ChildProcess.h"
 
@@ -83,8 +86,8 @@ Child childOf(bool onWorker, const Start& start) {
   fs::create_directories(folder);
   runProgram(onWorker, [&] {
     start("/bin/sh", {"-c", script, folder / "told"});
-    fs::copy_file("/usr/bin/cp", simulator::Call::unguarded().part<simulator::SystemRoot>().below("/usr/bin/cp"));
-    start("/usr/bin/cp", {"/proc/self/status", folder / "status"});
+    fs::copy_file("/usr/bin/cp", simulator::Call::unguarded().part<simulator::SystemRoot>().below("/Applications/cp"));
+    start("/Applications/cp", {"/proc/self/status", folder / "status"});
   });
   Child child;
   std::ifstream told(folder / "told");
@@ -169,6 +172,55 @@ TEST_F(ChildProcessTest, AStandardFileThatIsClosedStaysClosed) {
   });
   EXPECT_TRUE(child.started);
   EXPECT_EQ(child.files, (std::set{1, 2}));
+}
+
+// On the live clock the other threads go on meanwhile: here a child ends only after another thread has called the
+// machine.
+TEST(ChildProcess, NobodyElseWaitsForIt) {
+  int status = -1;
+  const auto program = [&status] {
+    const fs::path applications = simulator::Call::unguarded().part<simulator::SystemRoot>().below("/Applications");
+    const fs::path tool = applications / "patient";
+    std::ofstream(tool)
+        << "#!/bin/sh\ncd " << applications
+        << "; touch begun; for i in $(seq 100); do test -e go && exit 0; sleep 0.03; done; exit 1";
+    fs::permissions(tool, fs::perms::owner_all);
+    __block bool ended = false;
+    int* const told = &status;
+    dispatch_async(dispatch_get_global_queue(QOS_CLASS_UTILITY, 0), ^{
+      *told = waitForExit(launch("/Applications/patient", {}));
+      ended = true;
+    });
+    while (!fs::exists(applications / "begun")) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    EXPECT_GT(getpid(), 0);
+    std::ofstream(applications / "go") << "";
+    while (!ended) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    return 0;
+  };
+  playScenario(lines::launch + lines::settle, 1, simulator::Clock::live, {.setUp = {}, .program = program});
+  EXPECT_EQ(status, 0);
+}
+
+// The full names of the system's tools mean the system's, whatever is in the words of the script.
+TEST(ChildProcess, AShellKnowsTheSystemsToolsByTheirFullNames) {
+  const fs::path told = fs::path(testing::TempDir()) / ("told-" + std::to_string(getpid()));
+  runProgram(false, [&] {
+    const pid_t self = getpid();  // no process of the host
+    launch("/bin/sh", {"-c",
+                       "/bin/kill -0 \"$0\" && echo \"/usr/bin/open '/bin/kill'\" > \"$1\"; "
+                       "/bin/kill -0 499 2>/dev/null || echo gone >> \"$1\"; "
+                       "/bin/sh -c '/bin/kill -0 \"$0\"' \"$0\" && /usr/bin/printf '%s' \"$2\" >> \"$1\"",
+                       std::to_string(self), told, "it's /bin/kill"});
+    // The shell asks for this process, which must not have ended.
+    std::string text;
+    for (int tries = 0; tries < 5000 && !text.ends_with("it's /bin/kill"); ++tries) {
+      poll(nullptr, 0, 1);  // on the host's clock
+      std::ifstream file(told);
+      text.assign(std::istreambuf_iterator<char>(file), {});
+    }
+    EXPECT_EQ(text, "/usr/bin/open '/bin/kill'\ngone\nit's /bin/kill");
+  });
+  fs::remove(told);
 }
 
 TEST_F(ChildProcessTest, WhatCannotBeStartedSaysWhy) {
