@@ -33,7 +33,7 @@ struct Desk {
     scenario.perform(R"({"do":"settle"})");
   }
 
-  Machine machine;
+  Mac machine;
   Scenario scenario;
 };
 
@@ -104,7 +104,7 @@ void day(benchmark::State& state) {
   }
   for (auto _ : state) {
     std::string trace;
-    Machine machine(dalvaneProgram(), {.clock = Clock::deterministic,
+    Mac machine(dalvaneProgram(), {.clock = Clock::deterministic,
                                        .seed = 1,
                                        .trace = [&trace](std::string_view line) { trace += line; },
                                        .fatal = {}});
