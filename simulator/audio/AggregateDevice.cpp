@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
+#include <limits>
 #include <set>
 #include <string_view>
 #include <thread>
@@ -131,6 +133,7 @@ struct AggregateDevice::Cycle {
   AudioTimeStamp inputTime{};
   AudioTimeStamp outputTime{};
   Done done;
+  bool steady = false;  // what became of it
 
   // Calls one callback and adds what it played.
   void call(const Client& client, std::vector<float>& sum) const;
@@ -151,6 +154,18 @@ class BufferList {
  private:
   std::vector<std::byte> storage_;
 };
+
+// Whether one is the other at some level, but for rounding.
+bool isMultiple(const std::vector<float>& played, const std::vector<float>& input) {
+  if (played.size() != input.size()) return false;
+  const auto loudest = std::ranges::max_element(input, {}, [](float sample) { return std::abs(sample); });
+  if (loudest == input.end()) return true;
+  const float level = *loudest == 0 ? 0 : played[static_cast<std::size_t>(loudest - input.begin())] / *loudest;
+  constexpr float rounding = 2 * std::numeric_limits<float>::epsilon();
+  return std::ranges::equal(played, input, [level](float out, float in) {
+    return std::abs(out - in * level) <= rounding * std::abs(in * level);
+  });
+}
 
 // Written behind the output buffer, where a callback has no business.
 constexpr std::array<float, 16> fence = {0.1F, 0.2F, 0.3F, 0.4F, 0.5F, 0.6F, 0.7F, 0.8F,
@@ -288,6 +303,8 @@ void AggregateDevice::beginCycle(const OutputDevice& device, std::vector<Input> 
   cycle_->wake.notifyOne();
 }
 
+bool AggregateDevice::isSteady() const { return !cycle_->due && !cycle_->busy && cycle_->steady; }
+
 void AggregateDevice::runIO(Scheduler& scheduler, const std::shared_ptr<Cycle>& cycle) {
   const Scheduler::Lock lock(scheduler);
   cycle->thread = Scheduler::current();
@@ -309,6 +326,7 @@ void AggregateDevice::runIO(Scheduler& scheduler, const std::shared_ptr<Cycle>& 
       const Scheduler::Unlock unlock(scheduler);
       for (const auto& [id, client] : clients) cycle->call(client, sum);
     }
+    cycle->steady = !cycle->inputs.empty() && isMultiple(sum, cycle->inputs.back().samples);
     if (!cycle->over) cycle->done(sum);
   }
 }

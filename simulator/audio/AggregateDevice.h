@@ -79,6 +79,9 @@ class AggregateDevice : public AudioObject {
   // Hands a cycle to the I/O thread: `inputs` are the sub-device's own and then the taps'. Nothing comes of it when the
   // thread is still busy with an earlier one.
   void beginCycle(const OutputDevice& device, std::vector<Input> inputs, Done done);
+  // The callbacks are through with the last cycle, and what they played was its last input at some level, the same from
+  // its first sample to its last. A callback that does so is taken to do the same to the next, until something happens.
+  [[nodiscard]] bool isSteady() const;
 
   [[nodiscard]] PropertyValue property(const AudioObjectPropertyAddress& address,
                                        std::span<const std::byte> qualifier) const override;

@@ -65,6 +65,7 @@ Audio::Audio(Machine& machine, Dispatch& dispatch, AudioCapture& consent)
        "AudioObjectRemovePropertyListenerBlock", "AudioHardwareCreateProcessTap", "AudioHardwareDestroyProcessTap",
        "AudioHardwareCreateAggregateDevice", "AudioHardwareDestroyAggregateDevice",
        "AudioDeviceCreateIOProcIDWithBlock", "AudioDeviceDestroyIOProcID", "AudioDeviceStart", "AudioDeviceStop"});
+  machine.scheduler.setTimeWillMove([this](Time until) { skipCycles(until); });
 }
 
 Audio::~Audio() {
@@ -431,6 +432,7 @@ std::vector<AggregateDevice::Input> Audio::inputsOf(const AggregateDevice& aggre
 }
 
 void Audio::cycle(OutputDevice& device) {
+  ++ownHappenings_;
   device.endCycle();
   if (!isPlayed(device)) {
     device.clock.stop();
@@ -462,8 +464,51 @@ void Audio::cycle(OutputDevice& device) {
     aggregate->beginCycle(
         device, inputsOf(*aggregate, device, played),
         [this, number = device.number, cycle = device.clock.cycle()](const std::vector<float>& output) {
+          ++ownHappenings_;
           if (OutputDevice* const heard = this->output(number)) heard->add(cycle, output);
         });
+  }
+}
+
+// The next cycle on that device would be like the last: nothing has happened in the meantime that could have changed
+// what is played or what the callback makes of it, the callback has made an even level of it, and nobody listens to
+// each sample.
+bool Audio::isSteady(const OutputDevice& device) const {
+  return device.clock.isCalm() && device.isComplete() && !device.speaker.isHeard() &&
+         std::ranges::all_of(aggregates_, [&device](const auto& each) {
+           const AggregateDevice& aggregate = *each.second;
+           return aggregate.output != device.number || !aggregate.isRunning() || aggregate.isSteady();
+         });
+}
+
+void Audio::skipCycles(Time until) {
+  Scheduler& scheduler = machine_.scheduler;
+  const std::uint64_t others = scheduler.happenings() - ownHappenings_;
+  const bool isInterrupted = std::exchange(otherHappenings_, others) != others;
+  std::vector<Scheduler::TimerID> beats;
+  bool areSteady = true;
+  for (const auto& [number, device] : outputs_) {
+    if (!device->clock.isRunning()) continue;
+    if (isInterrupted) device->clock.interrupt();
+    beats.push_back(*device->clock.timer());
+    areSteady = areSteady && isSteady(*device);
+  }
+  // Of several I/O threads the run's seed chooses who comes first.
+  const auto isRunning = [](const auto& each) { return each.second->isRunning(); };
+  if (beats.empty() || !areSteady || std::ranges::count_if(aggregates_, isRunning) > 1) return;
+
+  const Time end = std::min(until, scheduler.nextTimer(beats).value_or(until));
+  for (const auto& [number, device] : outputs_) {
+    const std::uint64_t cycles = device->clock.isRunning() ? device->clock.skippableUntil(end) : 0;
+    if (cycles == 0) continue;
+    device->clock.skip(cycles);
+    const OutputSettings& settings = device->settings();
+    for (const auto& [name, player] : players_) {
+      if (player->plays(number)) player->skip(cycles, settings.frames, settings.rate);
+    }
+    for (const auto& [id, aggregate] : aggregates_) {
+      if (aggregate->isRunning() && aggregate->output == number) scheduler.skipTurns(cycles);
+    }
   }
 }
 

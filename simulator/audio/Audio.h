@@ -98,6 +98,9 @@ class Audio : public Part {
   // Starts the cycles of devices that have something to play. They stop by themselves.
   void updateAll();
   void cycle(OutputDevice& device);
+  // Leaves out the cycles until that time that would be like the last, but for the one in which it falls.
+  void skipCycles(Time until);
+  [[nodiscard]] bool isSteady(const OutputDevice& device) const;
   [[nodiscard]] bool isPlayed(const OutputDevice& device) const;
   [[nodiscard]] bool isHeard(const AggregateDevice& aggregate) const;
   [[nodiscard]] bool isMuted(const Player& player) const;
@@ -119,6 +122,8 @@ class Audio : public Part {
   std::unique_ptr<Player> program_;  // the program as a client; none before it asks
   std::map<AudioObjectID, std::unique_ptr<Tap>> taps_;
   std::map<AudioObjectID, std::shared_ptr<AggregateDevice>> aggregates_;
+  std::uint64_t ownHappenings_ = 0;  // cycles that began, and I/O threads that answered
+  std::uint64_t otherHappenings_ = 0;
   bool isRough_ = false;
   bool hasAskedForMicrophone_ = false;
 };
