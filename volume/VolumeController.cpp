@@ -48,6 +48,11 @@ float gain(long steps, bool muted) {
   return fraction * fraction * fraction;
 }
 
+// The next change of the level tries again.
+void logFailedStart(const std::string& name, const std::exception& error) {
+  os_log_error(logger(), "Starting the capture for %{public}s failed: %{public}s", name.c_str(), error.what());
+}
+
 // The level as a count for the pop-up and the slider. One that somebody else wrote can be out of every range.
 int shown(long steps) { return static_cast<int>(std::clamp(steps, 0L, long{std::numeric_limits<int>::max()})); }
 
@@ -252,12 +257,21 @@ void VolumeController::apply(long steps, bool muted, const Output& output) {
 void VolumeController::startRouter(float gain, const Output& output) {
   watchDevice(output);  // first, so that no change is missed
   try {
-    router_.emplace(output.device, gain);
+    router_.emplace(output.device, gain, routersEvents(output.name));
   } catch (const std::exception& error) {
-    // The next change of the level tries again.
-    os_log_error(logger(), "Starting the capture for %{public}s failed: %{public}s", output.name.c_str(), error.what());
+    logFailedStart(output.name, error);
     routersListeners_.clear();
   }
+}
+
+AudioRouter::Events VolumeController::routersEvents(const std::string& name) {
+  const auto failed = whileRunning(&VolumeController::stopRouter);
+  return {.startFailed =
+              [failed, name](const AppError& error) {
+                logFailedStart(name, error);
+                failed();
+              },
+          .stopped = whileRunning(&VolumeController::refresh)};
 }
 
 void VolumeController::stopRouter() {

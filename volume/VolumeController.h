@@ -68,6 +68,7 @@ class VolumeController : public std::enable_shared_from_this<VolumeController> {
   [[nodiscard]] bool storedMute(const std::string& uid) const;
   void apply(long steps, bool muted, const Output& output);
   void startRouter(float gain, const Output& output);
+  AudioRouter::Events routersEvents(const std::string& name);
   void stopRouter();
 
   const NS::UserDefaults defaults_ = NS::UserDefaults::standardUserDefaults();
