@@ -64,6 +64,7 @@ void VolumeController::start() {
   assertMainThread();
   if (std::exchange(isRunning_, true)) return;
   listenForDefaultOutputChanges();
+  listenForRestarts();
   observeWake();
   refresh();
 }
@@ -74,6 +75,7 @@ void VolumeController::stop() {
   if (wakeObserver_) {
     NS::Workspace::sharedWorkspace().notificationCenter().removeObserver(std::exchange(wakeObserver_, {}));
   }
+  restartListener_.reset();
   defaultOutputListener_.reset();
   stopRouter();
   output_.reset();
@@ -180,18 +182,27 @@ void VolumeController::listenForDefaultOutputChanges() {
   }
 }
 
+// Of what a router is made of nothing is left when the audio service restarts, however little the device has changed.
+// One that was about to start has failed by then, so that the router is no sign of whether there is one to be made.
+void VolumeController::listenForRestarts() {
+  const OSStatus status =
+      restartListener_
+          .emplace(CoreAudio::system, CoreAudio::propertyAddress(kAudioHardwarePropertyServiceRestarted),
+                   whileRunning(&VolumeController::refresh))
+          .status();
+  if (status != kAudioHardwareNoError) {
+    os_log_error(logger(), "Could not watch the audio service (OSStatus %d)", status);
+  }
+}
+
 void VolumeController::watchDevice(const Output& output) {
-  const auto watch = [&](AudioObjectID object, const AudioObjectPropertyAddress& address,
-                         void (VolumeController::*changed)()) {
-    const OSStatus status = routersListeners_.emplace_back(object, address, whileRunning(changed)).status();
+  for (const auto& address : watchedOfDevice) {
+    const OSStatus status =
+        routersListeners_.emplace_back(output.device, address, whileRunning(&VolumeController::deviceChanged)).status();
     if (status != kAudioHardwareNoError) {
       os_log_error(logger(), "Could not watch %{public}s (OSStatus %d)", output.name.c_str(), status);
     }
-  };
-  for (const auto& address : watchedOfDevice) watch(output.device, address, &VolumeController::deviceChanged);
-  // Of what the router is made of nothing is left then, however little the device has changed.
-  watch(CoreAudio::system, CoreAudio::propertyAddress(kAudioHardwarePropertyServiceRestarted),
-        &VolumeController::refresh);
+  }
 }
 
 void VolumeController::observeWake() {

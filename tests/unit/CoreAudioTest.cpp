@@ -531,6 +531,7 @@ TEST(OutputDevice, IsToldOfWithoutAChangeWhenItIsRough) {
     EXPECT_EQ(ear.heard(), Heard{});
     simulator::Call::unguarded().part<simulator::Audio>().setRough(true);
     EXPECT_EQ(made(complete()), kAudioHardwareNoError);
+    std::this_thread::sleep_for(std::chrono::seconds(1));  // some notices are late
     EXPECT_EQ(ear.heard(), (Heard{"default", "default", "format", "format", "inputs", "inputs", "rate", "rate"}));
   });
 }

@@ -1,0 +1,219 @@
+// What a rough Core Audio does to a program of the test's own.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <memory>
+#include <thread>
+
+#include "platform/AudioTap.h"
+#include "platform/CFCollections.h"
+#include "platform/UUID.h"
+#include "simulator/audio/Audio.h"
+#include "simulator/kernel/Call.h"
+#include "tests/support/Lines.h"
+#include "tests/support/Program.h"
+#include "volume/CoreAudio.h"
+
+using namespace lines;
+using nlohmann::json;
+
+namespace {
+
+const std::string rough = temper({{"audio", "rough"}});
+const std::string screen = output(10, {{"uid", "HDMI-1"}, {"name", "Screen"}, {"default", true}});
+const std::string music = play("music", 10);
+
+void pause(int milliseconds) { std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds)); }
+
+simulator::Audio& audio() { return simulator::Call::unguarded().part<simulator::Audio>(); }
+
+// What a callback has seen.
+struct Seen {
+  int calls = 0;
+  int lacking = 0;  // calls without a whole buffer of the tap's
+};
+
+// A tap of the screen and an aggregate device that plays nothing of it.
+class Listener {
+ public:
+  explicit Listener(bool startsWithTap = true) {
+    const CA::TapDescription description = CA::TapDescription::initExcludingProcesses({}, "HDMI-1", 0);
+    description.setUUID(NS::UUID::make());
+    description.setMuteBehavior(CA::TapMuteBehavior::MutedWhenTapped);
+    EXPECT_EQ(CA::AudioHardwareCreateProcessTap(description, &tap), kAudioHardwareNoError);
+    using CF::value;
+    const auto subDevice = CF::dictionary({{CFSTR(kAudioSubDeviceUIDKey), value(std::string("HDMI-1"))}});
+    const auto subTap = CF::dictionary({{CFSTR(kAudioSubTapUIDKey), value(description.UUID().UUIDString())},
+                                        {CFSTR(kAudioSubTapDriftCompensationKey), value(true)}});
+    const auto wanted = CF::dictionary({
+        {CFSTR(kAudioAggregateDeviceNameKey), value(std::string("L"))},
+        {CFSTR(kAudioAggregateDeviceUIDKey), value(std::string("L-1"))},
+        {CFSTR(kAudioAggregateDeviceMainSubDeviceKey), value(std::string("HDMI-1"))},
+        {CFSTR(kAudioAggregateDeviceIsPrivateKey), value(true)},
+        {CFSTR(kAudioAggregateDeviceIsStackedKey), value(false)},
+        {CFSTR(kAudioAggregateDeviceTapAutoStartKey), value(startsWithTap)},
+        {CFSTR(kAudioAggregateDeviceSubDeviceListKey), CF::listOf(subDevice.get())},
+        {CFSTR(kAudioAggregateDeviceTapListKey), CF::listOf(subTap.get())},
+    });
+    EXPECT_EQ(AudioHardwareCreateAggregateDevice(wanted.get(), &device), kAudioHardwareNoError);
+    const std::shared_ptr<Seen> noted = seen;
+    EXPECT_EQ(AudioDeviceCreateIOProcIDWithBlock(
+                  &proc, device, nullptr,
+                  ^(const AudioTimeStamp*, const AudioBufferList* input, const AudioTimeStamp*, AudioBufferList* output,
+                    const AudioTimeStamp*) {
+                    ++noted->calls;
+                    const bool isWhole = input->mNumberBuffers == 1 &&
+                                         input->mBuffers[0].mDataByteSize == output->mBuffers[0].mDataByteSize;
+                    if (!isWhole) ++noted->lacking;
+                  }),
+              kAudioHardwareNoError);
+  }
+  ~Listener() {
+    AudioDeviceDestroyIOProcID(device, proc);
+    AudioHardwareDestroyAggregateDevice(device);
+    CA::AudioHardwareDestroyProcessTap(tap);
+  }
+  Listener(const Listener&) = delete;
+  Listener& operator=(const Listener&) = delete;
+
+  AudioObjectID tap = 0;
+  AudioObjectID device = 0;
+  AudioDeviceIOProcID proc = nullptr;
+  const std::shared_ptr<Seen> seen = std::make_shared<Seen>();
+};
+
+}  // namespace
+
+TEST(RoughCoreAudio, CallsACallbackOnceMoreAfterItsStop) {
+  int late = 0;
+  WITH_SEEDS(seed, 20) {
+    const Played played = runAsProgram(
+        screen + music + rough,
+        [&late] {
+          std::shared_ptr<Seen> seen;
+          int calls = 0;
+          {
+            const Listener listener;
+            seen = listener.seen;
+            EXPECT_EQ(AudioDeviceStart(listener.device, listener.proc), kAudioHardwareNoError);
+            pause(100);
+            EXPECT_EQ(AudioDeviceStop(listener.device, listener.proc), kAudioHardwareNoError);
+            calls = seen->calls;
+          }
+          pause(300);
+          EXPECT_GT(calls, 0);
+          EXPECT_LE(seen->calls, calls + 1);
+          late += seen->calls - calls;
+        },
+        seed);
+    EXPECT_TRUE(played.of("leak").empty());
+  }
+  EXPECT_GT(late, 2);
+  EXPECT_LT(late, 18);
+}
+
+TEST(RoughCoreAudio, TapsDeliverLessAtFirst) {
+  int lacking = 0;
+  WITH_SEEDS(seed, 10) {
+    runAsProgram(
+        screen + music + rough,
+        [&lacking] {
+          const Listener listener;
+          EXPECT_EQ(AudioDeviceStart(listener.device, listener.proc), kAudioHardwareNoError);
+          pause(300);
+          lacking += listener.seen->lacking;
+          EXPECT_LT(listener.seen->lacking, 12);
+          const int before = listener.seen->lacking;
+          pause(300);
+          EXPECT_EQ(listener.seen->lacking, before);
+        },
+        seed);
+  }
+  EXPECT_GT(lacking, 5);
+}
+
+TEST(RoughCoreAudio, AStartWaitsForSoundOrForItsEnd) {
+  bool waited = false;
+  WITH_SEEDS(seed, 10) {
+    for (const bool startsWithTap : {true, false}) {
+      runAsProgram(
+          screen + rough,
+          [&, startsWithTap] {
+            const Listener listener(startsWithTap);
+            const auto status = std::make_shared<OSStatus>(1);
+            const AudioObjectID device = listener.device;
+            const AudioDeviceIOProcID proc = listener.proc;
+            dispatch_async(dispatch_get_global_queue(QOS_CLASS_DEFAULT, 0), ^{
+              *status = AudioDeviceStart(device, proc);
+            });
+            pause(1000);
+            const bool waits = *status == 1;
+            waited = waited || waits;
+            EXPECT_FALSE(waits && !startsWithTap);
+            if (seed % 2 == 0) audio().play("music", 10, {.level = 0.5, .tone = 0});
+            if (seed % 2 == 0) pause(1000);
+            EXPECT_EQ(*status, waits && seed % 2 == 1 ? 1 : kAudioHardwareNoError);
+            EXPECT_EQ(AudioDeviceStop(device, proc), kAudioHardwareNoError);
+            pause(1000);
+            EXPECT_EQ(*status, waits && seed % 2 == 1 ? kAudioHardwareNotRunningError : kAudioHardwareNoError);
+          },
+          seed);
+    }
+  }
+  EXPECT_TRUE(waited);
+}
+
+TEST(RoughCoreAudio, AFormatThatChangesStopsIOOrLeavesTheTap) {
+  bool stopped = false;
+  bool left = false;
+  bool followed = false;
+  WITH_SEEDS(seed, 20) {
+    runAsProgram(
+        screen + music + rough,
+        [&] {
+          const Listener listener(false);
+          EXPECT_EQ(AudioDeviceStart(listener.device, listener.proc), kAudioHardwareNoError);
+          pause(300);
+          simulator::OutputDevice& device = *audio().output(10);
+          simulator::OutputSettings settings = device.settings();
+          settings.rate = 96000;
+          audio().changeOutput(device, settings);
+          pause(300);
+          const int calls = listener.seen->calls;
+          pause(300);
+          const bool isStopped = listener.seen->calls == calls;
+          const bool isLeft = CoreAudio::tapFormat(listener.tap).mSampleRate == 48000;
+          EXPECT_FALSE(isStopped && isLeft);
+          stopped = stopped || isStopped;
+          left = left || isLeft;
+          followed = followed || (!isStopped && !isLeft);
+        },
+        seed);
+  }
+  EXPECT_TRUE(stopped);
+  EXPECT_TRUE(left);
+  EXPECT_TRUE(followed);
+}
+
+TEST(RoughCoreAudio, CallsOnADeviceThatIsGoneFail) {
+  WITH_SEEDS(seed, 5) {
+    runAsProgram(
+        screen + music + rough,
+        [] {
+          const Listener listener(false);
+          const AudioObjectID device = CoreAudio::defaultOutputDevice();
+          const dispatch_queue_t queue = dispatch_queue_create("listener", nullptr);
+          const auto changed = ^(UInt32, const AudioObjectPropertyAddress*) {
+          };
+          const AudioObjectPropertyAddress alive = CoreAudio::propertyAddress(kAudioDevicePropertyDeviceIsAlive);
+          EXPECT_EQ(AudioObjectAddPropertyListenerBlock(device, &alive, queue, changed), kAudioHardwareNoError);
+          EXPECT_EQ(AudioDeviceStart(listener.device, listener.proc), kAudioHardwareNoError);
+          audio().removeOutput(*audio().output(10));
+          EXPECT_NE(AudioObjectRemovePropertyListenerBlock(device, &alive, queue, changed), kAudioHardwareNoError);
+          EXPECT_EQ(AudioDeviceStop(listener.device, listener.proc), kAudioHardwareBadDeviceError);
+          EXPECT_EQ(AudioDeviceStart(listener.device, listener.proc), kAudioHardwareNotRunningError);
+          dispatch_release(queue);
+        },
+        seed);
+  }
+}
