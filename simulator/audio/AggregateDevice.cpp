@@ -335,7 +335,6 @@ void AggregateDevice::beginCycle(const OutputDevice& device, std::vector<Input> 
 // The sum of what these play.
 std::vector<float> AggregateDevice::callAll(Scheduler& scheduler, Cycle& cycle, const std::vector<Client>& clients) {
   std::vector<float> sum(cycle.samples);
-  if (clients.empty()) return sum;
   cycle.busy = true;
   struct Busy {
     Cycle& cycle;
@@ -356,7 +355,7 @@ void AggregateDevice::runIO(Scheduler& scheduler, const std::shared_ptr<Cycle>& 
   cycle->thread = Scheduler::current();
   for (;;) {
     while (!cycle->due && !cycle->over && cycle->stopped.empty()) cycle->wake.wait();
-    callAll(scheduler, *cycle, std::exchange(cycle->stopped, {}));
+    if (!cycle->stopped.empty()) callAll(scheduler, *cycle, std::exchange(cycle->stopped, {}));
     if (cycle->over) return;
     if (!cycle->due) continue;
     cycle->due = false;

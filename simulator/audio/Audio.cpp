@@ -131,22 +131,25 @@ void Audio::changeOutput(OutputDevice& device, OutputSettings settings) {
   auto streams = newIDs(settings.inputs + std::size_t{1});
   device.change(std::move(settings), std::move(streams));
   const OutputSettings& after = device.settings();
-  followFormat(device);
-  if (after.inputs != before.inputs) {
+  const bool isOfOtherStreams = after.inputs != before.inputs;
+  const bool isOfOtherRate = after.rate != before.rate;
+  const bool isOfOtherFormat = isOfOtherRate || after.channels != before.channels || after.layout != before.layout;
+  followFormat(device, isOfOtherStreams || isOfOtherFormat);
+  if (isOfOtherStreams) {
     notify(device.id, kAudioDevicePropertyStreams);
     notify(device.id, kAudioDevicePropertyStreams, kAudioObjectPropertyScopeInput);
   }
-  if (after.rate != before.rate) notify(device.id, kAudioDevicePropertyNominalSampleRate);
-  if (after.rate != before.rate || after.channels != before.channels || after.layout != before.layout) {
+  if (isOfOtherRate) notify(device.id, kAudioDevicePropertyNominalSampleRate);
+  if (isOfOtherFormat) {
     notify(device.id, kAudioDevicePropertyStreamFormat, kAudioObjectPropertyScopeOutput);
   }
   if (after.isAlive != before.isAlive) notify(device.id, kAudioDevicePropertyDeviceIsAlive);
   updateAll();
 }
 
-// A rough machine stops what runs on the device, or leaves the taps as they are.
-void Audio::followFormat(const OutputDevice& device) {
-  const std::uint64_t mishap = isRough_ ? machine_.scheduler.random(3) : 0;
+// If the device's format or streams change, a rough machine stops what runs on it, or leaves the taps as they are.
+void Audio::followFormat(const OutputDevice& device, bool changes) {
+  const std::uint64_t mishap = isRough_ && changes ? machine_.scheduler.random(3) : 0;
   if (mishap == 1) stopAbnormally(device);
   if (mishap == 2) return;
   for (const auto& [id, tap] : taps_) {
@@ -530,7 +533,7 @@ void Audio::cycle(OutputDevice& device) {
 // what is played or what the callback makes of it, the callback has made an even level of it, and nobody listens to
 // each sample.
 bool Audio::isSteady(const OutputDevice& device) const {
-  return device.clock.isCalm() && device.isComplete() && !device.speaker.isHeard() &&
+  return device.clock.isCalm() && !device.speaker.isHeard() &&
          std::ranges::all_of(aggregates_, [&device](const auto& each) {
            const AggregateDevice& aggregate = *each.second;
            return aggregate.output != device.number || !aggregate.isRunning() || aggregate.isSteady();

@@ -96,7 +96,7 @@ class Audio : public Part {
   void notify(AudioObjectID object, AudioObjectPropertySelector selector,
               AudioObjectPropertyScope scope = kAudioObjectPropertyScopeGlobal);
   void tellOfAggregates(const AggregateDevice& aggregate);
-  void followFormat(const OutputDevice& device);
+  void followFormat(const OutputDevice& device, bool changes);
   void stopAbnormally(const OutputDevice& device);
   [[nodiscard]] AudioObjectID processObject(pid_t pid);
 

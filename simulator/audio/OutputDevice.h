@@ -65,9 +65,6 @@ class OutputDevice : public AudioObject {
   // Gives up waiting for I/O threads that missed the end of their cycle.
   void endCycle();
 
-  // Whether all of the last cycle has been played.
-  [[nodiscard]] bool isComplete() const { return missing_ == 0; }
-
   // Cycles that an I/O thread missed.
   [[nodiscard]] std::uint64_t overloads() const { return overloads_; }
 

@@ -1,6 +1,7 @@
-// What a rough Core Audio does to a program of the test's own.
+// Core Audio under a program of the test's own: a rough one, and sound that goes on.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <memory>
 #include <thread>
@@ -9,9 +10,12 @@
 #include "platform/CFCollections.h"
 #include "platform/UUID.h"
 #include "simulator/audio/Audio.h"
+#include "simulator/foundation/RunLoop.h"
 #include "simulator/kernel/Call.h"
+#include "simulator/mac/Mac.h"
 #include "tests/support/Lines.h"
 #include "tests/support/Program.h"
+#include "volume/AudioRouter.h"
 #include "volume/CoreAudio.h"
 
 using namespace lines;
@@ -30,13 +34,14 @@ simulator::Audio& audio() { return simulator::Call::unguarded().part<simulator::
 // What a callback has seen.
 struct Seen {
   int calls = 0;
-  int lacking = 0;  // calls without a whole buffer of the tap's
+  int lacking = 0;     // calls without a whole buffer of the tap's
+  bool fades = false;  // each call plays the tap at a lower level than the one before, until there is nothing left
 };
 
-// A tap of the screen and an aggregate device that plays nothing of it.
+// A tap of the screen and an aggregate device whose callback notes its calls, and plays nothing unless told otherwise.
 class Listener {
  public:
-  explicit Listener(bool startsWithTap = true) {
+  explicit Listener(bool startsWithTap = true, const std::string& uid = "L-1") {
     const CA::TapDescription description = CA::TapDescription::initExcludingProcesses({}, "HDMI-1", 0);
     description.setUUID(NS::UUID::make());
     description.setMuteBehavior(CA::TapMuteBehavior::MutedWhenTapped);
@@ -47,7 +52,7 @@ class Listener {
                                         {CFSTR(kAudioSubTapDriftCompensationKey), value(true)}});
     const auto wanted = CF::dictionary({
         {CFSTR(kAudioAggregateDeviceNameKey), value(std::string("L"))},
-        {CFSTR(kAudioAggregateDeviceUIDKey), value(std::string("L-1"))},
+        {CFSTR(kAudioAggregateDeviceUIDKey), value(uid)},
         {CFSTR(kAudioAggregateDeviceMainSubDeviceKey), value(std::string("HDMI-1"))},
         {CFSTR(kAudioAggregateDeviceIsPrivateKey), value(true)},
         {CFSTR(kAudioAggregateDeviceIsStackedKey), value(false)},
@@ -65,6 +70,16 @@ class Listener {
                     const bool isWhole = input->mNumberBuffers == 1 &&
                                          input->mBuffers[0].mDataByteSize == output->mBuffers[0].mDataByteSize;
                     if (!isWhole) ++noted->lacking;
+                    if (!noted->fades || !isWhole) return;
+                    const float level = std::max(0.0F, 1 - 0.01F * static_cast<float>(noted->calls));
+                    const auto* const in = static_cast<const float*>(input->mBuffers[0].mData);
+                    auto* const out = static_cast<float*>(output->mBuffers[0].mData);
+                    const std::size_t samples = output->mBuffers[0].mDataByteSize / sizeof(float);
+                    // By equal steps within the cycle, as the level of a ramp.
+                    for (std::size_t i = 0; i < samples; ++i) {
+                      const float within = static_cast<float>(i) / static_cast<float>(samples);
+                      out[i] = in[i] * std::max(0.0F, level - 0.01F * within);
+                    }
                   }),
               kAudioHardwareNoError);
   }
@@ -216,4 +231,82 @@ TEST(RoughCoreAudio, CallsOnADeviceThatIsGoneFail) {
         },
         seed);
   }
+}
+
+// ---- The router ----
+
+TEST(AudioRouter, TellsWhatCoreAudioDidToItUntilItIsStopped) {
+  for (const bool isStopped : {false, true}) {
+    const Played played = runAsProgram(screen + fail("AudioDeviceStart", -50), [isStopped] {
+      std::string told;
+      AudioRouter router(CoreAudio::defaultOutputDevice(), 0.5F,
+                         {.startFailed = [&told](const AppError& error) { told = error.what(); }, .stopped = {}});
+      pause(10);  // the start has been refused
+      if (isStopped) router.stop();
+      simulator::Call::unguarded().part<simulator::RunLoop>().runOnce(simulator::commonModes);
+      EXPECT_EQ(told, isStopped ? "" : "Starting the aggregate device failed (OSStatus -50)");
+      router.stop();
+    });
+    EXPECT_TRUE(played.of("leak").empty());
+  }
+}
+
+TEST(AudioRouter, StopsListeningToTheDeviceBeforeItIsDestroyed) {
+  const Played played = runAsProgram(screen, [] { AudioRouter(CoreAudio::defaultOutputDevice(), 0.5F, {}).stop(); });
+  std::vector<std::string> calls;
+  for (const json& call : played.of("call")) calls.push_back(call["api"]);
+  const auto listenerGoes = std::ranges::find(calls, "AudioObjectRemovePropertyListenerBlock");
+  ASSERT_NE(listenerGoes, calls.end());
+  EXPECT_LT(listenerGoes, std::ranges::find(calls, "AudioHardwareDestroyAggregateDevice"));
+  EXPECT_EQ(played.calls("AudioObjectRemovePropertyListenerBlock")[0]["args"]["selector"], "stpd");
+}
+
+// ---- Sound that goes on ----
+
+// A callback that takes its time to reach a level is called until it has.
+TEST(SteadyCoreAudio, NothingIsLeftOutWhileACallbackFades) {
+  runAsProgram(screen + music, [] {
+    const Listener listener;
+    listener.seen->fades = true;
+    EXPECT_EQ(AudioDeviceStart(listener.device, listener.proc), kAudioHardwareNoError);
+    pause(3000);
+    EXPECT_GT(listener.seen->calls, 100);
+    EXPECT_EQ(audio().output(10)->speaker.level(), 0);
+    EXPECT_EQ(AudioDeviceStop(listener.device, listener.proc), kAudioHardwareNoError);
+  });
+}
+
+TEST(SteadyCoreAudio, ASteadyCallbackIsSparedTheCyclesBetween) {
+  runAsProgram(screen + music, [] {
+    const Listener listener;
+    EXPECT_EQ(AudioDeviceStart(listener.device, listener.proc), kAudioHardwareNoError);
+    pause(1000);
+    const int calls = listener.seen->calls;
+    for (int i = 0; i < 10; ++i) pause(5000);
+    EXPECT_LT(listener.seen->calls, calls + 50);
+    EXPECT_EQ(AudioDeviceStop(listener.device, listener.proc), kAudioHardwareNoError);
+  });
+}
+
+// Of two I/O threads the seed chooses who comes first in each cycle; what is drawn from it later must not depend on who
+// listens.
+TEST(SteadyCoreAudio, SeveralDevicesDrawTheSameFromTheSeed) {
+  const auto bytes = [](std::uint64_t seed, bool isListenedTo) {
+    const auto program = [] {
+      const Listener one(true, "L-1");
+      const Listener two(true, "L-2");
+      EXPECT_EQ(AudioDeviceStart(one.device, one.proc), kAudioHardwareNoError);
+      EXPECT_EQ(AudioDeviceStart(two.device, two.proc), kAudioHardwareNoError);
+      pause(2000);
+      const Listener three(true, "L-3");
+      return 0;
+    };
+    const auto listen = [isListenedTo](simulator::Mac& machine) {
+      if (isListenedTo) machine.part<simulator::Audio>().listen(10, [](auto&&...) {});
+    };
+    return playScenario(screen + music + launch + settle, seed, simulator::Clock::deterministic,
+                        {.setUp = listen, .program = program})
+        .bytes;
+  };
+  WITH_SEEDS(seed, 10) { EXPECT_EQ(bytes(seed, false), bytes(seed, true)); }
 }
