@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "platform/AudioTap.h"
+#include "platform/Block.h"
 #include "platform/CFCollections.h"
 #include "platform/UUID.h"
 #include "simulator/audio/Audio.h"
@@ -176,6 +177,61 @@ TEST(RoughCoreAudio, AStartWaitsForSoundOrForItsEnd) {
     }
   }
   EXPECT_TRUE(waited);
+}
+
+TEST(RoughCoreAudio, AStartThatWaitsEndsWithWhatItIsToStart) {
+  int refused = 0;
+  WITH_SEEDS(seed, 10) {
+    for (const bool restarts : {true, false}) {
+      runAsProgram(
+          screen + rough,
+          [&refused, restarts] {
+            const Listener listener;
+            const auto status = std::make_shared<OSStatus>(1);
+            const AudioObjectID device = listener.device;
+            const AudioDeviceIOProcID proc = listener.proc;
+            dispatch_async(dispatch_get_global_queue(QOS_CLASS_DEFAULT, 0), ^{
+              *status = AudioDeviceStart(device, proc);
+            });
+            pause(1000);
+            if (*status != 1) return;  // this one did not wait
+            restarts ? audio().restart() : (void)AudioHardwareDestroyAggregateDevice(device);
+            pause(1000);
+            EXPECT_EQ(*status, kAudioHardwareNotRunningError);
+            ++refused;
+          },
+          seed);
+    }
+  }
+  EXPECT_GT(refused, 2);
+}
+
+TEST(RoughCoreAudio, NoticesComeLateAndThatOfTheDefaultOutputTwice) {
+  bool late = false;
+  WITH_SEEDS(seed, 10) {
+    runAsProgram(
+        screen + output(11, {{"uid", "HDMI-2"}, {"name", "Beamer"}}) + rough,
+        [&late] {
+          const auto told = std::make_shared<int>(0);
+          const dispatch_queue_t queue = dispatch_queue_create("listener", nullptr);
+          const Block<AudioObjectPropertyListenerBlock> changed(^(UInt32, const AudioObjectPropertyAddress*) {
+            ++*told;
+          });
+          const AudioObjectPropertyAddress address =
+              CoreAudio::propertyAddress(kAudioHardwarePropertyDefaultOutputDevice);
+          EXPECT_EQ(AudioObjectAddPropertyListenerBlock(CoreAudio::system, &address, queue, changed.get()),
+                    kAudioHardwareNoError);
+          audio().setDefaultOutput(11);
+          pause(1);
+          late = late || *told < 2;
+          pause(300);
+          EXPECT_EQ(*told, 2);
+          AudioObjectRemovePropertyListenerBlock(CoreAudio::system, &address, queue, changed.get());
+          dispatch_release(queue);
+        },
+        seed);
+  }
+  EXPECT_TRUE(late);
 }
 
 TEST(RoughCoreAudio, AFormatThatChangesStopsIOOrLeavesTheTap) {
