@@ -105,9 +105,9 @@ void day(benchmark::State& state) {
   for (auto _ : state) {
     std::string trace;
     Mac machine(dalvaneProgram(), {.clock = Clock::deterministic,
-                                       .seed = 1,
-                                       .trace = [&trace](std::string_view line) { trace += line; },
-                                       .fatal = {}});
+                                   .seed = 1,
+                                   .trace = [&trace](std::string_view line) { trace += line; },
+                                   .fatal = {}});
     Scenario scenario(machine);
     std::istringstream text(lines);
     scenario.add(text, "day");

@@ -79,9 +79,10 @@ void IOProc::switchInputsOff(long count) {
 }
 
 void IOProc::start(const std::function<void(OSStatus)>& failed) {
-  const std::function<void(OSStatus)> call = failed;
+  const std::function<void(OSStatus)> call = failed;  // of a reference a block would keep no more than the reference
   const AudioObjectID device = device_;
   const AudioDeviceIOProcID id = id_;
+  // When it is only now that a thread gets to it, both may be gone; then Core Audio refuses.
   dispatch_async(dispatch_get_global_queue(QOS_CLASS_USER_INITIATED, 0), ^{
     const OSStatus status = AudioDeviceStart(device, id);
     if (status == kAudioHardwareNoError) return;

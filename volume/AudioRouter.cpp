@@ -71,21 +71,20 @@ void AudioRouter::start() {
   });
   // The device's own inputs come first among the aggregate device's. They would be its microphones.
   if (state_->tapBufferIndex > 0) ioProc_->switchInputsOff(state_->tapBufferIndex);
-  listenForStop();
+  listenForStop(aggregate_->id());
   ioProc_->start([events = std::weak_ptr(events_)](OSStatus status) {
     if (const auto told = events.lock()) told->startFailed(AppError("Starting the aggregate device", status));
   });
 }
 
 // The device may have taken another format and its first one again: then nothing of it tells that I/O was stopped.
-void AudioRouter::listenForStop() {
-  const OSStatus status =
-      stopListener_
-          .emplace(aggregate_->id(), CoreAudio::propertyAddress(kAudioDevicePropertyIOStoppedAbnormally),
-                   [events = std::weak_ptr(events_)] {
-                     if (const auto told = events.lock()) told->stopped();
-                   })
-          .status();
+void AudioRouter::listenForStop(AudioObjectID aggregate) {
+  const OSStatus status = stopListener_
+                              .emplace(aggregate, CoreAudio::propertyAddress(kAudioDevicePropertyIOStoppedAbnormally),
+                                       [events = std::weak_ptr(events_)] {
+                                         if (const auto told = events.lock()) told->stopped();
+                                       })
+                              .status();
   if (status == kAudioHardwareNoError) return;
   static const os_log_t logger = makeLogger("AudioRouter");
   os_log_error(logger, "Could not watch the aggregate device (OSStatus %d)", status);

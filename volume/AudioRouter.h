@@ -41,7 +41,7 @@ class AudioRouter {
 
  private:
   void start();
-  void listenForStop();
+  void listenForStop(AudioObjectID aggregate);
 
   const AudioObjectID device_;
   AudioStreamBasicDescription format_{};  // of the device's output, when the router was made
