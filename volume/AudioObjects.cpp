@@ -78,4 +78,16 @@ void IOProc::switchInputsOff(long count) {
           "Switching the device's own inputs off");
 }
 
-void IOProc::start() { require(AudioDeviceStart(device_, id_), "Starting the aggregate device"); }
+void IOProc::start(const std::function<void(OSStatus)>& failed) {
+  const std::function<void(OSStatus)> call = failed;  // of a reference a block would keep no more than the reference
+  const AudioObjectID device = device_;
+  const AudioDeviceIOProcID id = id_;
+  // When it is only now that a thread gets to it, both may be gone; then Core Audio refuses.
+  dispatch_async(dispatch_get_global_queue(QOS_CLASS_USER_INITIATED, 0), ^{
+    const OSStatus status = AudioDeviceStart(device, id);
+    if (status == kAudioHardwareNoError) return;
+    dispatch_async(dispatch_get_main_queue(), ^{
+      call(status);
+    });
+  });
+}

@@ -2,7 +2,7 @@
 //
 // Each is built by its constructor, which throws an AppError naming the step when Core Audio refuses, and taken down by
 // its destructor, which logs what Core Audio refuses and goes on. So whatever was built when a later step fails goes
-// again in reverse order. Main thread only.
+// again in reverse order. Main thread only, but for the one call that may wait.
 #pragma once
 
 #include <CoreAudio/CoreAudio.h>
@@ -76,8 +76,9 @@ class IOProc {
   // when Core Audio refuses, as it does when the device has another number of input streams.
   void switchInputsOff(long count);
 
-  // Throws an AppError when Core Audio refuses; the callback is to be destroyed then.
-  void start();
+  // Starts it on a thread of its own: a device that starts with its tap may let the caller wait until the first sound
+  // is played. `failed` is called on the main queue when Core Audio refuses, also when this is gone by then.
+  void start(const std::function<void(OSStatus)>& failed);
 
  private:
   AudioObjectID device_;

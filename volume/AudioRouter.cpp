@@ -3,8 +3,10 @@
 #include <unistd.h>
 
 #include <string>
+#include <utility>
 
 #include "base/AppError.h"
+#include "base/Log.h"
 #include "platform/CFCollections.h"
 #include "platform/UUID.h"
 #include "volume/CoreAudio.h"
@@ -45,9 +47,10 @@ CF::Ref<CFDictionaryRef> aggregateDescription(const std::string& deviceUID, cons
 
 }  // namespace
 
-AudioRouter::AudioRouter(AudioObjectID device, float gain)
+AudioRouter::AudioRouter(AudioObjectID device, float gain, Events events)
     : device_(device),
-      state_(std::make_shared<RenderState>(gain, CoreAudio::streamCount(device, kAudioObjectPropertyScopeInput))) {
+      state_(std::make_shared<RenderState>(gain, CoreAudio::streamCount(device, kAudioObjectPropertyScopeInput))),
+      events_(std::make_shared<const Events>(std::move(events))) {
   // What was built when this throws goes with the members.
   start();
 }
@@ -68,11 +71,29 @@ void AudioRouter::start() {
   });
   // The device's own inputs come first among the aggregate device's. They would be its microphones.
   if (state_->tapBufferIndex > 0) ioProc_->switchInputsOff(state_->tapBufferIndex);
-  ioProc_->start();
+  listenForStop(aggregate_->id());
+  ioProc_->start([events = std::weak_ptr(events_)](OSStatus status) {
+    if (const auto told = events.lock()) told->startFailed(AppError("Starting the aggregate device", status));
+  });
+}
+
+// The device may have taken another format and its first one again: then nothing of it tells that I/O was stopped.
+void AudioRouter::listenForStop(AudioObjectID aggregate) {
+  const OSStatus status = stopListener_
+                              .emplace(aggregate, CoreAudio::propertyAddress(kAudioDevicePropertyIOStoppedAbnormally),
+                                       [events = std::weak_ptr(events_)] {
+                                         if (const auto told = events.lock()) told->stopped();
+                                       })
+                              .status();
+  if (status == kAudioHardwareNoError) return;
+  static const os_log_t logger = makeLogger("AudioRouter");
+  os_log_error(logger, "Could not watch the aggregate device (OSStatus %d)", status);
 }
 
 void AudioRouter::stop() {
+  events_.reset();
   ioProc_.reset();
+  stopListener_.reset();
   aggregate_.reset();
   tap_.reset();
 }

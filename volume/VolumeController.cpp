@@ -48,6 +48,11 @@ float gain(long steps, bool muted) {
   return fraction * fraction * fraction;
 }
 
+// The next change of the level tries again.
+void logFailedStart(const std::string& name, const std::exception& error) {
+  os_log_error(logger(), "Starting the capture for %{public}s failed: %{public}s", name.c_str(), error.what());
+}
+
 // The level as a count for the pop-up and the slider. One that somebody else wrote can be out of every range.
 int shown(long steps) { return static_cast<int>(std::clamp(steps, 0L, long{std::numeric_limits<int>::max()})); }
 
@@ -59,6 +64,7 @@ void VolumeController::start() {
   assertMainThread();
   if (std::exchange(isRunning_, true)) return;
   listenForDefaultOutputChanges();
+  listenForRestarts();
   observeWake();
   refresh();
 }
@@ -69,6 +75,7 @@ void VolumeController::stop() {
   if (wakeObserver_) {
     NS::Workspace::sharedWorkspace().notificationCenter().removeObserver(std::exchange(wakeObserver_, {}));
   }
+  restartListener_.reset();
   defaultOutputListener_.reset();
   stopRouter();
   output_.reset();
@@ -175,18 +182,27 @@ void VolumeController::listenForDefaultOutputChanges() {
   }
 }
 
+// Of what a router is made of nothing is left when the audio service restarts, however little the device has changed.
+// One that was about to start has failed by then, so that the router is no sign of whether there is one to be made.
+void VolumeController::listenForRestarts() {
+  const OSStatus status =
+      restartListener_
+          .emplace(CoreAudio::system, CoreAudio::propertyAddress(kAudioHardwarePropertyServiceRestarted),
+                   whileRunning(&VolumeController::refresh))
+          .status();
+  if (status != kAudioHardwareNoError) {
+    os_log_error(logger(), "Could not watch the audio service (OSStatus %d)", status);
+  }
+}
+
 void VolumeController::watchDevice(const Output& output) {
-  const auto watch = [&](AudioObjectID object, const AudioObjectPropertyAddress& address,
-                         void (VolumeController::*changed)()) {
-    const OSStatus status = routersListeners_.emplace_back(object, address, whileRunning(changed)).status();
+  for (const auto& address : watchedOfDevice) {
+    const OSStatus status =
+        routersListeners_.emplace_back(output.device, address, whileRunning(&VolumeController::deviceChanged)).status();
     if (status != kAudioHardwareNoError) {
       os_log_error(logger(), "Could not watch %{public}s (OSStatus %d)", output.name.c_str(), status);
     }
-  };
-  for (const auto& address : watchedOfDevice) watch(output.device, address, &VolumeController::deviceChanged);
-  // Of what the router is made of nothing is left then, however little the device has changed.
-  watch(CoreAudio::system, CoreAudio::propertyAddress(kAudioHardwarePropertyServiceRestarted),
-        &VolumeController::refresh);
+  }
 }
 
 void VolumeController::observeWake() {
@@ -252,12 +268,21 @@ void VolumeController::apply(long steps, bool muted, const Output& output) {
 void VolumeController::startRouter(float gain, const Output& output) {
   watchDevice(output);  // first, so that no change is missed
   try {
-    router_.emplace(output.device, gain);
+    router_.emplace(output.device, gain, routersEvents(output.name));
   } catch (const std::exception& error) {
-    // The next change of the level tries again.
-    os_log_error(logger(), "Starting the capture for %{public}s failed: %{public}s", output.name.c_str(), error.what());
+    logFailedStart(output.name, error);
     routersListeners_.clear();
   }
+}
+
+AudioRouter::Events VolumeController::routersEvents(const std::string& name) {
+  const auto failed = whileRunning(&VolumeController::stopRouter);
+  return {.startFailed =
+              [failed, name](const AppError& error) {
+                logFailedStart(name, error);
+                failed();
+              },
+          .stopped = whileRunning(&VolumeController::refresh)};
 }
 
 void VolumeController::stopRouter() {

@@ -57,6 +57,7 @@ class VolumeController : public std::enable_shared_from_this<VolumeController> {
   // The call of `action`, for as long as the controller is there and runs.
   std::function<void()> whileRunning(void (VolumeController::*action)());
   void listenForDefaultOutputChanges();
+  void listenForRestarts();
   void watchDevice(const Output& output);
   void observeWake();
   // Whether sound may be tapped. If not, the controller is idle, and the user is told, or asked.
@@ -68,12 +69,14 @@ class VolumeController : public std::enable_shared_from_this<VolumeController> {
   [[nodiscard]] bool storedMute(const std::string& uid) const;
   void apply(long steps, bool muted, const Output& output);
   void startRouter(float gain, const Output& output);
+  AudioRouter::Events routersEvents(const std::string& name);
   void stopRouter();
 
   const NS::UserDefaults defaults_ = NS::UserDefaults::standardUserDefaults();
   const std::shared_ptr<const NativeOSD> osd_;
   bool isRunning_ = false;
   std::optional<PropertyListener> defaultOutputListener_;
+  std::optional<PropertyListener> restartListener_;
   NS::Object wakeObserver_;
   std::optional<Output> output_;                   // absent: idle
   std::optional<AudioRouter> router_;              // present while a gain is applied

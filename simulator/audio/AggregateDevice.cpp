@@ -1,9 +1,9 @@
 #include "simulator/audio/AggregateDevice.h"
 
-#include <Block.h>
-
 #include <algorithm>
 #include <array>
+#include <cmath>
+#include <limits>
 #include <set>
 #include <string_view>
 #include <thread>
@@ -122,6 +122,7 @@ struct AggregateDevice::Cycle {
   bool hasThread = false;
   const Scheduler::Thread* thread = nullptr;  // once it runs
   std::map<AudioDeviceIOProcID, Client> started;
+  std::vector<Client> stopped;  // those that are called once more
 
   // The cycle at hand.
   std::vector<Input> inputs;
@@ -131,6 +132,7 @@ struct AggregateDevice::Cycle {
   AudioTimeStamp inputTime{};
   AudioTimeStamp outputTime{};
   Done done;
+  bool steady = false;  // what became of it
 
   // Calls one callback and adds what it played.
   void call(const Client& client, std::vector<float>& sum) const;
@@ -151,6 +153,18 @@ class BufferList {
  private:
   std::vector<std::byte> storage_;
 };
+
+// Whether one is the other at some level, but for rounding.
+bool isMultiple(const std::vector<float>& played, const std::vector<float>& input) {
+  if (played.size() != input.size()) return false;
+  const auto loudest = std::ranges::max_element(input, {}, [](float sample) { return std::abs(sample); });
+  if (loudest == input.end()) return true;
+  const float level = *loudest == 0 ? 0 : played[static_cast<std::size_t>(loudest - input.begin())] / *loudest;
+  constexpr float rounding = 2 * std::numeric_limits<float>::epsilon();
+  return std::ranges::equal(played, input, [level](float out, float in) {
+    return std::abs(out - in * level) <= rounding * std::abs(in * level);
+  });
+}
 
 // Written behind the output buffer, where a callback has no business.
 constexpr std::array<float, 16> fence = {0.1F, 0.2F, 0.3F, 0.4F, 0.5F, 0.6F, 0.7F, 0.8F,
@@ -174,7 +188,7 @@ void AggregateDevice::Cycle::call(const Client& client, std::vector<float>& sum)
 
   {
     const RealTime realTime;
-    client.block(&now, input.get(), &inputTime, outputs.get(), &outputTime);
+    client.block.get()(&now, input.get(), &inputTime, outputs.get(), &outputTime);
   }
 
   if (std::memcmp(&offered, &outputs[0], sizeof offered) != 0 || outputs.get()->mNumberBuffers != 1) {
@@ -195,6 +209,7 @@ AggregateDevice::AggregateDevice(AudioObjectID number, AggregateDescription what
       taps(std::move(tapNumbers)),
       ownInputs_(std::move(ownInputs)),
       scheduler_(scheduler),
+      startsOrStops_(scheduler),
       cycle_(std::make_shared<Cycle>(scheduler)) {}
 
 AggregateDevice::~AggregateDevice() {
@@ -202,12 +217,11 @@ AggregateDevice::~AggregateDevice() {
   cycle_->started.clear();
   cycle_->wake.notifyAll();
   waitUntilIdle();
-  for (const auto& [id, proc] : procs_) Block_release(proc.client.block);
 }
 
 AudioDeviceIOProcID AggregateDevice::createProc(AudioDeviceIOBlock block) {
   const auto id = reinterpret_cast<AudioDeviceIOProcID>(++lastProc_);
-  procs_.emplace(id, Proc{.client = {.block = Block_copy(block), .inputsOn = {}}, .started = false});
+  procs_.emplace(id, Proc{.client = {.block = Block<AudioDeviceIOBlock>(block), .inputsOn = {}}, .started = false});
   return id;
 }
 
@@ -218,8 +232,7 @@ AggregateDevice::Proc& AggregateDevice::proc(AudioDeviceIOProcID id) {
 }
 
 void AggregateDevice::destroyProc(AudioDeviceIOProcID id) {
-  stop(id);
-  Block_release(proc(id).client.block);
+  stop(id, false);
   procs_.erase(id);
 }
 
@@ -232,11 +245,40 @@ void AggregateDevice::start(AudioDeviceIOProcID id) {
                    [&scheduler = scheduler_, cycle = cycle_] { runIO(scheduler, cycle); });
 }
 
-void AggregateDevice::stop(AudioDeviceIOProcID id) {
+bool AggregateDevice::waitForStart(AudioDeviceIOProcID id) {
+  const auto isWaiting = [&] {
+    const auto found = procs_.find(id);
+    return !running_ && found != procs_.end() && found->second.started;
+  };
+  while (isWaiting()) startsOrStops_.wait();
+  return running_;
+}
+
+void AggregateDevice::setRunning(bool running) {
+  running_ = running;
+  lackingCycles_ = unmutedCycles_ = 0;
+  startsOrStops_.notifyAll();
+}
+
+void AggregateDevice::beginSlowly(std::uint64_t lackingCycles, std::uint64_t unmutedCycles) {
+  lackingCycles_ = lackingCycles;
+  unmutedCycles_ = unmutedCycles;
+}
+
+void AggregateDevice::stop(AudioDeviceIOProcID id, bool calledOnceMore) {
   Proc& stopped = proc(id);
   if (!std::exchange(stopped.started, false)) return;
+  if (calledOnceMore) cycle_->stopped.push_back(stopped.client);
   cycle_->started.erase(id);
+  startsOrStops_.notifyAll();
   waitUntilIdle();
+  if (calledOnceMore) cycle_->wake.notifyOne();
+}
+
+void AggregateDevice::stopAll() {
+  for (auto& [id, each] : procs_) each.started = false;
+  cycle_->started.clear();
+  setRunning(false);
 }
 
 bool AggregateDevice::isStarted() const { return !cycle_->started.empty(); }
@@ -284,31 +326,43 @@ void AggregateDevice::beginCycle(const OutputDevice& device, std::vector<Input> 
   cycle_->channels = settings.channels;
   cycle_->samples = std::size_t{settings.frames} * settings.channels;
   cycle_->done = std::move(done);
+  if (lackingCycles_ > 0) --lackingCycles_;
+  if (unmutedCycles_ > 0) --unmutedCycles_;
   cycle_->due = true;
   cycle_->wake.notifyOne();
 }
+
+// The sum of what these play.
+std::vector<float> AggregateDevice::callAll(Scheduler& scheduler, Cycle& cycle, const std::vector<Client>& clients) {
+  std::vector<float> sum(cycle.samples);
+  cycle.busy = true;
+  struct Busy {
+    Cycle& cycle;
+    ~Busy() {
+      cycle.busy = false;
+      cycle.idle.notifyAll();
+    }
+  } busy{cycle};
+  const Scheduler::Unlock unlock(scheduler);
+  for (const Client& client : clients) cycle.call(client, sum);
+  return sum;
+}
+
+bool AggregateDevice::isSteady() const { return !cycle_->due && !cycle_->busy && cycle_->steady; }
 
 void AggregateDevice::runIO(Scheduler& scheduler, const std::shared_ptr<Cycle>& cycle) {
   const Scheduler::Lock lock(scheduler);
   cycle->thread = Scheduler::current();
   for (;;) {
-    while (!cycle->due && !cycle->over) cycle->wake.wait();
+    while (!cycle->due && !cycle->over && cycle->stopped.empty()) cycle->wake.wait();
+    if (!cycle->stopped.empty()) callAll(scheduler, *cycle, std::exchange(cycle->stopped, {}));
     if (cycle->over) return;
+    if (!cycle->due) continue;
     cycle->due = false;
-    std::vector<float> sum(cycle->samples);
-    {
-      const std::map<AudioDeviceIOProcID, Client> clients = cycle->started;
-      cycle->busy = true;
-      struct Busy {
-        Cycle& cycle;
-        ~Busy() {
-          cycle.busy = false;
-          cycle.idle.notifyAll();
-        }
-      } busy{*cycle};
-      const Scheduler::Unlock unlock(scheduler);
-      for (const auto& [id, client] : clients) cycle->call(client, sum);
-    }
+    std::vector<Client> clients;
+    for (const auto& [id, client] : cycle->started) clients.push_back(client);
+    const std::vector<float> sum = callAll(scheduler, *cycle, clients);
+    cycle->steady = !cycle->inputs.empty() && isMultiple(sum, cycle->inputs.back().samples);
     if (!cycle->over) cycle->done(sum);
   }
 }
@@ -316,6 +370,8 @@ void AggregateDevice::runIO(Scheduler& scheduler, const std::shared_ptr<Cycle>& 
 PropertyValue AggregateDevice::property(const AudioObjectPropertyAddress& address, std::span<const std::byte>) const {
   if (isProperty(address, kAudioObjectPropertyName)) return PropertyValue::string(description.name);
   if (isProperty(address, kAudioDevicePropertyDeviceUID)) return PropertyValue::string(description.uid);
+  // Its value has no meaning.
+  if (isProperty(address, kAudioDevicePropertyIOStoppedAbnormally)) return PropertyValue::of(UInt32{0});
   if (isProperty(address, kAudioDevicePropertyStreams, kAudioObjectPropertyScopeInput)) {
     // They have no numbers that anything could be asked by.
     return PropertyValue::list(std::vector<AudioObjectID>(ownInputs_() + taps.size(), kAudioObjectUnknown));

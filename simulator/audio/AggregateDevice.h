@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/Block.h"
 #include "simulator/audio/AudioObject.h"
 #include "simulator/audio/OutputDevice.h"
 #include "simulator/audio/Tap.h"
@@ -54,8 +55,12 @@ class AggregateDevice : public AudioObject {
   AudioDeviceIOProcID createProc(AudioDeviceIOBlock block);
   void destroyProc(AudioDeviceIOProcID proc);
   void start(AudioDeviceIOProcID proc);
-  // When it returns the block isn't running.
-  void stop(AudioDeviceIOProcID proc);
+  // Waits until callbacks are called, or that one is stopped. Whether they are.
+  bool waitForStart(AudioDeviceIOProcID proc);
+  // When it returns the block isn't running. `calledOnceMore`: it still will be, once, and what it plays is not heard.
+  void stop(AudioDeviceIOProcID proc, bool calledOnceMore);
+  // Stops all callbacks.
+  void stopAll();
 
   [[nodiscard]] std::size_t procs() const { return procs_.size(); }
   // A callback that was started reads an input stream of the sub-device.
@@ -64,7 +69,12 @@ class AggregateDevice : public AudioObject {
   [[nodiscard]] bool isStarted() const;
   // Its callbacks are called, and so its taps are read.
   [[nodiscard]] bool isRunning() const { return running_; }
-  void setRunning(bool running) { running_ = running; }
+  void setRunning(bool running);
+  // It begins to run, and is slow about it: for so many cycles its taps deliver less than they should, and for so many
+  // they mute nothing.
+  void beginSlowly(std::uint64_t lackingCycles, std::uint64_t unmutedCycles);
+  [[nodiscard]] bool lacksSound() const { return running_ && lackingCycles_ > 0; }
+  [[nodiscard]] bool mutes() const { return running_ && unmutedCycles_ == 0; }
 
   // ---- Cycles ----
 
@@ -79,6 +89,9 @@ class AggregateDevice : public AudioObject {
   // Hands a cycle to the I/O thread: `inputs` are the sub-device's own and then the taps'. Nothing comes of it when the
   // thread is still busy with an earlier one.
   void beginCycle(const OutputDevice& device, std::vector<Input> inputs, Done done);
+  // The callbacks are through with the last cycle, and what they played was its last input at some level, the same from
+  // its first sample to its last. A callback that does so is taken to do the same to the next, until something happens.
+  [[nodiscard]] bool isSteady() const;
 
   [[nodiscard]] PropertyValue property(const AudioObjectPropertyAddress& address,
                                        std::span<const std::byte> qualifier) const override;
@@ -88,7 +101,7 @@ class AggregateDevice : public AudioObject {
  private:
   // What one callback is called with.
   struct Client {
-    AudioDeviceIOBlock block;
+    Block<AudioDeviceIOBlock> block;
     std::vector<bool> inputsOn;  // those behind its end are on
     [[nodiscard]] bool uses(std::size_t input) const { return input >= inputsOn.size() || inputsOn[input]; }
   };
@@ -101,6 +114,7 @@ class AggregateDevice : public AudioObject {
 
   Proc& proc(AudioDeviceIOProcID id);
   void waitUntilIdle();
+  static std::vector<float> callAll(Scheduler& scheduler, Cycle& cycle, const std::vector<Client>& clients);
   static void runIO(Scheduler& scheduler, const std::shared_ptr<Cycle>& cycle);
 
   const std::function<std::size_t()> ownInputs_;
@@ -108,6 +122,9 @@ class AggregateDevice : public AudioObject {
   std::map<AudioDeviceIOProcID, Proc> procs_;
   std::uintptr_t lastProc_ = 0;
   bool running_ = false;
+  std::uint64_t lackingCycles_ = 0;
+  std::uint64_t unmutedCycles_ = 0;
+  WaitQueue startsOrStops_;
   std::shared_ptr<Cycle> cycle_;
 };
 

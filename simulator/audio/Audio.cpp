@@ -16,6 +16,11 @@ namespace {
 // What a device's own inputs pick up. It is nothing that anybody plays, so it is noticed when it comes out somewhere.
 constexpr float roomNoise = 0.125F;
 
+// How bad a rough machine is, at the worst.
+constexpr std::uint64_t slowStart = 12;  // cycles
+constexpr Duration slowCall = std::chrono::milliseconds(20);
+constexpr Duration lateNotice = std::chrono::milliseconds(200);
+
 void addToAllChannels(std::vector<float>& mix, const std::vector<float>& block, std::size_t channels) {
   float* out = mix.data();
   for (const float sample : block) {
@@ -65,6 +70,7 @@ Audio::Audio(Machine& machine, Dispatch& dispatch, AudioCapture& consent)
        "AudioObjectRemovePropertyListenerBlock", "AudioHardwareCreateProcessTap", "AudioHardwareDestroyProcessTap",
        "AudioHardwareCreateAggregateDevice", "AudioHardwareDestroyAggregateDevice",
        "AudioDeviceCreateIOProcIDWithBlock", "AudioDeviceDestroyIOProcID", "AudioDeviceStart", "AudioDeviceStop"});
+  machine.scheduler.setTimeWillMove([this](Time until) { skipCycles(until); });
 }
 
 Audio::~Audio() {
@@ -88,7 +94,12 @@ OutputDevice* Audio::output(std::int64_t number) {
 }
 
 void Audio::notify(AudioObjectID id, AudioObjectPropertySelector selector, AudioObjectPropertyScope scope) {
-  listeners.notify(id, {selector, scope, kAudioObjectPropertyElementMain});
+  Scheduler& scheduler = machine_.scheduler;
+  Duration delay = Duration::zero();
+  if (isRough_ && scheduler.random(2) == 0) {
+    delay = Duration(scheduler.random(static_cast<std::uint64_t>(lateNotice.count())));
+  }
+  listeners.notify(id, {selector, scope, kAudioObjectPropertyElementMain}, delay);
 }
 
 OutputDevice& Audio::makeOutput(std::int64_t number, OutputSettings settings) {
@@ -120,21 +131,41 @@ void Audio::changeOutput(OutputDevice& device, OutputSettings settings) {
   auto streams = newIDs(settings.inputs + std::size_t{1});
   device.change(std::move(settings), std::move(streams));
   const OutputSettings& after = device.settings();
+  const bool isOfOtherStreams = after.inputs != before.inputs;
+  const bool isOfOtherRate = after.rate != before.rate;
+  const bool isOfOtherFormat = isOfOtherRate || after.channels != before.channels || after.layout != before.layout;
+  followFormat(device, isOfOtherStreams || isOfOtherFormat);
+  if (isOfOtherStreams) {
+    notify(device.id, kAudioDevicePropertyStreams);
+    notify(device.id, kAudioDevicePropertyStreams, kAudioObjectPropertyScopeInput);
+  }
+  if (isOfOtherRate) notify(device.id, kAudioDevicePropertyNominalSampleRate);
+  if (isOfOtherFormat) {
+    notify(device.id, kAudioDevicePropertyStreamFormat, kAudioObjectPropertyScopeOutput);
+  }
+  if (after.isAlive != before.isAlive) notify(device.id, kAudioDevicePropertyDeviceIsAlive);
+  updateAll();
+}
+
+// If the device's format or streams change, a rough machine stops what runs on it, or leaves the taps as they are.
+void Audio::followFormat(const OutputDevice& device, bool changes) {
+  const std::uint64_t mishap = isRough_ && changes ? machine_.scheduler.random(3) : 0;
+  if (mishap == 1) stopAbnormally(device);
+  if (mishap == 2) return;
   for (const auto& [id, tap] : taps_) {
     if (tap->output != device.number) continue;
     tap->follow(device);
     notify(id, kAudioTapPropertyFormat);
   }
-  if (after.inputs != before.inputs) {
-    notify(device.id, kAudioDevicePropertyStreams);
-    notify(device.id, kAudioDevicePropertyStreams, kAudioObjectPropertyScopeInput);
+}
+
+void Audio::stopAbnormally(const OutputDevice& device) {
+  for (const auto& [id, aggregate] : aggregates_) {
+    if (aggregate->output != device.number || !aggregate->isStarted()) continue;
+    aggregate->stopAll();
+    notify(id, kAudioDevicePropertyIOStoppedAbnormally);
   }
-  if (after.rate != before.rate) notify(device.id, kAudioDevicePropertyNominalSampleRate);
-  if (after.rate != before.rate || after.channels != before.channels) {
-    notify(device.id, kAudioDevicePropertyStreamFormat, kAudioObjectPropertyScopeOutput);
-  }
-  if (after.isAlive != before.isAlive) notify(device.id, kAudioDevicePropertyDeviceIsAlive);
-  updateAll();
+  disturb();
 }
 
 void Audio::removeOutput(OutputDevice& device) {
@@ -144,6 +175,7 @@ void Audio::removeOutput(OutputDevice& device) {
     if (aggregate->output == number) aggregate->setRunning(false);
   }
   notify(device.id, kAudioDevicePropertyDeviceIsAlive);
+  if (isRough_) listeners.clear(device.id);
   outputs_.erase(number);
   notify(kAudioObjectSystemObject, kAudioHardwarePropertyDevices);
   if (defaultOutput_ != number) return;
@@ -154,6 +186,7 @@ void Audio::setDefaultOutput(std::optional<std::int64_t> number) {
   const Scheduler::Lock lock(machine_.scheduler);
   if (std::exchange(defaultOutput_, number) == number) return;
   notify(kAudioObjectSystemObject, kAudioHardwarePropertyDefaultOutputDevice);
+  if (isRough_) notify(kAudioObjectSystemObject, kAudioHardwarePropertyDefaultOutputDevice);
 }
 
 // Displays take their outputs with them when they go dark, and some bring them back only after a while.
@@ -185,6 +218,7 @@ void Audio::didWake() {
 
 void Audio::restart() {
   const Scheduler::Lock lock(machine_.scheduler);
+  for (const auto& [id, aggregate] : aggregates_) aggregate->stopAll();
   aggregates_.clear();
   taps_.clear();
   program_.reset();
@@ -203,6 +237,16 @@ void Audio::restart() {
 void Audio::setRough(bool rough) {
   const Scheduler::Lock lock(machine_.scheduler);
   isRough_ = rough;
+}
+
+void Audio::takeTime() {
+  Scheduler& scheduler = machine_.scheduler;
+  if (!isRough_ || !Scheduler::current() || scheduler.random(4) > 0) return;
+  try {
+    scheduler.sleep(Duration(scheduler.random(static_cast<std::uint64_t>(slowCall.count()))));
+  } catch (const ProcessEnd&) {
+    // What takes things down as the process ends must get through.
+  }
 }
 
 void Audio::listen(std::int64_t number, const Speaker::Listener& listener) {
@@ -349,6 +393,7 @@ const AggregateDevice& Audio::createAggregate(CFDictionaryRef dictionary, std::s
 
 void Audio::destroyAggregate(AudioObjectID id) {
   const auto device = aggregate(id);
+  device->stopAll();
   aggregates_.erase(id);
   tellOfAggregates(*device);
   disturb();
@@ -384,13 +429,17 @@ void Audio::start(AudioObjectID id, AudioDeviceIOProcID proc) {
   }
   updateAll();
   disturb();
+  // As Apple's header has it, such a start waits for the first sound.
+  if (!isRough_ || !device->description.startsWithTap || machine_.scheduler.random(2) == 0) return;
+  if (!device->waitForStart(proc)) throw AudioError{kAudioHardwareNotRunningError};
 }
 
 void Audio::stop(AudioObjectID id, AudioDeviceIOProcID proc) {
   const auto device = aggregate(id);
-  device->stop(proc);
+  device->stop(proc, isRough_ && device->isRunning() && machine_.scheduler.random(2) == 0);
   if (!device->isStarted()) device->setRunning(false);
   disturb();
+  if (isRough_ && !output(device->output)) throw AudioError{kAudioHardwareBadDeviceError};
 }
 
 // ---- Cycles ----
@@ -405,7 +454,7 @@ bool Audio::isHeard(const AggregateDevice& aggregate) const {
 
 bool Audio::isRead(const Tap& tap) const {
   return std::ranges::any_of(aggregates_, [&tap](const auto& each) {
-    return each.second->isRunning() && std::ranges::find(each.second->taps, tap.id) != each.second->taps.end();
+    return each.second->mutes() && std::ranges::find(each.second->taps, tap.id) != each.second->taps.end();
   });
 }
 
@@ -448,30 +497,42 @@ std::vector<AggregateDevice::Input> Audio::inputsOf(const AggregateDevice& aggre
     if (tap == taps_.end()) continue;  // destroyed before the device that it was part of
     const UInt32 channels = tap->second->format().mChannelsPerFrame;
     std::vector<float> samples(std::size_t{settings.frames} * channels);
+    // The tap has no buffer yet, or less in it.
+    if (aggregate.lacksSound() && machine_.scheduler.random(3) == 0) continue;
     for (const auto& [player, block] : played) {
       if (!tap->second->hears || !tap->second->covers(*player)) continue;
       addToAllChannels(samples, *block, channels);
     }
+    if (aggregate.lacksSound()) samples.resize(machine_.scheduler.random(settings.frames) * channels);
     inputs.push_back({.channels = channels, .samples = std::move(samples)});
   }
   return inputs;
 }
 
+std::vector<AggregateDevice*> Audio::runningOn(OutputDevice& device) {
+  std::vector<AggregateDevice*> running;
+  for (const auto& [id, aggregate] : aggregates_) {
+    if (aggregate->output != device.number || !aggregate->isStarted()) continue;
+    if (!aggregate->isRunning()) {
+      if (aggregate->description.startsWithTap && !isHeard(*aggregate)) continue;
+      aggregate->setRunning(true);
+      if (isRough_) aggregate->beginSlowly(machine_.scheduler.random(slowStart), machine_.scheduler.random(slowStart));
+    }
+    if (aggregate->lacksSound() || !aggregate->mutes()) device.clock.disturb();
+    running.push_back(aggregate.get());
+  }
+  return running;
+}
+
 void Audio::cycle(OutputDevice& device) {
+  ++ownHappenings_;
   device.endCycle();
   if (!isPlayed(device)) {
     device.clock.stop();
     device.speaker.fallSilent();
     return;
   }
-  std::vector<AggregateDevice*> running;
-  for (const auto& [id, aggregate] : aggregates_) {
-    if (aggregate->output != device.number || !aggregate->isStarted()) continue;
-    if (!aggregate->isRunning() && aggregate->description.startsWithTap && !isHeard(*aggregate)) continue;
-    aggregate->setRunning(true);
-    running.push_back(aggregate.get());
-  }
-
+  const std::vector<AggregateDevice*> running = runningOn(device);
   const OutputSettings& settings = device.settings();
   Played played;
   std::vector<float> direct(std::size_t{settings.frames} * settings.channels);
@@ -489,8 +550,51 @@ void Audio::cycle(OutputDevice& device) {
     aggregate->beginCycle(
         device, inputsOf(*aggregate, device, played),
         [this, number = device.number, cycle = device.clock.cycle()](const std::vector<float>& output) {
+          ++ownHappenings_;
           if (OutputDevice* const heard = this->output(number)) heard->add(cycle, output);
         });
+  }
+}
+
+// The next cycle on that device would be like the last: nothing has happened in the meantime that could have changed
+// what is played or what the callback makes of it, the callback has made an even level of it, and nobody listens to
+// each sample.
+bool Audio::isSteady(const OutputDevice& device) const {
+  return device.clock.isCalm() && !device.speaker.isHeard() &&
+         std::ranges::all_of(aggregates_, [&device](const auto& each) {
+           const AggregateDevice& aggregate = *each.second;
+           return aggregate.output != device.number || !aggregate.isRunning() || aggregate.isSteady();
+         });
+}
+
+void Audio::skipCycles(Time until) {
+  Scheduler& scheduler = machine_.scheduler;
+  const std::uint64_t others = scheduler.happenings() - ownHappenings_;
+  const bool isInterrupted = std::exchange(otherHappenings_, others) != others;
+  std::vector<Scheduler::TimerID> beats;
+  bool areSteady = true;
+  for (const auto& [number, device] : outputs_) {
+    if (!device->clock.isRunning()) continue;
+    if (isInterrupted) device->clock.interrupt();
+    beats.push_back(*device->clock.timer());
+    areSteady = areSteady && isSteady(*device);
+  }
+  // Of several I/O threads the run's seed chooses who comes first.
+  const auto isRunning = [](const auto& each) { return each.second->isRunning(); };
+  if (beats.empty() || !areSteady || std::ranges::count_if(aggregates_, isRunning) > 1) return;
+
+  const Time end = std::min(until, scheduler.nextTimer(beats).value_or(until));
+  for (const auto& [number, device] : outputs_) {
+    const std::uint64_t cycles = device->clock.isRunning() ? device->clock.skippableUntil(end) : 0;
+    if (cycles == 0) continue;
+    device->clock.skip(cycles);
+    const OutputSettings& settings = device->settings();
+    for (const auto& [name, player] : players_) {
+      if (player->plays(number)) player->skip(cycles, settings.frames, settings.rate);
+    }
+    for (const auto& [id, aggregate] : aggregates_) {
+      if (aggregate->isRunning() && aggregate->output == number) scheduler.skipTurns(cycles);
+    }
   }
 }
 
@@ -551,6 +655,8 @@ void Audio::snapshot(nlohmann::ordered_json& state) {
     entry["running"] = aggregate->isRunning();
     aggregates.push_back(std::move(entry));
   }
+  // I/O that runs keeps an idle Mac from going to sleep.
+  objects["keeps_awake"] = std::ranges::any_of(aggregates_, [](const auto& each) { return each.second->isRunning(); });
   objects["microphone"] = std::ranges::any_of(aggregates_, [](const auto& each) { return each.second->listens(); });
 }
 

@@ -40,7 +40,7 @@ class Audio : public Part {
   void setDefaultOutput(std::optional<std::int64_t> number);
   // The audio service ends and starts again: what clients had made is gone, and devices may be new objects.
   void restart();
-  // Rough: clients also hear of changes that are none whenever an aggregate device comes or goes.
+  // Rough: everything goes as badly as it can on a Mac, by the run's seed.
   void setRough(bool rough);
 
   // Hears what that output's speaker plays from now on, also when the output comes only later.
@@ -70,6 +70,9 @@ class Audio : public Part {
   [[nodiscard]] std::string namesOf(const std::vector<AudioObjectID>& processes) const;
 
   PropertyListeners listeners;
+
+  // A call takes its time: on a rough machine some do. For the beginning of every call.
+  void takeTime();
 
   // What was done may change what is heard: `settle` waits until it has come through.
   void disturb();
@@ -101,11 +104,18 @@ class Audio : public Part {
   void notify(AudioObjectID object, AudioObjectPropertySelector selector,
               AudioObjectPropertyScope scope = kAudioObjectPropertyScopeGlobal);
   void tellOfAggregates(const AggregateDevice& aggregate);
+  void followFormat(const OutputDevice& device, bool changes);
+  void stopAbnormally(const OutputDevice& device);
   [[nodiscard]] AudioObjectID processObject(pid_t pid);
 
   // Starts the cycles of devices that have something to play. They stop by themselves.
   void updateAll();
   void cycle(OutputDevice& device);
+  // The aggregate devices whose callbacks are called in this cycle of that device.
+  [[nodiscard]] std::vector<AggregateDevice*> runningOn(OutputDevice& device);
+  // Leaves out the cycles until that time that would be like the last, but for the one in which it falls.
+  void skipCycles(Time until);
+  [[nodiscard]] bool isSteady(const OutputDevice& device) const;
   [[nodiscard]] bool isPlayed(const OutputDevice& device) const;
   [[nodiscard]] bool isHeard(const AggregateDevice& aggregate) const;
   [[nodiscard]] bool isMuted(const Player& player) const;
@@ -128,6 +138,8 @@ class Audio : public Part {
   std::map<AudioObjectID, std::unique_ptr<Tap>> taps_;
   std::map<AudioObjectID, std::shared_ptr<AggregateDevice>> aggregates_;
   std::vector<Vanished> vanished_;
+  std::uint64_t ownHappenings_ = 0;  // cycles that began, and I/O threads that answered
+  std::uint64_t otherHappenings_ = 0;
   bool isRough_ = false;
   bool hasAskedForMicrophone_ = false;
 };

@@ -9,6 +9,14 @@
 namespace simulator {
 namespace {
 
+// The members of a "format" or "tap-format".
+struct FormatMembers {
+  std::optional<AudioFormatID> id;
+  std::optional<AudioFormatFlags> flags;
+  std::optional<std::uint32_t> bits;
+  std::optional<std::uint32_t> channels;
+};
+
 // The members of an "output" line that were given.
 struct OutputLine {
   std::optional<std::optional<std::string>> uid;
@@ -18,6 +26,8 @@ struct OutputLine {
   std::optional<std::uint32_t> channels;
   std::optional<std::uint32_t> inputs;
   std::optional<double> tapRate;
+  FormatMembers format;
+  FormatMembers tapFormat;
   std::optional<std::uint32_t> frames;
   std::optional<bool> isAlive;
   bool isDefault = false;
@@ -45,6 +55,33 @@ std::optional<std::uint32_t> limited(Arguments& line, const char* name, std::uin
   return value;
 }
 
+// Four characters, as a number.
+AudioFormatID formatID(Arguments& format) {
+  const std::string text = format.text("id");
+  if (text.size() != 4) format.fail("member \"id\" must be four characters");
+  AudioFormatID id = 0;
+  for (const char each : text) id = id << 8 | static_cast<unsigned char>(each);
+  return id;
+}
+
+FormatMembers formatMembers(Arguments& line, const char* name) {
+  FormatMembers result;
+  auto format = line.object(name);
+  if (!format) return result;
+  if (format->has("id")) result.id = formatID(*format);
+  result.flags = format->optionalUnsigned32("flags");
+  result.bits = limited(*format, "bits", 0, 64);
+  result.channels = limited(*format, "channels", 0, 64);
+  format->finish();
+  return result;
+}
+
+SampleLayout merge(const SampleLayout& layout, const FormatMembers& given) {
+  return {.id = given.id.value_or(layout.id),
+          .flags = given.flags.value_or(layout.flags),
+          .bits = given.bits.value_or(layout.bits)};
+}
+
 OutputSettings::Volume volume(Arguments& line) {
   static const std::map<std::string, OutputSettings::Volume> kinds = {
       {"none", OutputSettings::Volume::none},
@@ -65,6 +102,9 @@ OutputLine outputLine(Arguments& line) {
   result.channels = limited(line, "channels", 1, 64);
   result.inputs = limited(line, "inputs", 0, 64);
   result.tapRate = rate(line, "tap-rate");
+  result.format = formatMembers(line, "format");
+  result.tapFormat = formatMembers(line, "tap-format");
+  if (result.channels && result.format.channels) line.fail("has both \"channels\" and \"format.channels\"");
   result.frames = limited(line, "frames", 1, 65536);
   if (line.has("alive")) result.isAlive = line.flag("alive");
   result.isDefault = line.flag("default", false);
@@ -76,9 +116,12 @@ OutputSettings merge(OutputSettings settings, const OutputLine& line) {
   if (line.name) settings.name = *line.name;
   settings.volume = line.volume.value_or(settings.volume);
   settings.rate = line.rate.value_or(settings.rate);
-  settings.channels = line.channels.value_or(settings.channels);
+  settings.channels = line.format.channels.value_or(line.channels.value_or(settings.channels));
+  settings.layout = merge(settings.layout, line.format);
   settings.inputs = line.inputs.value_or(settings.inputs);
   if (line.tapRate) settings.tapRate = line.tapRate;
+  if (line.tapFormat.channels) settings.tapChannels = line.tapFormat.channels;
+  settings.tapLayout = merge(settings.tapLayout, line.tapFormat);
   settings.frames = line.frames.value_or(settings.frames);
   settings.isAlive = line.isAlive.value_or(settings.isAlive);
   return settings;

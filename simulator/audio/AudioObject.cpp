@@ -19,16 +19,17 @@ bool isProperty(const AudioObjectPropertyAddress& address, AudioObjectPropertySe
          address.mElement == kAudioObjectPropertyElementMain;
 }
 
-AudioStreamBasicDescription floatFormat(double rate, UInt32 channels) {
-  const auto frameSize = static_cast<UInt32>(channels * sizeof(float));
+AudioStreamBasicDescription streamFormat(double rate, UInt32 channels, const SampleLayout& layout) {
+  const bool isInterleaved = (layout.flags & kAudioFormatFlagIsNonInterleaved) == 0;
+  const UInt32 frameSize = layout.bits / 8 * (isInterleaved ? channels : 1);
   return {.mSampleRate = rate,
-          .mFormatID = kAudioFormatLinearPCM,
-          .mFormatFlags = kAudioFormatFlagIsFloat | kAudioFormatFlagIsPacked,
+          .mFormatID = layout.id,
+          .mFormatFlags = layout.flags,
           .mBytesPerPacket = frameSize,
           .mFramesPerPacket = 1,
           .mBytesPerFrame = frameSize,
           .mChannelsPerFrame = channels,
-          .mBitsPerChannel = 32,
+          .mBitsPerChannel = layout.bits,
           .mReserved = 0};
 }
 

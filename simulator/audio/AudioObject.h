@@ -80,7 +80,14 @@ class AudioObject {
 [[nodiscard]] bool isProperty(const AudioObjectPropertyAddress& address, AudioObjectPropertySelector selector,
                               AudioObjectPropertyScope scope = kAudioObjectPropertyScopeGlobal);
 
-// Interleaved 32-bit floats, which is how the layer presents every linear format.
-[[nodiscard]] AudioStreamBasicDescription floatFormat(double rate, UInt32 channels);
+// How samples are said to look. Interleaved 32-bit floats are how the layer presents every linear format.
+struct SampleLayout {
+  AudioFormatID id = kAudioFormatLinearPCM;
+  AudioFormatFlags flags = kAudioFormatFlagIsFloat | kAudioFormatFlagIsPacked;
+  UInt32 bits = 32;
+
+  friend bool operator==(const SampleLayout&, const SampleLayout&) = default;
+};
+[[nodiscard]] AudioStreamBasicDescription streamFormat(double rate, UInt32 channels, const SampleLayout& layout);
 
 }  // namespace simulator

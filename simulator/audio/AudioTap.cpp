@@ -2,9 +2,9 @@
 #include "platform/AudioTap.h"
 
 #include "simulator/audio/Audio.h"
-#include "simulator/kernel/Call.h"
 #include "simulator/foundation/CoreFoundation.h"
 #include "simulator/foundation/UUID.h"
+#include "simulator/kernel/Call.h"
 
 namespace CA {
 namespace {
@@ -59,6 +59,7 @@ OSStatus AudioHardwareCreateProcessTap(const TapDescription& description, AudioO
   constexpr const char* name = "AudioHardwareCreateProcessTap";
   const Call call(name);
   const simulator::TapDescription& wanted = object(description, name);
+  call.part<simulator::Audio>().takeTime();
   const auto fault = call.fault();
   OSStatus status = fault.value_or(kAudioHardwareNoError);
   try {
@@ -80,6 +81,7 @@ OSStatus AudioHardwareCreateProcessTap(const TapDescription& description, AudioO
 
 OSStatus AudioHardwareDestroyProcessTap(AudioObjectID tap) {
   const Call call("AudioHardwareDestroyProcessTap");
+  call.part<simulator::Audio>().takeTime();
   const auto fault = call.fault();
   OSStatus status = fault.value_or(kAudioHardwareNoError);
   try {

@@ -13,6 +13,7 @@ namespace {
 // Carries out a call that answers a status, unless it was told to fail.
 template <typename Body>
 OSStatus answer(const Call& call, Body body) {
+  call.part<Audio>().takeTime();
   if (const auto fault = call.fault()) return *fault;
   try {
     body(call.part<simulator::Audio>());

@@ -38,9 +38,17 @@ void PropertyListeners::clear() {
   for (const Listener& each : std::exchange(listeners_, {})) release(each);
 }
 
+void PropertyListeners::clear(AudioObjectID object) {
+  clearIf([object](const Listener& each) { return each.object == object; });
+}
+
 void PropertyListeners::clearExcept(AudioObjectID object) {
+  clearIf([object](const Listener& each) { return each.object != object; });
+}
+
+void PropertyListeners::clearIf(const std::function<bool(const Listener&)>& isToGo) {
   for (const Listener& each : std::exchange(listeners_, {})) {
-    if (each.object == object) {
+    if (!isToGo(each)) {
       listeners_.push_back(each);
     } else {
       release(each);
@@ -53,15 +61,20 @@ void PropertyListeners::release(const Listener& listener) {
   dispatch_release(listener.queue);
 }
 
-void PropertyListeners::notify(AudioObjectID object, const AudioObjectPropertyAddress& address) {
+void PropertyListeners::notify(AudioObjectID object, const AudioObjectPropertyAddress& address, Duration delay) {
   for (const Listener& each : listeners_) {
     if (each.object != object || !same(each.address, address)) continue;
     // The call that is on its way keeps the block, also when the listener is removed meanwhile.
     const AudioObjectPropertyListenerBlock block = each.block;
     const AudioObjectPropertyAddress changed = address;
-    dispatch_.submit(*each.queue, Block_copy(^{
+    const dispatch_block_t call = Block_copy(^{
       block(1, &changed);
-    }));
+    });
+    if (delay > Duration::zero()) {
+      dispatch_.submitAfter(dispatch_time(DISPATCH_TIME_NOW, delay.count()), *each.queue, call);
+    } else {
+      dispatch_.submit(*each.queue, call);
+    }
   }
 }
 

@@ -3,7 +3,10 @@
 
 #include <CoreAudio/CoreAudio.h>
 
+#include <functional>
 #include <vector>
+
+#include "simulator/kernel/Scheduler.h"
 
 namespace simulator {
 
@@ -27,8 +30,11 @@ class PropertyListeners {
   void clearExcept(AudioObjectID object);
   [[nodiscard]] std::size_t count() const { return listeners_.size(); }
 
-  // Each listener is called on its queue, some time later.
-  void notify(AudioObjectID object, const AudioObjectPropertyAddress& address);
+  // Forgets those of one object, which is gone.
+  void clear(AudioObjectID object);
+
+  // Each listener is called on its queue, some time later, but not before `delay` has passed.
+  void notify(AudioObjectID object, const AudioObjectPropertyAddress& address, Duration delay);
 
  private:
   struct Listener {
@@ -38,6 +44,7 @@ class PropertyListeners {
     AudioObjectPropertyListenerBlock block;  // copied
   };
   static void release(const Listener& listener);
+  void clearIf(const std::function<bool(const Listener&)>& isToGo);
 
   Dispatch& dispatch_;
   std::vector<Listener> listeners_;

@@ -22,9 +22,12 @@ struct OutputSettings {
   double rate = 48000;
   std::uint32_t channels = 2;
   std::uint32_t inputs = 0;       // input streams, of one channel each
+  SampleLayout layout;            // what its output stream says of its samples, which are floats all the same
   std::optional<double> tapRate;  // at which a tap of it comes up; none: the device's
-  std::uint32_t frames = 512;     // a cycle
-  bool isAlive = true;            // false: it is still there but cannot be used
+  std::optional<std::uint32_t> tapChannels;  // the same
+  SampleLayout tapLayout;                    // what a tap of it says of its samples
+  std::uint32_t frames = 512;                // a cycle
+  bool isAlive = true;                       // false: it is still there but cannot be used
 
   friend bool operator==(const OutputSettings&, const OutputSettings&) = default;
 };
@@ -45,9 +48,12 @@ class OutputDevice : public AudioObject {
   // Takes new settings, and new numbers for the streams. Cycles start afresh.
   void change(OutputSettings settings, std::vector<AudioObjectID> streams);
 
-  [[nodiscard]] AudioStreamBasicDescription format() const { return floatFormat(settings_.rate, settings_.channels); }
+  [[nodiscard]] AudioStreamBasicDescription format() const {
+    return streamFormat(settings_.rate, settings_.channels, settings_.layout);
+  }
   [[nodiscard]] AudioStreamBasicDescription tapFormat() const {
-    return floatFormat(settings_.tapRate.value_or(settings_.rate), settings_.channels);
+    return streamFormat(settings_.tapRate.value_or(settings_.rate), settings_.tapChannels.value_or(settings_.channels),
+                        settings_.tapLayout);
   }
 
   // ---- The cycle that is being put together ----

@@ -32,8 +32,19 @@ const std::vector<float>& Player::next(std::size_t frames, double rate) {
     y = x * sine + y * cosine;
     x = nextX;
   }
-  phase_ = std::fmod(phase_ + turns * static_cast<double>(frames), 1.0);
+  turnBy(frames, rate);
   return block_;
+}
+
+void Player::turnBy(std::size_t frames, double rate) {
+  const double turns = sound_.tone / rate;
+  phase_ = std::fmod(phase_ + turns * static_cast<double>(frames), 1.0);
+}
+
+void Player::skip(std::uint64_t blocks, std::size_t frames, double rate) {
+  if (sound_.tone == 0) return;
+  // One by one, because each is rounded.
+  for (; blocks > 0; --blocks) turnBy(frames, rate);
 }
 
 PropertyValue Player::property(const AudioObjectPropertyAddress& address, std::span<const std::byte>) const {

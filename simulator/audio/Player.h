@@ -31,12 +31,16 @@ class Player : public AudioObject {
 
   // The next `frames` samples of its sound, which is the same in all channels.
   const std::vector<float>& next(std::size_t frames, double rate);
+  // The same without the samples, for so many blocks.
+  void skip(std::uint64_t blocks, std::size_t frames, double rate);
 
   [[nodiscard]] PropertyValue property(const AudioObjectPropertyAddress& address,
                                        std::span<const std::byte> qualifier) const override;
 
  private:
   static constexpr std::int64_t nowhere = -1;
+
+  void turnBy(std::size_t frames, double rate);
 
   std::int64_t output_ = nowhere;
   Sound sound_;

@@ -21,6 +21,7 @@ class Speaker {
 
   // Hears every cycle from now on; an empty one ends it.
   void setListener(Listener listener) { listener_ = std::move(listener); }
+  [[nodiscard]] bool isHeard() const { return listener_ != nullptr; }
 
  private:
   float level_ = 0;

@@ -296,8 +296,21 @@ void Scheduler::fireDue() {
     const auto timer = timers_.begin();
     const auto action = std::move(timer->second.action);
     dropTimer(timer);
+    ++happenings_;
     action();
   }
+}
+
+std::optional<Time> Scheduler::nextTimer(std::span<const TimerID> except) const {
+  for (const auto& [id, timer] : timers_) {
+    const auto isSame = [number = id.second](const TimerID& each) { return each.second == number; };
+    if (std::ranges::none_of(except, isSame)) return id.first;
+  }
+  return std::nullopt;
+}
+
+void Scheduler::skipTurns(std::uint64_t turns) {
+  for (; turns > 0; --turns) beginBurst();
 }
 
 // The live clock's hand.
@@ -318,6 +331,7 @@ void Scheduler::runTimers() {
 // ---- Driven from outside ----
 
 void Scheduler::resume(Thread& thread) {
+  ++happenings_;
   thread.state = Thread::State::running;
   currentThread = &thread;
   thread.fiber->resume();
@@ -378,16 +392,24 @@ void Scheduler::runReady() {
   if (finished) removeFinished();
 }
 
+// Moves time to the first timer.
+void Scheduler::runNext() {
+  now_ = std::max(now_, timers_.begin()->first.first);
+  runReady();
+}
+
 void Scheduler::advance(Duration duration) {
   const Time until = now() + duration;
   if (clock_ == Clock::live) {
     std::this_thread::sleep_until(powerOn_ + until);
     return;
   }
+  ++happenings_;
   runReady();
+  if (timeWillMove_) timeWillMove_(until);
   while (!timers_.empty() && timers_.begin()->first.first <= until) {
-    now_ = std::max(now_, timers_.begin()->first.first);
-    runReady();
+    runNext();
+    if (timeWillMove_) timeWillMove_(until);
   }
   now_ = until;
 }
@@ -413,11 +435,12 @@ bool Scheduler::settle() {
     return true;
   }
   const Time until = now() + limit;
+  ++happenings_;
   runReady();
   while (counted_ > 0) {
     if (now_ > until) return false;
-    now_ = std::max(now_, timers_.begin()->first.first);
-    runReady();
+    if (timeWillMove_) timeWillMove_(until);
+    runNext();
   }
   return true;
 }

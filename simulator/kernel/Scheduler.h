@@ -13,6 +13,8 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -142,6 +144,19 @@ class Scheduler {
              Counting counting = Counting::uptime);
   void cancel(TimerID timer);
 
+  // ---- Leaving out what is known ----
+
+  // Called on the deterministic clock whenever time is about to move: nothing is ready then, and up to `until` nothing
+  // happens but what timers do.
+  void setTimeWillMove(std::function<void(Time until)> action) { timeWillMove_ = std::move(action); }
+  // When the first timer but these is due.
+  [[nodiscard]] std::optional<Time> nextTimer(std::span<const TimerID> except) const;
+  // Whatever happened so far, counted: timers that were due, threads that went on, and that time was let pass.
+  [[nodiscard]] std::uint64_t happenings() const { return happenings_; }
+  // Draws from the run's seed what is drawn when a thread becomes ready and blocks again, so many times. Later choices
+  // are then the same as if it had.
+  void skipTurns(std::uint64_t turns);
+
   // ---- Driven from outside the program ----
 
   // Lets everything run that is ready at this instant.
@@ -172,6 +187,7 @@ class Scheduler {
   void removeFinished();
   void addTimer(TimerID id, Timer timer);
   std::map<TimerID, Timer>::iterator dropTimer(std::map<TimerID, Timer>::iterator timer);
+  void runNext();
   void runTimers();
 
   const Clock clock_;
@@ -188,6 +204,8 @@ class Scheduler {
   std::multimap<std::uint64_t, std::function<void()>> races_;  // by the point at which they happen
   bool ending_ = false;
   std::function<void()> threadsEnded_;
+  std::function<void(Time until)> timeWillMove_;
+  std::uint64_t happenings_ = 0;
   Time now_{0};
   Duration slept_{0};
   std::atomic<Duration> wallClockForward_{Duration::zero()};

@@ -98,6 +98,7 @@ VALUE(kAudioDevicePropertyStreams, 'stm#');
 VALUE(kAudioDevicePropertyNominalSampleRate, 'nsrt');
 VALUE(kAudioDevicePropertyStreamFormat, 'sfmt');
 VALUE(kAudioDevicePropertyIOProcStreamUsage, 'suse');
+VALUE(kAudioDevicePropertyIOStoppedAbnormally, 'stpd');
 VALUE(kAudioHardwareServiceDeviceProperty_VirtualMainVolume, 'vmvc');
 VALUE(kAudioProcessPropertyPID, 'ppid');
 VALUE(kAudioTapPropertyUID, 'tuid');

@@ -529,10 +529,11 @@ TEST(Volume, AWakeTakesDownAndBuildsAnew) {
 
 TEST(Volume, WatchesTheDeviceOnlyWhileTheRouterRuns) {
   const Played played = playScenario(playing + down + settle + up + settle + snapshot("16") + down + settle + quit);
-  const Logs router = {"stm# inpt", "stm# outp", "sfmt outp", "nsrt glob", "livn glob", "srst glob"};
-  EXPECT_EQ(watched(played, "AudioObjectAddPropertyListenerBlock"), joined({{"dOut glob"}, router, router}));
+  const Logs router = {"stm# inpt", "stm# outp", "sfmt outp", "nsrt glob", "livn glob", "stpd glob"};
+  EXPECT_EQ(watched(played, "AudioObjectAddPropertyListenerBlock"),
+            joined({{"dOut glob", "srst glob"}, router, router}));
   Logs removed = watched(played, "AudioObjectRemovePropertyListenerBlock");
-  Logs expected = joined({{"dOut glob"}, router, router});
+  Logs expected = joined({{"dOut glob", "srst glob"}, router, router});
   std::ranges::sort(removed);
   std::ranges::sort(expected);
   EXPECT_EQ(removed, expected);
@@ -543,7 +544,7 @@ TEST(Volume, WatchesTheDeviceOnlyWhileTheRouterRuns) {
 
 TEST(Volume, AStartThatFailsLeavesNoListener) {
   const Played played = playScenario(playing + fail("AudioDeviceStart", -50) + down + settle + snapshot("failed"));
-  EXPECT_EQ(watched(played, "AudioObjectAddPropertyListenerBlock").size(), 7U);
+  EXPECT_EQ(watched(played, "AudioObjectAddPropertyListenerBlock").size(), 8U);
   EXPECT_EQ(unwatchedBeforeSnapshot(played), 6U);
   expectNothingLeft(played);
 }
@@ -899,10 +900,11 @@ TEST(Volume, ADefaultOutputThatCannotBeReadIsChosenAfresh) {
 TEST(Volume, ADeviceThatCannotBeWatchedIsPlayedAllTheSame) {
   const Played played = playScenario(playing + fail("AudioObjectAddPropertyListenerBlock", -4, 1, 6) + down + settle +
                                      snapshot("15") + up + settle + snapshot("16"));
-  EXPECT_EQ(countOf(played, "error VolumeController: Could not watch Screen (OSStatus -4)"), 6U);
+  EXPECT_EQ(countOf(played, "error VolumeController: Could not watch Screen (OSStatus -4)"), 5U);
+  EXPECT_EQ(countOf(played, "error AudioRouter: Could not watch the aggregate device (OSStatus -4)"), 1U);
   expectRouted(played, "15", 0.5F * gain(15));
   expectUnrouted(played, "16", 0.5F);
-  EXPECT_EQ(watched(played, "AudioObjectRemovePropertyListenerBlock"), Logs{"dOut glob"});
+  EXPECT_EQ(watched(played, "AudioObjectRemovePropertyListenerBlock"), (Logs{"srst glob", "dOut glob"}));
   expectNothingLeft(played);
 }
 

@@ -133,7 +133,7 @@ TEST(CoreAudio, AddressesHaveDefaults) {
 
 TEST(AudioRouter, StopsMoreThanOnce) {
   const Played played = runAsProgram(screen, [] {
-    AudioRouter router(CoreAudio::defaultOutputDevice(), 0.5F);
+    AudioRouter router(CoreAudio::defaultOutputDevice(), 0.5F, {});
     router.setGain(0.25F);
     router.stop();
     router.stop();
@@ -144,7 +144,7 @@ TEST(AudioRouter, StopsMoreThanOnce) {
 }
 
 TEST(AudioRouter, DescribesItsObjects) {
-  const Played played = runAsProgram(screen, [] { AudioRouter(CoreAudio::defaultOutputDevice(), 0.5F).stop(); });
+  const Played played = runAsProgram(screen, [] { AudioRouter(CoreAudio::defaultOutputDevice(), 0.5F, {}).stop(); });
   const auto tap = played.calls("AudioHardwareCreateProcessTap")[0]["args"];
   EXPECT_EQ(tap["name"], "Dalvane");
   EXPECT_EQ(tap["device"], "HDMI-1");
@@ -165,7 +165,7 @@ TEST(AudioRouter, DescribesItsObjects) {
 
 TEST(AudioRouter, ADeviceThatIsGoneIsRefused) {
   const Played played = runAsProgram(screen, [] {
-    EXPECT_EQ(errorOf([] { AudioRouter(4711, 1).stop(); }), "Counting streams failed (OSStatus 560947818)");
+    EXPECT_EQ(errorOf([] { AudioRouter(4711, 1, {}).stop(); }), "Counting streams failed (OSStatus 560947818)");
   });
   EXPECT_TRUE(played.calls("AudioHardwareCreateProcessTap").empty());
 }
@@ -173,7 +173,7 @@ TEST(AudioRouter, ADeviceThatIsGoneIsRefused) {
 TEST(AudioRouter, KnowsWhenItsDeviceIsAnother) {
   const Played played =
       runAsProgram(output(10, {{"uid", "HDMI-1"}, {"name", "N"}, {"inputs", 1}, {"default", true}}), [] {
-        AudioRouter router(CoreAudio::defaultOutputDevice(), 0.5F);
+        AudioRouter router(CoreAudio::defaultOutputDevice(), 0.5F, {});
         EXPECT_TRUE(router.fitsDevice());
         change([](auto& settings) { settings.frames = 64; });
         EXPECT_TRUE(router.fitsDevice());
@@ -207,7 +207,7 @@ TEST(AudioRouter, ACallbackThatStaysNeedsNoRouter) {
                    fail("AudioHardwareDestroyAggregateDevice", -50) + fail("AudioHardwareDestroyProcessTap", -50),
                [] {
                  {
-                   AudioRouter router(CoreAudio::defaultOutputDevice(), 0.5F);
+                   AudioRouter router(CoreAudio::defaultOutputDevice(), 0.5F, {});
                    router.stop();
                  }
                  // What the router has given back is taken and written over.
@@ -531,6 +531,7 @@ TEST(OutputDevice, IsToldOfWithoutAChangeWhenItIsRough) {
     EXPECT_EQ(ear.heard(), Heard{});
     simulator::Call::unguarded().part<simulator::Audio>().setRough(true);
     EXPECT_EQ(made(complete()), kAudioHardwareNoError);
+    std::this_thread::sleep_for(std::chrono::seconds(1));  // some notices are late
     EXPECT_EQ(ear.heard(), (Heard{"default", "default", "format", "format", "inputs", "inputs", "rate", "rate"}));
   });
 }

@@ -218,7 +218,7 @@ TEST(VolumeController, AnAnswerThatComesTooLateDoesNothing) {
 
 TEST(VolumeController, StartsOnce) {
   const Played played = withController(screen, [](VolumeController& controller) { controller.start(); });
-  EXPECT_EQ(played.calls("AudioObjectAddPropertyListenerBlock").size(), 1U);
+  EXPECT_EQ(played.calls("AudioObjectAddPropertyListenerBlock").size(), 2U);  // the default output, and restarts
   EXPECT_EQ(played.logs(), controllingScreen);
 }
 
@@ -247,6 +247,6 @@ TEST(VolumeController, ListensBeforeItChooses) {
     if (api == "TCCAccessPreflight" || api == "AudioHardwareCreateProcessTap") calls.push_back(api);
   }
   // So that no change is missed between the two, of the default output and of the device.
-  EXPECT_EQ(calls, (std::vector<std::string>{"dOut", "TCCAccessPreflight", "stm#", "stm#", "sfmt", "nsrt", "livn",
-                                             "srst", "AudioHardwareCreateProcessTap"}));
+  EXPECT_EQ(calls, (std::vector<std::string>{"dOut", "srst", "TCCAccessPreflight", "stm#", "stm#", "sfmt", "nsrt",
+                                             "livn", "AudioHardwareCreateProcessTap", "stpd"}));
 }

@@ -61,6 +61,7 @@ enum : AudioObjectPropertySelector {
   kAudioDevicePropertyNominalSampleRate = 'nsrt',
   kAudioDevicePropertyStreamFormat = 'sfmt',
   kAudioDevicePropertyIOProcStreamUsage = 'suse',
+  kAudioDevicePropertyIOStoppedAbnormally = 'stpd',
 };
 
 enum : AudioObjectPropertySelector { kAudioProcessPropertyPID = 'ppid' };
