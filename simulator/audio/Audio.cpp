@@ -192,28 +192,34 @@ void Audio::setDefaultOutput(std::optional<std::int64_t> number) {
 // Displays take their outputs with them when they go dark, and some bring them back only after a while.
 void Audio::willSleep() {
   const Scheduler::Lock lock(machine_.scheduler);
-  vanished_.clear();
+  const auto chosen = defaultOutput_;
+  std::vector<std::int64_t> vanishing;
   for (const auto& [number, device] : outputs_) {
-    if (machine_.scheduler.random(2) == 0) {
-      vanished_.push_back({number, OutputSettings(device->settings()), defaultOutput_ == number});
-    }
+    if (machine_.scheduler.random(2) == 0) vanishing.push_back(number);
   }
-  for (const Vanished& each : vanished_) removeOutput(*output(each.number));
+  for (const std::int64_t number : vanishing) {
+    OutputDevice& device = *output(number);
+    vanished_.insert_or_assign(number, Vanished{OutputSettings(device.settings()), chosen == number});
+    removeOutput(device);
+  }
 }
 
 void Audio::didWake() {
   constexpr std::uint64_t longest = 2'000'000'000;  // ns
   const Scheduler::Lock lock(machine_.scheduler);
-  for (Vanished& each : vanished_) {
+  for (const auto& [number, output] : vanished_) {
     machine_.scheduler.after(Duration(machine_.scheduler.random(longest)), Waiting::work,
-                             [this, returning = std::move(each)] {
-                               if (output(returning.number)) return;  // it is there again already
-                               addOutput(returning.number, OutputSettings(returning.settings));
-                               // The system goes back to the output that the user chose.
-                               if (returning.wasDefault || !defaultOutput_) setDefaultOutput(returning.number);
-                             });
+                             [this, returning = number] { bringBack(returning); });
   }
-  vanished_.clear();
+}
+
+void Audio::bringBack(std::int64_t number) {
+  const Scheduler::Lock lock(machine_.scheduler);
+  const auto returning = vanished_.extract(number);
+  if (returning.empty()) return;
+  addOutput(number, OutputSettings(returning.mapped().settings));
+  // The system goes back to the output that the user chose.
+  if (returning.mapped().wasDefault || !defaultOutput_) setDefaultOutput(number);
 }
 
 void Audio::restart() {

@@ -38,6 +38,8 @@ class Audio : public Part {
   // Its default moves to another output, if there is one.
   void removeOutput(OutputDevice& device);
   void setDefaultOutput(std::optional<std::int64_t> number);
+  // The output is there again if it vanished while the Mac slept.
+  void bringBack(std::int64_t number);
   // The audio service ends and starts again: what clients had made is gone, and devices may be new objects.
   void restart();
   // Rough: everything goes as badly as it can on a Mac, by the run's seed.
@@ -89,7 +91,6 @@ class Audio : public Part {
   class SystemObject;
   // An output that is away while the Mac sleeps, and for a while longer.
   struct Vanished {
-    std::int64_t number;
     OutputSettings settings;
     bool wasDefault;
   };
@@ -137,7 +138,7 @@ class Audio : public Part {
   std::unique_ptr<Player> program_;  // the program as a client; none before it asks
   std::map<AudioObjectID, std::unique_ptr<Tap>> taps_;
   std::map<AudioObjectID, std::shared_ptr<AggregateDevice>> aggregates_;
-  std::vector<Vanished> vanished_;
+  std::map<std::int64_t, Vanished> vanished_;
   std::uint64_t ownHappenings_ = 0;  // cycles that began, and I/O threads that answered
   std::uint64_t otherHappenings_ = 0;
   bool isRough_ = false;

@@ -127,7 +127,9 @@ OutputSettings merge(OutputSettings settings, const OutputLine& line) {
   return settings;
 }
 
+// What the user does with an output that has not come back from a sleep yet brings it back.
 OutputDevice& existing(Audio& audio, std::int64_t number) {
+  audio.bringBack(number);
   if (OutputDevice* const device = audio.output(number)) return *device;
   throw ScenarioError("there is no output " + std::to_string(number));
 }
@@ -139,6 +141,7 @@ Action outputAction(Machine& machine, Audio& audio, Arguments& line) {
   }
   return [&machine, &audio, number, given = outputLine(line)] {
     const Scheduler::Lock lock(machine.scheduler);
+    audio.bringBack(number);
     if (OutputDevice* const device = audio.output(number)) {
       audio.changeOutput(*device, merge(device->settings(), given));
     } else {

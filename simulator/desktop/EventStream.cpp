@@ -146,11 +146,14 @@ void EventStream::pass(const InputEvent& event, Taps::const_iterator tap) {
 void EventStream::disableTaps(std::uint32_t notice) {
   const Scheduler::Lock lock(machine_.scheduler);
   for (const auto& tap : taps_) {
-    if (!tap->port) continue;
-    tap->enabled = false;
-    if (!tap->port->scheduled) continue;
-    runLoop_.post(tap->port, tap->port->modes, [this, notice, tap] { offer({.type = notice}, tap); });
+    if (tap->port) disable(tap, notice);
   }
+}
+
+void EventStream::disable(const std::shared_ptr<Tap>& tap, std::uint32_t notice) {
+  tap->enabled = false;
+  if (!tap->port->scheduled) return;
+  runLoop_.post(tap->port, tap->port->modes, [this, notice, tap] { offer({.type = notice}, tap); });
 }
 
 // On the main thread: hands the event to the tap, which returns it or not.
@@ -173,7 +176,7 @@ void EventStream::offer(const InputEvent& input, const std::shared_ptr<Tap>& tap
   if (passed && passed != event.get()) CFRelease(passed);
   if (isNotice(input)) return;
   if (!swallowed) pass(input, std::next(std::ranges::find(taps_, tap)));
-  if (machine_.scheduler.now() - before > tapTimeout) disableTaps(kCGEventTapDisabledByTimeout);
+  if (machine_.scheduler.now() - before > tapTimeout) disable(tap, kCGEventTapDisabledByTimeout);
 }
 
 std::int64_t EventStream::keyTypeOf(Arguments& line, const std::string& key) {

@@ -80,6 +80,7 @@ class EventStream : public Part {
   [[nodiscard]] Tap* tapOf(CFMachPortRef port) const;
   void pass(const InputEvent& event, Taps::const_iterator tap);
   void offer(const InputEvent& event, const std::shared_ptr<Tap>& tap);
+  void disable(const std::shared_ptr<Tap>& tap, std::uint32_t notice);
   void addOther(const std::string& process, CGEventTapPlacement place, std::set<std::int64_t> swallowed);
   void removeOther(const std::string& process);
   static std::int64_t keyTypeOf(Arguments& line, const std::string& key);

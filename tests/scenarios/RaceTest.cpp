@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <iterator>
+#include <random>
 #include <set>
 
 #include "tests/support/Lines.h"
@@ -107,5 +109,69 @@ TEST(Race, ASleepInTheMiddleHarmsNothing) {
         seed);
     EXPECT_EQ(played.status, 0);
     EXPECT_EQ(played.lights(1), std::vector<int>{56});
+  }
+}
+
+namespace {
+
+// Half an hour at a desk where everything happens at once.
+std::string busyDesk(std::uint64_t seed) {
+  std::mt19937_64 random(seed);
+  const auto oneOf = [&random](const auto& choices) { return choices[random() % std::size(choices)]; };
+  constexpr const char* keys[] = {"volumeUp", "volumeDown", "mute", "brightnessUp", "brightnessDown"};
+  constexpr double pauses[] = {0.01, 0.5, 3};
+  constexpr double sleeps[] = {1, 60, 3600};
+  std::string story = output(10, {{"uid", "HDMI-1"}, {"name", "Television"}, {"default", true}}) + play("Music", 10);
+  for (int id = 1; id < 4; ++id) story += monitorAt(id, 50);
+  if (random() % 2 == 0) story += temper({{"audio", "rough"}, {"threads", "rough"}});
+  story += launch;
+  for (int i = 0; i < 40; ++i) {
+    std::string happens;
+    switch (random() % 10) {
+      case 0:
+        happens = wake;
+        break;
+      case 1:
+        happens = pointer(static_cast<double>(random() % 400), 50);
+        break;
+      case 2:
+        happens = menu(random() % 2 == 0);
+        break;
+      case 3:
+        happens = macSleeps(oneOf(sleeps));
+        break;
+      case 4:
+        happens = restartAudio;
+        break;
+      case 5:
+        happens = output(11, {{"uid", "USB"}, {"name", "Amplifier"}, {"rate", random() % 2 ? 44100 : 96000}});
+        break;
+      case 6:
+        happens = defaultOutput(10);
+        break;
+      default:
+        happens = key(oneOf(keys));
+        break;
+    }
+    story += random() % 3 == 0 ? happens : race(happens);
+    if (random() % 3 == 0) story += advance(oneOf(pauses));
+  }
+  // What it comes to, when it is quiet again.
+  story += temper({{"audio", "smooth"}, {"threads", "smooth"}}) + menu(false) + settle + wake + settle + advance(10);
+  for (int id = 1; id < 4; ++id) story += monitor(id, {{"current", 50}});
+  story += wake + settle;
+  for (int id = 1; id < 4; ++id) story += pointer(id * 100 + 50, 50) + key("brightnessUp") + settle;
+  return story + snapshot("end");
+}
+
+}  // namespace
+
+// Whatever happens in the middle of whatever else: nothing breaks, nothing is left, and every monitor obeys afterwards.
+TEST(Race, AnythingMayHappenInTheMiddleOfAnything) {
+  WITH_SEEDS(seed, 60) {
+    const Played played = playScenario(busyDesk(seed), seed);
+    EXPECT_EQ(played.status, 0) << played.error;
+    ASSERT_EQ(played.of("snapshot").size(), 1U);
+    for (const json& display : played.of("snapshot")[0]["displays"]) EXPECT_EQ(display["brightness"], 56);
   }
 }

@@ -100,6 +100,20 @@ TEST(Sleep, OutputsVanishAndReturn) {
   EXPECT_EQ(wasAway.size(), 2U);
 }
 
+TEST(Sleep, WhatIsDoneWithAnOutputBringsItBack) {
+  WITH_SEEDS(seed, 20) {
+    const Played played =
+        playScenario(television + launch + settle + macSleeps(600) + play("Music", 10) + output(11, {{"rate", 44100}}) +
+                         defaultOutput(11) + defaultOutput(10) + settle + snapshot("end"),
+                     seed);
+    EXPECT_EQ(played.error, "");
+    const json speakers = played.of("snapshot")[0]["speakers"];
+    ASSERT_EQ(speakers.size(), 2U);
+    EXPECT_EQ(speakers[0]["default"], true);
+    EXPECT_NEAR(speakers[0]["level"].get<double>(), 0.5, 1e-3);
+  }
+}
+
 TEST(Sleep, NeedsAClockThatCanBeMoved) {
   EXPECT_EQ(playScenario(line("sleep", {{"seconds", 1}, {"wakes-after", -1}})).error,
             R"(test:1: member "wakes-after" must be from 0 to a billion)");
