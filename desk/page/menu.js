@@ -144,9 +144,9 @@ function put() {
   const stage = find('stage').getBoundingClientRect();
   const at = anchor.getBoundingClientRect();
   const width = menu.offsetWidth;
-  // It stays on its screen where that is wide enough, and on the desk where it is not.
+  // It stays on its screen where that is much wider; otherwise it would hide what the keys show there.
   const screen = anchor.closest('.picture')?.getBoundingClientRect() ?? stage;
-  const right = screen.width > width + 16 ? screen.right - 8 : stage.right - 4;
+  const right = screen.width > 2.6 * width ? screen.right - 8 : stage.right - 4;
   const left = Math.max(Math.min(at.left, right - width) - stage.left, 4);
   menu.style.left = `${left}px`;
   menu.style.top = `${at.bottom - stage.top + 3}px`;
