@@ -231,7 +231,11 @@ class Seat {
       const auto command = inbox_.next(untilNext());
       follow();
       if (command) obey(*command);
-      while (const auto another = inbox_.next(milliseconds(0))) obey(*another);
+      while (const auto another = inbox_.next(milliseconds(0))) {
+        // The next one may take its time.
+        outbox_.flush();
+        obey(*another);
+      }
       tell();
       outbox_.flush();
     } while (!inbox_.isOver());
@@ -287,7 +291,6 @@ class Seat {
     if (word == "do") {
       const Answer answer = perform(rest);
       leaveNextAlertOpen();
-      followed_ = std::max(followed_, RealClock::now() - mostBehind);
       // What it made visible is told first, so that whoever gets the answer can see it.
       tell(true);
       return answer;

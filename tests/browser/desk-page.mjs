@@ -215,12 +215,15 @@ test('each record is tied to what caused it', async ({ page }) => {
 });
 
 test('the clock stands, steps, and goes an hour on', async ({ page, port }) => {
+  let column = 2700;
   const t = async () => {
     const stream = follow(port);
-    await act(port, { do: 'pointer', at: [2700, 760] });
-    await until(() => stream.records.length > 0 && stream.records.at(-1)[1].includes('"at":[2700'), 'the record');
+    const at = `"at":[${++column},`;
+    await act(port, { do: 'pointer', at: [column, 760] });
+    const mine = () => stream.records.find(([, record]) => record.includes(at));
+    await until(mine, 'the record');
     stream.close();
-    return JSON.parse(stream.records.at(-1)[1]).t;
+    return JSON.parse(mine()[1]).t;
   };
   await page.click('#paused');
   await page.until('document.getElementById("paused").getAttribute("aria-pressed") === "true"', 'the clock to stand');
