@@ -75,12 +75,26 @@ target_link_libraries(dalvane PUBLIC simulated_settings source_tree)
 target_compile_definitions(dalvane PRIVATE DALVANE_FEED_HOST="${DALVANE_FEED_HOST}")
 set_source_files_properties(app/main.cpp PROPERTIES COMPILE_DEFINITIONS main=dalvane_main)
 
-add_library(desk OBJECT desk/Desk.cpp desk/Explore.cpp desk/Narrator.cpp desk/Pictures.cpp desk/Tour.cpp)
+add_library(desk OBJECT desk/Desk.cpp desk/Explore.cpp desk/Narrator.cpp desk/Pictures.cpp desk/Seat.cpp desk/Tour.cpp)
 target_compile_definitions(desk PRIVATE DALVANE_VERSION="${DALVANE_VERSION}" DALVANE_FEED_HOST="${DALVANE_FEED_HOST}")
 target_link_libraries(desk PUBLIC simulated_settings source_tree)
 
+# The desk page: its server, and its files, which become part of the executable.
+find_path(HTTPLIB_HEADERS httplib.h REQUIRED)
+find_library(HTTPLIB cpp-httplib REQUIRED)
+file(GLOB DESK_PAGE CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/desk/page/*)
+add_custom_command(OUTPUT ${CMAKE_BINARY_DIR}/Page.cpp
+  COMMAND ${CMAKE_COMMAND} -DFOLDER=${CMAKE_SOURCE_DIR}/desk/page -DOUTPUT=${CMAKE_BINARY_DIR}/Page.cpp
+          -P ${CMAKE_SOURCE_DIR}/cmake/EmbedPage.cmake
+  DEPENDS ${DESK_PAGE} ${CMAKE_SOURCE_DIR}/cmake/EmbedPage.cmake VERBATIM)
+add_library(desk_server OBJECT desk/Broadcast.cpp desk/MachineHost.cpp desk/Serve.cpp ${CMAKE_BINARY_DIR}/Page.cpp)
+target_link_libraries(desk_server PUBLIC dalvane_settings source_tree nlohmann_json::nlohmann_json ${HTTPLIB} Threads::Threads)
+# As Debian builds the library: what its header declares depends on it.
+target_compile_definitions(desk_server PRIVATE
+  CPPHTTPLIB_OPENSSL_SUPPORT CPPHTTPLIB_ZLIB_SUPPORT CPPHTTPLIB_BROTLI_SUPPORT)
+
 add_executable(dalvane-desk desk/main.cpp)
-target_link_libraries(dalvane-desk PRIVATE desk simulator dalvane)
+target_link_libraries(dalvane-desk PRIVATE desk desk_server simulator dalvane)
 set_target_properties(dalvane-desk PROPERTIES ENABLE_EXPORTS ON)
 add_dependencies(dalvane-desk simulated_system)
 

@@ -1,4 +1,5 @@
 // dalvane-desk: see `usage`.
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <charconv>
@@ -12,6 +13,8 @@
 #include "desk/Desk.h"
 #include "desk/Explore.h"
 #include "desk/Pictures.h"
+#include "desk/Seat.h"
+#include "desk/Serve.h"
 #include "desk/Tour.h"
 
 namespace {
@@ -24,6 +27,9 @@ constexpr std::string_view usage =
     "                                       a guided run of what Dalvane does; with the raw trace, if you like, and "
     "with\n"
     "                                       what the speaker plays written to a WAV file\n"
+    "dalvane-desk serve [--port N]           a seat in front of the simulated Mac: a page in the browser, at port N "
+    "(4417)\n"
+    "                                       of this computer\n"
     "dalvane-desk icon FILE.svg|FILE.png [--scale N]\n"
     "                                       draws the program's image in the menu bar, N (1) pixels for a point\n"
     "dalvane-desk menu SCENARIO FILE.svg|FILE.png [--scale N] [--dark]\n"
@@ -120,6 +126,33 @@ int menuCommand(const std::vector<std::string>& arguments) {
   return drawMenu(given.files[0], given.files[1], given.scale, given.isDark, std::cerr);
 }
 
+int serveCommand(const std::vector<std::string>& arguments) {
+  ServeOptions options;
+  for (std::size_t i = 1; i < arguments.size(); ++i) {
+    if (arguments[i] != "--port") return misused("\"" + arguments[i] + "\" is nothing that serve knows");
+    const std::string number = ++i < arguments.size() ? arguments[i] : "";
+    const char* const last = number.data() + number.size();
+    const auto [end, error] = std::from_chars(number.data(), last, options.port);
+    if (error != std::errc{} || end != last || options.port < 0 || options.port > 65535) {
+      return misused("--port needs a number from 0 (any that is free) to 65535");
+    }
+  }
+  const auto isSeed = [](std::string_view text) { return simulator::Seed::parse(text).has_value(); };
+  return serve(options, isSeed, std::cout, std::cerr);
+}
+
+// The machine behind the page, in its own process; its connection is standard input. Not for people.
+int seatCommand(const std::vector<std::string>& arguments) {
+  const auto seed = arguments.size() == 3 ? simulator::Seed::parse(arguments[1]) : std::nullopt;
+  if (!seed) return misused("\"seat\" is a command of the server's own");
+  const bool isFurnished = arguments[2] == "furnished";
+  // What the machine starts must neither read nor write on the connection.
+  const int connection = fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 3);
+  const int nothing = open("/dev/null", O_RDWR | O_CLOEXEC);
+  if (connection < 0 || nothing < 0 || dup2(nothing, STDIN_FILENO) < 0) return misused("there is no connection");
+  return seat({.seed = *seed, .isFurnished = isFurnished, .isLive = isFurnished}, connection, connection);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -150,6 +183,8 @@ int main(int argc, char** argv) {
   }
   if (arguments[0] == "explore") return exploreCommand(arguments);
   if (arguments[0] == "play") return playCommand(arguments);
+  if (arguments[0] == "serve") return serveCommand(arguments);
+  if (arguments[0] == "seat") return seatCommand(arguments);
   if (arguments[0] == "icon") return iconCommand(arguments);
   if (arguments[0] == "menu") return menuCommand(arguments);
   return misused("unknown command \"" + arguments[0] + "\"");

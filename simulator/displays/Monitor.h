@@ -31,6 +31,7 @@ class Monitor {
       : scheduler_(scheduler), current_(current), maximum_(maximum) {}
 
   [[nodiscard]] std::uint16_t current() const { return current_; }
+  [[nodiscard]] std::uint16_t maximum() const { return maximum_; }
   void setCurrent(std::uint16_t value) { current_ = value; }
   void setMaximum(std::uint16_t value) { maximum_ = value; }
   // Misbehaves for that many reads or writes.

@@ -11,6 +11,7 @@ struct Scheduler::Thread {
   enum class State { ready, running, blocked };
 
   std::string name;
+  std::uint64_t cause = 0;
   State state = State::ready;
   bool done = false;
   int keptRunning = 0;           // how often `keepRunning` was asked for
@@ -79,6 +80,8 @@ std::uint64_t Scheduler::random(std::uint64_t n) {
   return schedule_.random(n);
 }
 
+std::uint64_t Scheduler::cause() const { return currentThread ? currentThread->cause : cause_; }
+
 std::size_t Scheduler::choose(std::size_t n) {
   const Lock lock(*this);
   return schedule_.choose(n);
@@ -95,6 +98,7 @@ void Scheduler::spawn(std::string name, std::function<void()> body) {
   threads_.push_back(std::make_unique<Thread>());
   Thread& thread = *threads_.back();
   thread.name = std::move(name);
+  thread.cause = cause();
   auto guarded = [body = std::move(body)] {
     try {
       body();
@@ -190,6 +194,7 @@ void Scheduler::makeReady(Thread* thread) {
   const Lock lock(*this);
   if (thread->done || thread->state != Thread::State::blocked) return;
   if (clock_ == Clock::deterministic) {
+    thread->cause = cause();
     thread->state = Thread::State::ready;
     ready_.push_back(thread);
   } else {
@@ -268,7 +273,7 @@ Scheduler::TimerID Scheduler::at(Time time, Duration asked, Waiting waiting, std
   const Lock lock(*this);
   const TimerID id{time, nextTimer_++};
   const bool counts = waiting == Waiting::work && asked < longWait;
-  timers_.emplace(id, Timer{counts, counting, std::move(action)});
+  timers_.emplace(id, Timer{counts, counting, cause(), std::move(action)});
   if (counts) ++counted_;
   timersChanged_.notify_all();
   return id;
@@ -295,6 +300,7 @@ void Scheduler::fireDue() {
   while (!timers_.empty() && timers_.begin()->first.first <= now()) {
     const auto timer = timers_.begin();
     const auto action = std::move(timer->second.action);
+    cause_ = timer->second.cause;
     dropTimer(timer);
     ++happenings_;
     action();

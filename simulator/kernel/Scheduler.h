@@ -67,6 +67,11 @@ class Scheduler {
   void setWallClockForward(Duration by) { wallClockForward_ = wallClockForward_.load() + by; }
   // A number from 0 to n - 1 (n >= 1) from the run's seed.
   std::uint64_t random(std::uint64_t n);
+  // What the present moment goes back to: the number that was set last by whoever drives the machine, in the thread or
+  // at the moment that led here. Threads and timers inherit it from who made them, and a thread that waits from who
+  // wakes it. On the deterministic clock alone; it changes nothing about the run.
+  [[nodiscard]] std::uint64_t cause() const;
+  void setCause(std::uint64_t cause) { cause_ = cause; }
   // A choice from the run's seed among n things (n >= 1) that may happen in any order.
   std::size_t choose(std::size_t n);
   // How many possibilities each choice had, on a run whose seed gives the choices themselves.
@@ -173,6 +178,7 @@ class Scheduler {
   struct Timer {
     bool counts;  // for settle
     Counting counting;
+    std::uint64_t cause;
     std::function<void()> action;
   };
 
@@ -200,6 +206,7 @@ class Scheduler {
   std::map<TimerID, Timer> timers_;
   std::uint64_t nextTimer_ = 0;
   std::size_t counted_ = 0;                                    // timers that settle waits for
+  std::uint64_t cause_ = 0;                                    // outside the program's threads
   std::uint64_t points_ = 0;                                   // where another thread could have been chosen
   std::multimap<std::uint64_t, std::function<void()>> races_;  // by the point at which they happen
   bool ending_ = false;

@@ -1,0 +1,15 @@
+# Writes the files of a folder into a C++ source: cmake -DFOLDER=… -DOUTPUT=… -P EmbedPage.cmake
+file(GLOB files "${FOLDER}/*")
+set(contents "")
+set(list "")
+set(number 0)
+foreach(file IN LISTS files)
+  get_filename_component(name "${file}" NAME)
+  file(READ "${file}" hex HEX)
+  string(REGEX REPLACE "(..)" "0x\\1," bytes "${hex}")
+  string(APPEND contents "constexpr unsigned char file${number}[] = {${bytes}};\n")
+  string(APPEND list "    PageFile{\"${name}\", {reinterpret_cast<const char*>(file${number}), sizeof file${number}}},\n")
+  math(EXPR number "${number} + 1")
+endforeach()
+file(WRITE "${OUTPUT}" "#include \"desk/Page.h\"\n\nnamespace {\n\n${contents}\n}  // namespace\n
+std::span<const PageFile> pageFiles() {\n  static const PageFile files[] = {\n${list}  };\n  return files;\n}\n")
