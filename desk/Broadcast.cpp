@@ -75,7 +75,7 @@ Broadcast::Place Broadcast::placeAfter(std::string_view id) {
   return place;
 }
 
-Broadcast::Place Broadcast::end(Kind) {
+Broadcast::Place Broadcast::placeAtEnd() {
   const std::lock_guard lock(mutex_);
   return {.machine = machine_,
           .next = first_ + records_.size(),

@@ -43,7 +43,8 @@ class Broadcast {
 
   // Where somebody begins who has heard everything up to the record with that id; an empty or unknown one: nothing.
   Place placeAfter(std::string_view id);
-  Place end(Kind kind);
+  // Where somebody begins who wants nothing of what was.
+  Place placeAtEnd();
   // What there is behind that place, as server-sent events, once there is something or after that time; the place moves
   // on. False when the listener has fallen behind, or there is no more.
   bool next(Kind kind, Place& place, std::chrono::milliseconds wait, std::string& events);

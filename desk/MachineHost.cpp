@@ -15,6 +15,7 @@
 
 namespace {
 
+constexpr std::uint64_t crashesWithin = 1000;  // ms after it has last told the time
 constexpr std::chrono::seconds endsWithin{3};  // a machine that is told to; then it is made to
 
 // The text up to the next space, which it is taken off with.
@@ -157,7 +158,9 @@ MachineHost::Answer MachineHost::ask(const std::string& command) {
     const std::lock_guard lock(mutex_);
     if (!runs_) return {409, "the machine has stopped: " + fatal_};
     id = ++lastID_;
-    answered = asked_[id].get_future();
+    Asked& asked = asked_[id];
+    if (command.starts_with("do ")) asked.line = command.substr(3);
+    answered = asked.answer.get_future();
   }
   // If it cannot be sent, the machine is at its end, and so will be the promise.
   send(std::to_string(id) + " " + command + "\n");
@@ -214,9 +217,9 @@ void MachineHost::receive(std::string_view message) {
   } else if (kind == "D" || kind == "T") {
     const std::lock_guard lock(mutex_);
     sinceLast_ = kind == "D" ? "0" : std::string(message);
-    if (kind == "D" && std::fwrite(message.data(), 1, message.size(), lines_.get()) == message.size()) {
-      std::fputc('\n', lines_.get());
-    }
+    if (kind != "D") return;
+    isToldOf_ = true;
+    keep(message);
   }
 }
 
@@ -226,8 +229,15 @@ void MachineHost::answer(std::string_view text) {
   const std::lock_guard lock(mutex_);
   const auto waiting = asked_.find(id);
   if (waiting == asked_.end()) return;
-  waiting->second.set_value({status, std::string(text)});
+  waiting->second.answer.set_value({status, std::string(text)});
   asked_.erase(waiting);
+  isToldOf_ = false;
+}
+
+void MachineHost::keep(std::string_view timeAndLine) {
+  if (std::fwrite(timeAndLine.data(), 1, timeAndLine.size(), lines_.get()) == timeAndLine.size()) {
+    std::fputc('\n', lines_.get());
+  }
 }
 
 void MachineHost::ended(pid_t process) {
@@ -239,12 +249,22 @@ void MachineHost::ended(pid_t process) {
     fatal_ = how.si_code == CLD_EXITED ? "its process ended with status " + std::to_string(how.si_status)
                                        : "its process was ended by signal " + std::to_string(how.si_status);
   }
+  if (how.si_code != CLD_EXITED) {
+    // It had no last words: what it was at is what it did last, or it happened a little later than it last said.
+    if (!asked_.empty() && !asked_.begin()->second.line.empty() && !isToldOf_) {
+      keep(sinceLast_ + " " + asked_.begin()->second.line);
+      sinceLast_ = "0";
+    } else {
+      sinceLast_ = std::to_string(numberOf(sinceLast_) + crashesWithin);
+    }
+  }
   broadcast.setStatus(
       nlohmann::json(
           {{"machine", machines_}, {"runs", false}, {"furnished", isFurnished_}, {"seed", seed_}, {"reason", fatal_}})
           .dump());
   broadcast.publish();
-  for (auto& [id, promise] : std::exchange(asked_, {})) promise.set_value({409, "the machine has stopped: " + fatal_});
+  for (auto& [id, asked] : std::exchange(asked_, {}))
+    asked.answer.set_value({409, "the machine has stopped: " + fatal_});
 }
 
 std::string MachineHost::scenario() {

@@ -54,6 +54,7 @@ class MachineHost {
   void read(int connection, pid_t process);
   void receive(std::string_view message);
   void answer(std::string_view text);
+  void keep(std::string_view timeAndLine);
   void ended(pid_t process);
 
   const std::string program_;
@@ -71,8 +72,13 @@ class MachineHost {
   bool isFurnished_ = true;
   std::uint64_t machines_ = 0;
   std::uint64_t lastID_ = 0;
-  std::map<std::uint64_t, std::promise<Answer>> asked_;
-  File lines_;  // "MS LINE" each
+  struct Asked {
+    std::string line;  // empty: it is no line that was asked for
+    std::promise<Answer> answer;
+  };
+  std::map<std::uint64_t, Asked> asked_;  // in their order
+  bool isToldOf_ = false;                 // whether the line that is being carried out is among `lines_`
+  File lines_;                            // "MS LINE" each
   std::string sinceLast_ = "0";
   int listeners_ = 0;
 };

@@ -162,7 +162,7 @@ class Desk {
       host_.listen(true);
       // It is given back with the response, however that ends.
       const std::shared_ptr<void> listening(&host_, [](void* host) { static_cast<MachineHost*>(host)->listen(false); });
-      stream(response, Broadcast::Kind::sound, host_.broadcast.end(Broadcast::Kind::sound), listening);
+      stream(response, Broadcast::Kind::sound, host_.broadcast.placeAtEnd(), listening);
     });
   }
 

@@ -33,6 +33,11 @@ function drawWave(wave) {
   line(wave.after, '#5fd0ff', 3.2);
 }
 
+// A picture that moves all the time is not for everybody.
+const isCalm = matchMedia('(prefers-reduced-motion: reduce)');
+const calmEvery = 1000;  // ms
+let drawnAt = 0;
+
 let shownWave = '';
 on('pulse', (pulse) => {
   const output = now.state?.seat.outputs.find((each) => each.default);
@@ -45,8 +50,9 @@ on('pulse', (pulse) => {
   meter.firstChild.style.width = `${percent}%`;
   find('loudness').textContent = level.level === 0 ? 'silent' : `${percent} % ${level.direct ? 'direct' : 'through Dalvane'}`;
   const text = JSON.stringify(pulse.wave);
-  if (text === shownWave) return;
+  if (text === shownWave || (isCalm.matches && performance.now() - drawnAt < calmEvery)) return;
   shownWave = text;
+  drawnAt = performance.now();
   drawWave(pulse.wave);
 });
 drawWave(null);

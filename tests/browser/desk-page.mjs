@@ -302,6 +302,20 @@ test('a machine that stops is shown, can still be saved, and another begins', as
   assert.equal((await act(port, { do: 'pointer', at: [2700, 760] })).status, 200);
 });
 
+test('a machine that crashes takes nothing down, and the line that it crashed at is kept', async ({ page, port, process: { pid } }) => {
+  const machine = Number(execFileSync('sh', ['-c', `grep -l "^PPid:[[:space:]]*${pid}$" /proc/[0-9]*/status | grep -o "[0-9]*"`], { encoding: 'utf8' }).trim());
+  process.kill(machine, 'SIGSTOP');
+  const answer = act(port, { do: 'pointer', at: [1999, 99] });
+  await sleep(300);
+  process.kill(machine, 'SIGSEGV');
+  process.kill(machine, 'SIGCONT');
+  assert.equal((await answer).status, 409);
+  await page.until('document.getElementById("reason").textContent.includes("signal 11")', 'the notice');
+  assert.match((await request(port, '/scenario')).text, /"at":\[1999,99\]}\n$/);
+  await page.click('#anew');
+  await page.until('document.getElementById("stopped").hidden && document.querySelector(".pointed .status svg")', 'the new desk');
+});
+
 test('questions for a permission hold the clock until they are answered', async ({ page, port }) => {
   await page.until('document.querySelector(".pointed .status svg")', 'the program');
   for (const line of [{ do: 'quit' }, { do: 'capture', permission: 'undetermined' }, { do: 'launch' }]) assert.equal((await act(port, line)).status, 200);
