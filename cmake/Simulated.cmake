@@ -84,6 +84,14 @@ target_link_libraries(dalvane-desk PRIVATE desk simulator dalvane)
 set_target_properties(dalvane-desk PROPERTIES ENABLE_EXPORTS ON)
 add_dependencies(dalvane-desk simulated_system)
 
+# Writes packaging/Dalvane.icns.
+add_library(app_icon OBJECT packaging/icon/AppIcon.cpp)
+target_link_libraries(app_icon PUBLIC simulated_settings source_tree)
+add_executable(dalvane-icon EXCLUDE_FROM_ALL packaging/icon/main.cpp)
+target_link_libraries(dalvane-icon PRIVATE app_icon desk simulator dalvane)
+set_target_properties(dalvane-icon PROPERTIES ENABLE_EXPORTS ON)
+add_dependencies(dalvane-icon simulated_system)
+
 option(DALVANE_BENCHMARKS "Build the benchmarks" OFF)
 if(DALVANE_BENCHMARKS)
   add_subdirectory(benchmarks)
