@@ -53,6 +53,17 @@ foreach(framework ${DALVANE_FRAMEWORKS})
   target_link_libraries(Dalvane PRIVATE "-framework ${framework}")
 endforeach()
 
+# Writes the release feed, and reads it as the program does.
+add_executable(dalvane-feed EXCLUDE_FROM_ALL
+  packaging/feed/main.cpp
+  base/AppError.cpp
+  updater/Release.cpp
+  updater/ReleaseFeed.cpp
+  platform/macos/Error.mm
+  platform/macos/URL.mm
+  platform/macos/URLSession.mm)
+target_link_libraries(dalvane-feed PRIVATE mac_settings objc "-framework CoreFoundation" "-framework Foundation")
+
 # The bundle: beside the executable and the Info.plist, what lies in Resources.
 configure_file(packaging/Info.plist ${CMAKE_BINARY_DIR}/Info.plist @ONLY)
 set_target_properties(Dalvane PROPERTIES

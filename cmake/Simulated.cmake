@@ -91,6 +91,10 @@ add_executable(dalvane-icon EXCLUDE_FROM_ALL packaging/icon/main.cpp)
 target_link_libraries(dalvane-icon PRIVATE app_icon desk simulator dalvane)
 set_target_properties(dalvane-icon PROPERTIES ENABLE_EXPORTS ON)
 add_dependencies(dalvane-icon simulated_system)
+# Writes the release feed.
+add_executable(dalvane-feed packaging/feed/main.cpp)
+target_link_libraries(dalvane-feed PRIVATE simulator dalvane)
+set_target_properties(dalvane-feed PROPERTIES ENABLE_EXPORTS ON)
 
 option(DALVANE_BENCHMARKS "Build the benchmarks" OFF)
 if(DALVANE_BENCHMARKS)
