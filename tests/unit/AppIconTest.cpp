@@ -163,6 +163,6 @@ TEST(AppIcon, IsTheProgramsOwnDrawingOfToday) {
       const auto blue = [i](const Bitmap& bitmap) { return static_cast<int>(bitmap.pixels[i] & 0xff); };
       if (std::abs(blue(one) - blue(other)) > 24) ++different;
     }
-    EXPECT_LE(different, side) << type;
+    EXPECT_LE(different, side / 16) << type;
   }
 }
