@@ -47,8 +47,9 @@ std::string feedWith(char** arguments, const std::string& before) {
 
   const std::string feed = releases.dump(2) + "\n";
   const std::optional<Release> read = decodeNewestRelease(feed);
-  require(read && read->version == version && read->date == arguments[2] && read->sizeBytes == size &&
-              read->notes == notes && read->dmgURL.absoluteString() == arguments[3],
+  if (!read) throw std::runtime_error("the program reads the feed as an empty one");
+  require(read->version == version && read->date == arguments[2] && read->sizeBytes == size && read->notes == notes &&
+              read->dmgURL.absoluteString() == arguments[3],
           "the program reads the entry as something else");
   require(read->dmgURL.scheme() == "https", "the program would not download from " + std::string(arguments[3]));
   return feed;
