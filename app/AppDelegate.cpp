@@ -251,7 +251,12 @@ void AppDelegate::toggleStartAtLogin() {
   const bool changed = service.status() == NS::AppServiceStatus::Enabled ? service.unregisterAndReturnError(error)
                                                                          : service.registerAndReturnError(error);
   // The tick follows when the menu next opens.
-  if (!changed) presentAlert(weak_from_this(), NS::Alert::alertWithError(error));
+  const auto openSettings = [service] {
+    // Where the user has to allow it first, that is made easy.
+    if (service.status() == NS::AppServiceStatus::RequiresApproval) NS::AppService::openSystemSettingsLoginItems();
+  };
+  if (changed) return openSettings();
+  presentAlert(weak_from_this(), NS::Alert::alertWithError(error), [openSettings](long) { openSettings(); });
 }
 
 void AppDelegate::refreshUpdateItem() {

@@ -26,6 +26,7 @@ set(DALVANE_PLATFORM_MACOS
 set(DALVANE_FRAMEWORKS
   AppKit
   ApplicationServices
+  AudioToolbox
   CoreAudio
   CoreFoundation
   CoreGraphics
@@ -52,9 +53,31 @@ foreach(framework ${DALVANE_FRAMEWORKS})
   target_link_libraries(Dalvane PRIVATE "-framework ${framework}")
 endforeach()
 
+# Writes the release feed, and reads it as the program does.
+add_executable(dalvane-feed EXCLUDE_FROM_ALL
+  packaging/feed/main.cpp
+  base/AppError.cpp
+  updater/Release.cpp
+  updater/ReleaseFeed.cpp
+  platform/macos/Error.mm
+  platform/macos/URL.mm
+  platform/macos/URLSession.mm)
+target_link_libraries(dalvane-feed PRIVATE mac_settings objc "-framework CoreFoundation" "-framework Foundation")
+
+# The bundle: beside the executable and the Info.plist, what lies in Resources.
 configure_file(packaging/Info.plist ${CMAKE_BINARY_DIR}/Info.plist @ONLY)
+set_target_properties(Dalvane PROPERTIES
+  MACOSX_BUNDLE TRUE
+  MACOSX_BUNDLE_INFO_PLIST ${CMAKE_BINARY_DIR}/Info.plist)
+set(resources ${CMAKE_SOURCE_DIR}/packaging/Dalvane.icns ${CMAKE_SOURCE_DIR}/packaging/ThirdPartyNotices.txt)
+set(resources_folder $<TARGET_BUNDLE_CONTENT_DIR:Dalvane>/Resources)
+add_custom_command(TARGET Dalvane POST_BUILD VERBATIM
+  COMMAND ${CMAKE_COMMAND} -E make_directory ${resources_folder}
+  COMMAND ${CMAKE_COMMAND} -E copy ${resources} ${resources_folder})
+# A debugger may attach to a debug build, and to no other.
+set(entitlements ${CMAKE_SOURCE_DIR}/packaging/$<IF:$<CONFIG:Debug>,Debug,Dalvane>.entitlements)
+
 if(CMAKE_CROSSCOMPILING)
-  # There is nothing here to sign or open an application with: the executable alone is made, and checked.
   add_custom_command(TARGET Dalvane POST_BUILD VERBATIM
     COMMAND ${CMAKE_COMMAND} -DBINARY=$<TARGET_FILE:Dalvane> -DNM=${CMAKE_NM} -DSDK=${CMAKE_OSX_SYSROOT}
             -P ${CMAKE_SOURCE_DIR}/cmake/CheckSymbols.cmake)
@@ -63,16 +86,19 @@ if(CMAKE_CROSSCOMPILING)
   set(ramps ${CMAKE_SOURCE_DIR}/tests/arm64/CheckRamps.cmake)
   add_custom_command(TARGET Dalvane PRE_LINK VERBATIM
     COMMAND ${CMAKE_COMMAND} -DOBJECT=${render} -DOBJDUMP=${tool_llvm_objdump} -P ${ramps})
-  set_property(TARGET Dalvane PROPERTY LINK_DEPENDS ${CMAKE_SOURCE_DIR}/cmake/CheckSymbols.cmake ${ramps})
+  set(bundle_check ${CMAKE_SOURCE_DIR}/cmake/CheckBundle.cmake)
+  add_custom_command(TARGET Dalvane POST_BUILD VERBATIM
+    COMMAND ${CMAKE_COMMAND} -DBUNDLE=$<TARGET_BUNDLE_DIR:Dalvane> -DSOURCE=${CMAKE_SOURCE_DIR}
+            -DVERSION=${DALVANE_VERSION} -DNUMBERS=${PROJECT_VERSION} -DOBJDUMP=${tool_llvm_objdump} -P ${bundle_check}
+    COMMAND ${CMAKE_COMMAND} -E echo
+            "Dalvane.app is not signed: there is no tool for that here. A Mac opens it once it has been signed there.")
+  set_property(TARGET Dalvane PROPERTY LINK_DEPENDS
+    ${CMAKE_BINARY_DIR}/Info.plist ${resources} ${CMAKE_SOURCE_DIR}/cmake/CheckSymbols.cmake ${ramps} ${bundle_check})
 else()
   set(DALVANE_SIGNING_IDENTITY "-" CACHE STRING "The certificate that signs Dalvane.app; - signs ad hoc")
-  set_target_properties(Dalvane PROPERTIES
-    MACOSX_BUNDLE TRUE
-    MACOSX_BUNDLE_INFO_PLIST ${CMAKE_BINARY_DIR}/Info.plist)
   add_custom_command(TARGET Dalvane POST_BUILD VERBATIM
     COMMAND codesign --force --options runtime --sign ${DALVANE_SIGNING_IDENTITY}
-            --entitlements ${CMAKE_SOURCE_DIR}/packaging/Dalvane.entitlements $<TARGET_BUNDLE_DIR:Dalvane>)
+            --entitlements ${entitlements} $<TARGET_BUNDLE_DIR:Dalvane>)
   # The signature covers these too: when one has changed, the program is linked, and the bundle signed, again.
-  set_property(TARGET Dalvane PROPERTY LINK_DEPENDS
-    ${CMAKE_BINARY_DIR}/Info.plist ${CMAKE_SOURCE_DIR}/packaging/Dalvane.entitlements)
+  set_property(TARGET Dalvane PROPERTY LINK_DEPENDS ${CMAKE_BINARY_DIR}/Info.plist ${resources} ${entitlements})
 endif()

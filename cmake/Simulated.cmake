@@ -98,6 +98,18 @@ target_link_libraries(dalvane-desk PRIVATE desk desk_server simulator dalvane)
 set_target_properties(dalvane-desk PROPERTIES ENABLE_EXPORTS ON)
 add_dependencies(dalvane-desk simulated_system)
 
+# Writes packaging/Dalvane.icns.
+add_library(app_icon OBJECT packaging/icon/AppIcon.cpp)
+target_link_libraries(app_icon PUBLIC simulated_settings source_tree)
+add_executable(dalvane-icon EXCLUDE_FROM_ALL packaging/icon/main.cpp)
+target_link_libraries(dalvane-icon PRIVATE app_icon desk simulator dalvane)
+set_target_properties(dalvane-icon PROPERTIES ENABLE_EXPORTS ON)
+add_dependencies(dalvane-icon simulated_system)
+# Writes the release feed.
+add_executable(dalvane-feed packaging/feed/main.cpp)
+target_link_libraries(dalvane-feed PRIVATE simulator dalvane)
+set_target_properties(dalvane-feed PROPERTIES ENABLE_EXPORTS ON)
+
 option(DALVANE_BENCHMARKS "Build the benchmarks" OFF)
 if(DALVANE_BENCHMARKS)
   add_subdirectory(benchmarks)

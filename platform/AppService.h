@@ -14,6 +14,9 @@ class AppService : public Object {
   // The service that opens the running application at login.
   static AppService mainAppService();
 
+  // Brings the System Settings to the front, where the user approves login items.
+  static void openSystemSettingsLoginItems();
+
   [[nodiscard]] AppServiceStatus status() const;
   // Both answer whether they succeeded; when not, `error` tells why.
   [[nodiscard]] bool registerAndReturnError(Error& error) const;

@@ -7,6 +7,8 @@
 #include <strings.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <cstddef>
 #include <string>
 #include <system_error>
@@ -126,6 +128,21 @@ fs::path installedApplication() {
   return reinterpret_cast<const char*>(path);
 }
 
+// Whether the user, or the volume, does not let what lies there be changed. What cannot be found out will be seen.
+bool isLocked(const fs::path& path) {
+  return access(path.c_str(), W_OK) == -1 && (errno == EACCES || errno == EPERM || errno == EROFS);
+}
+
+// Throws where a new version could not take the place of `application`: in its disk image, in a folder of somebody
+// else's, and in the copy that macOS runs of an application that was opened where it was downloaded to, which is gone
+// afterwards.
+void requireReplaceable(const fs::path& application) {
+  const bool isTranslocated = std::ranges::find(application, "AppTranslocation") != application.end();
+  if (isTranslocated || isLocked(application.parent_path()) || isLocked(application)) {
+    throw AppError("Dalvane cannot be updated where it is: it has to be moved to the Applications folder first");
+  }
+}
+
 [[noreturn]] void fail(const std::string& what, OSStatus status) {
   throw AppError(what + " (" + std::to_string(status) + ")");
 }
@@ -222,6 +239,7 @@ fs::path installImage(const WorkingDirectory& directory, const Outcome<fs::path>
 
 void ReleaseInstaller::install(const Release& release, std::function<void(Outcome<fs::path>)> completion) {
   const Outcome<WorkingDirectory> made = attempt([&] {
+    requireReplaceable(installedApplication());
     requireHTTPS(release.dmgURL);
     WorkingDirectory directory;
     fs::create_directories(directory.mountPoint);

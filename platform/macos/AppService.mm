@@ -2,6 +2,11 @@
 
 #import <ServiceManagement/ServiceManagement.h>
 
+// Since macOS 13; not in every copy of the framework's headers.
+@interface SMAppService (LoginItemsSettings)
++ (void)openSystemSettingsLoginItems;
+@end
+
 namespace NS {
 
 static_assert(static_cast<long>(AppServiceStatus::NotRegistered) == SMAppServiceStatusNotRegistered);
@@ -20,6 +25,12 @@ static bool report(bool succeeded, NSError* object, Error& error) {
 AppService AppService::mainAppService() {
   @autoreleasepool {
     return AppService(CF::adopt((__bridge_retained CFTypeRef)SMAppService.mainAppService));
+  }
+}
+
+void AppService::openSystemSettingsLoginItems() {
+  @autoreleasepool {
+    [SMAppService openSystemSettingsLoginItems];
   }
 }
 

@@ -18,12 +18,22 @@
 #include "simulator/system/DiskImage.h"
 #include "simulator/system/FileContent.h"
 #include "simulator/system/SystemRoot.h"
+#include "simulator/system/Volumes.h"
 
 namespace simulator {
 namespace {
 
 namespace fs = std::filesystem;
 using nlohmann::json;
+
+// Where a user opens an application: where it belongs, in the disk image that it came in, or where it was downloaded
+// to. An application that is opened in such a folder runs from a place of the system's making, and is gone from there
+// after.
+constexpr const char* inApplications = "applications";
+constexpr const char* inImage = "image";
+constexpr const char* translocated = "translocated";
+constexpr const char* translocation =
+    "/private/var/folders/zz/zyxvpxvq6csfxvn_n0000000000000/X/AppTranslocation/D0E1F2A3-B4C5-4D6E-8F90-A1B2C3D4E5F6/d";
 
 // What lies beside the applications in disk images for users.
 constexpr const char* linkToApplications = "Applications";
@@ -190,6 +200,21 @@ void Applications::install(const fs::path& bundle, const BundleContent& content)
   makeBundle(bundle, content);
 }
 
+void Applications::place(const std::string& place, const BundleContent& content) {
+  const fs::path point = root_.below("/Volumes") / bundle_.stem();
+  const Volumes volumes(root_.path());
+  static_cast<void>(volumes.detach(point));
+  if (!bundle_.string().starts_with(point.string() + "/")) fs::remove_all(bundle_);
+  const fs::path folder =
+      place == inImage ? point : root_.below(place == translocated ? translocation : "/Applications");
+  bundle_ = folder / bundle_.filename();
+  if (place != inImage) return install(bundle_, content);
+  fs::create_directories(point);
+  const ScratchFolder scratch(root_.below("/var"));
+  writeFile(scratch.path() / "image", makeImage({.applications = {}, .each = content, .links = {}, .files = {}}));
+  volumes.attach(scratch.path() / "image", point);
+}
+
 std::string Applications::makeImage(const ImageContent& content) {
   const ScratchFolder scratch(root_.below("/var"));
   std::vector<std::string> names = content.applications;
@@ -253,15 +278,21 @@ void Applications::addCommands(Commands& commands) {
     BundleContent left = content;
     left.tampering = backup.value_or("");
     if (!left.tampering.empty() && !left.signer) line.fail("what is not signed cannot be told to be tampered with");
-    return [this, content, left, backup] {
+    const std::string where = line.text("place", inApplications);
+    if (where != inApplications && where != inImage && where != translocated) {
+      line.fail("member \"place\" must be \"applications\", \"image\" or \"translocated\"");
+    }
+    if (where != inApplications && backup) line.fail("a backup lies only where an installation was possible");
+    return [this, content, left, backup, where] {
       Applications& applications = *this;
-      applications.install(applications.bundle_, content);
+      applications.place(where, content);
       if (backup) applications.install(applications.bundle_.string() + ".bak", left);
     };
   });
 }
 
 void Applications::processWillStart() {
+  launched_ = bundle_;
   if (running_ >= 0) close(running_);
   running_ = open(bundle_.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
 }
@@ -334,7 +365,7 @@ CFStringRef CFBundleGetIdentifier(CFBundleRef bundle) {
 CFURLRef CFBundleCopyBundleURL(CFBundleRef bundle) {
   const Call call("CFBundleCopyBundleURL");
   simulator::live<__CFBundle>(bundle, "CFBundleCopyBundleURL");
-  return new __CFURL(simulator::fileURL(call.part<simulator::Applications>().bundle().string() + "/"));
+  return new __CFURL(simulator::fileURL(call.part<simulator::Applications>().launchedBundle().string() + "/"));
 }
 
 }  // extern "C"

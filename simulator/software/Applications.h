@@ -46,6 +46,8 @@ class Applications : public Part {
 
   // The installed bundle.
   [[nodiscard]] const std::filesystem::path& bundle() const { return bundle_; }
+  // Where it lay when the running program was launched, which is where that takes itself to be for good.
+  [[nodiscard]] const std::filesystem::path& launchedBundle() const { return launched_; }
   [[nodiscard]] bool isInstalled(const std::filesystem::path& application) const;
   // Where the bundle that the running program was launched from is by now: it may have been moved.
   [[nodiscard]] std::filesystem::path runningBundle() const;
@@ -63,12 +65,15 @@ class Applications : public Part {
 
  private:
   void install(const std::filesystem::path& bundle, const BundleContent& content);
+  // Moves the installed bundle there: one of the places that a `bundle` line knows.
+  void place(const std::string& place, const BundleContent& content);
   void makeBundle(const std::filesystem::path& folder, const BundleContent& content);
   static void makeBundle(const std::filesystem::path& folder, const BundleContent& content, const Program& program);
 
   Machine& machine_;
   SystemRoot& root_;
   std::filesystem::path bundle_;
+  std::filesystem::path launched_;
   std::optional<nlohmann::json> runningInfo_;
   int running_ = -1;  // the running program's bundle, by a file descriptor that follows it
 };

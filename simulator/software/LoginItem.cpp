@@ -56,8 +56,8 @@ struct ServiceObject : simulator::Object {
   std::string_view kind() const override { return "SMAppService"; }
 };
 
-// Makes the program a login item, or no longer one. One that the user has switched off is registered, but only the user
-// can switch it on again: the call says that it is not permitted.
+// Makes the program a login item, or no longer one. One that the user has to approve is registered, but only the user
+// can switch it on, in the System Settings: who registers it again is told that it is not permitted.
 bool change(const char* api, bool registers, CFTypeRef service, Error& error) {
   const Call call(api, Call::On::mainThread);
   static_cast<void>(simulator::live<ServiceObject>(service, api));
@@ -67,8 +67,8 @@ bool change(const char* api, bool registers, CFTypeRef service, Error& error) {
   if (told) {
     failure = "The operation couldn’t be completed. (SMAppServiceErrorDomain error " + std::to_string(*told) + ".)";
   } else if (!failure) {
+    if (registers && item.registered() && !item.approved()) failure = "Operation not permitted";
     item.setRegistered(registers);
-    if (registers && !item.approved()) failure = "Operation not permitted";
   }
   call.machine.trace.call(api, told ? *told : failure ? 1 : 0);
   error = failure ? Error(CF::adopt(static_cast<CFTypeRef>(new ErrorObject(*failure)))) : Error();
@@ -88,6 +88,11 @@ AppServiceStatus AppService::status() const {
   const auto& item = call.part<simulator::LoginItem>();
   if (!item.registered()) return AppServiceStatus::NotRegistered;
   return item.approved() ? AppServiceStatus::Enabled : AppServiceStatus::RequiresApproval;
+}
+
+void AppService::openSystemSettingsLoginItems() {
+  const Call call("SMAppService.openSystemSettingsLoginItems", Call::On::mainThread);
+  call.machine.trace.call("SMAppService.openSystemSettingsLoginItems");
 }
 
 bool AppService::registerAndReturnError(Error& error) const {

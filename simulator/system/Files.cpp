@@ -28,7 +28,7 @@ namespace simulator {
 thread_local int MachineAtWork::depth_ = 0;
 
 void declareFileFaults(Faults& faults) {
-  faults.declare({"rename", "remove", "remove_all", "create_directories", "directory_iterator"});
+  faults.declare({"rename", "remove", "remove_all", "create_directories", "directory_iterator", "access"});
 }
 
 }  // namespace simulator
@@ -57,6 +57,12 @@ int obstacle(const Call& call, const fs::path& path) {
     if (isBelow(point, path)) return EBUSY;
   }
   return 0;
+}
+
+bool isMountPoint(const Call& call, const fs::path& path) {
+  const simulator::MachineAtWork work;
+  return std::ranges::any_of(simulator::Volumes(call.part<simulator::SystemRoot>().path()).mountPoints(),
+                             [&](const fs::path& point) { return path.lexically_normal() == point; });
 }
 
 // What the call has been told to fail with, or else what stands against it.
@@ -120,6 +126,17 @@ int rename(const char* from, const char* to) noexcept {
   int error = errorOf(call, {from, to});
   if (error == 0 && renameat(AT_FDCWD, from, AT_FDCWD, to) == -1) error = errno;
   call.machine.trace.call("rename", error).text("from", from).text("to", to);
+  return ended(error);
+}
+
+// It is the Mac's rules that decide, not what the host lets its user do.
+int access(const char* path, int mode) noexcept {
+  if (!fromProgram()) return faccessat(AT_FDCWD, path, mode, 0);
+  const Call call("access");
+  int error = call.fault().value_or(0);
+  if (error == 0 && (mode & W_OK) != 0) error = obstacle(call, path);
+  if (error == EBUSY) error = isMountPoint(call, path) ? EROFS : 0;
+  if (error == 0 && faccessat(AT_FDCWD, path, mode, 0) == -1) error = errno;
   return ended(error);
 }
 

@@ -22,6 +22,11 @@ FUNCTION(posix_spawn_file_actions_init, int(posix_spawn_file_actions_t*));
 FUNCTION(posix_spawn_file_actions_destroy, int(posix_spawn_file_actions_t*));
 FUNCTION(posix_spawn_file_actions_addinherit_np, int(posix_spawn_file_actions_t*, int));
 
+// ---- Files ----
+
+VALUE(W_OK, 2);
+FUNCTION(access, int(const char*, int));
+
 // ---- The user's own folders ----
 
 VALUE(_CS_DARWIN_USER_TEMP_DIR, 65537);

@@ -200,6 +200,69 @@ TEST(Installer, TheRunningCopyDecidesNotTheOneInTheImage) {
   }
 }
 
+// Where it cannot be replaced, or would be gone afterwards, nothing is downloaded and nothing touched.
+TEST(Installer, HasToBeMovedToApplicationsFirst) {
+  const struct {
+    const char* name;
+    json place;          // further members of the bundle line
+    std::string before;  // lines before the user chooses to install
+    const char* volume;  // what is attached all the time
+  } cases[] = {
+      {"in its disk image", {{"place", "image"}}, "", "/Volumes/Dalvane"},
+      {"translocated", {{"place", "translocated"}}, "", nullptr},
+      {"in a folder of somebody else's", json::object(), fail("access", EACCES), nullptr},
+      {"somebody else's itself", json::object(), fail("access", EACCES, 2), nullptr},
+      {"in a protected folder", json::object(), fail("access", EPERM), nullptr},
+  };
+  for (const auto& each : cases) {
+    for (std::uint64_t seed = 1; seed <= 3; ++seed) {
+      Seat seat(seed);
+      seat.publishUpdate();
+      json installed = {{"version", "1.3.9"}};
+      installed.update(each.place);
+      seat.play(bundle(installed));
+      seat.launchAndCheck();
+      const std::string old = seat.installedBundle();
+      seat.takeRecords();
+      seat.play(each.before + install);
+      const auto records = seat.takeRecords();
+      const std::string message =
+          "Dalvane cannot be updated where it is: it has to be moved to the Applications folder first";
+      EXPECT_EQ(errorsIn(records), std::vector<std::string>{"Update install failed: " + message}) << each.name;
+      const auto alerts = alertsIn(records);
+      ASSERT_EQ(alerts.size(), 2U) << each.name;
+      EXPECT_EQ(alerts[1], "Could not install the update: " + message) << each.name;
+      EXPECT_TRUE(callsOf(records, "NSURLSession.downloadTaskWithURL").empty()) << each.name;
+      EXPECT_TRUE(callsOf(records, "posix_spawn").empty()) << each.name;
+      EXPECT_TRUE(changesIn(records).empty()) << each.name;
+      EXPECT_EQ(seat.installedBundle(), old) << each.name;
+      const json state = seat.snapshot();
+      EXPECT_EQ(state["bundle"], oldVersion) << each.name;
+      EXPECT_EQ(state["temporary"], json::array()) << each.name;
+      EXPECT_EQ(state["volumes"], each.volume ? json::array({each.volume}) : json::array()) << each.name;
+
+      // Moved, and opened there, it is updated.
+      seat.play(lines::quit + settle + bundle({{"version", "1.3.9"}}));
+      seat.launchAndCheck();
+      seat.play(install);
+      EXPECT_EQ(seat.snapshot()["bundle"], newVersion) << each.name;
+      EXPECT_TRUE(seat.shutDown());
+    }
+  }
+}
+
+// What cannot be told apart from a place that can be written is tried.
+TEST(Installer, IsNotStoppedByAQuestionThatFails) {
+  for (const int nth : {1, 2}) {
+    Seat seat;
+    seat.publishUpdate();
+    seat.launchAndCheck();
+    seat.play(fail("access", EIO, nth) + install);
+    EXPECT_EQ(seat.snapshot()["bundle"], newVersion);
+    EXPECT_TRUE(seat.shutDown());
+  }
+}
+
 TEST(Installer, AWaitThatASignalInterruptsGoesOn) {
   Seat seat;
   seat.publishUpdate();

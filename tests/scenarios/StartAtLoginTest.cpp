@@ -73,6 +73,34 @@ TEST(StartAtLogin, AFailureWaitsForTheNextChange) {
   EXPECT_TRUE(seat.shutDown());
 }
 
+// Where the user has to approve it, the place to do that is opened: after the alert, which would hide it, if there is
+// one.
+TEST(StartAtLogin, OpensTheSettingsWhereItHasToBeApproved) {
+  for (std::uint64_t seed = 1; seed <= 3; ++seed) {
+    Seat seat(seed);
+    seat.play(loginItem({{"approved", false}}) + launch + chooseIt);
+    auto records = seat.takeRecords();
+    EXPECT_TRUE(alertsIn(records).empty());
+    EXPECT_EQ(callsOf(records, "SMAppService.openSystemSettingsLoginItems").size(), 1U);
+    EXPECT_FALSE(isTicked(seat));
+
+    seat.play(leaveNextAlertOpen + chooseIt);
+    records = seat.takeRecords();
+    EXPECT_EQ(alertsIn(records), std::vector<std::string>{"Operation not permitted: "});
+    EXPECT_TRUE(callsOf(records, "SMAppService.openSystemSettingsLoginItems").empty());
+    seat.play(answer("OK"));
+    EXPECT_EQ(callsOf(seat.takeRecords(), "SMAppService.openSystemSettingsLoginItems").size(), 1U);
+
+    // Approved there, it opens at login; what fails for another reason is nothing for the settings.
+    seat.play(loginItem({{"approved", true}}));
+    EXPECT_TRUE(isTicked(seat));
+    seat.takeRecords();
+    seat.play(chooseIt + chooseIt + loginItem({{"error", "No space left"}}) + chooseIt);
+    EXPECT_TRUE(callsOf(seat.takeRecords(), "SMAppService.openSystemSettingsLoginItems").empty());
+    EXPECT_TRUE(seat.shutDown());
+  }
+}
+
 // Switched off in the System Settings, it is the user who has to switch it on again there.
 TEST(StartAtLogin, WhatTheUserHasSwitchedOffIsNotSwitchedOnHere) {
   Seat seat;

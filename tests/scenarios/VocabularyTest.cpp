@@ -129,6 +129,10 @@ TEST(Vocabulary, RefusesWhatCannotLieBesideTheApplications) {
 TEST(Vocabulary, RefusesBundlesThatCannotBeMade) {
   EXPECT_EQ(errorOf(bundle({{"tampered", "icon"}})), R"(member "tampered" must be true, false or what is changed)");
   EXPECT_EQ(errorOf(bundle({{"backup", "icon"}})), R"(member "backup" must be true, false or what is changed)");
+  EXPECT_EQ(errorOf(bundle({{"place", "desk"}})),
+            R"(member "place" must be "applications", "image" or "translocated")");
+  EXPECT_EQ(errorOf(bundle({{"place", "image"}, {"backup", true}})),
+            "a backup lies only where an installation was possible");
   EXPECT_EQ(errorOf(bundle({{"backup", 1}})), R"(member "backup" must be true or false)");
   const std::string unsignedToo = "what is not signed cannot be told to be tampered with";
   EXPECT_EQ(errorOf(bundle({{"signer", nullptr}, {"tampered", true}})), unsignedToo);
