@@ -116,14 +116,11 @@ function makeItem(item) {
   return made;
 }
 
+const stopsIn = (shown) => [...shown.querySelectorAll('.slider, .item:not([aria-disabled])')];
+
 function typed(event) {
-  if (event.key === 'Escape') {
-    close();
-    event.preventDefault();
-    return;
-  }
   if (event.key !== 'ArrowDown' && event.key !== 'ArrowUp') return;
-  const stops = [...menu.querySelectorAll('.slider, .item:not([aria-disabled])')];
+  const stops = stopsIn(menu);
   const at = stops.indexOf(document.activeElement);
   stops[(at + (event.key === 'ArrowDown' ? 1 : -1) + stops.length) % stops.length]?.focus();
   event.preventDefault();
@@ -165,17 +162,24 @@ export function placeMenu(items, home) {
   const newShape = JSON.stringify(items, (key, value) => (key === 'value' ? undefined : value));
   if (newShape !== shape) {
     const wasOpen = shape !== '';
+    // Who was at an item of a menu that changes stays there.
+    const at = wasOpen ? stopsIn(menu).indexOf(document.activeElement) : opener ? 0 : -1;
     shape = newShape;
     build(items);
     put();
-    if (!wasOpen && opener) menu.querySelector('.slider, .item:not([aria-disabled])')?.focus({ preventScroll: true });
+    if (at >= 0) stopsIn(menu)[at]?.focus({ preventScroll: true });
   }
   const sliders = menu.querySelectorAll('.slider');
   items.filter((item) => item.slider).forEach((item, index) => setSlider(sliders[index], item.slider));
   put();
 }
 
-// A click beside it closes it.
+// Escape closes it wherever the focus is, and so does a click beside it.
+document.addEventListener('keydown', (event) => {
+  if (!menu || event.key !== 'Escape' || event.target.closest('.sheet')) return;
+  close();
+  event.preventDefault();
+});
 document.addEventListener('pointerdown', (event) => {
   if (menu && !menu.contains(event.target) && event.target.closest('.stage') && !event.target.closest('.status, .sheet')) close();
 });

@@ -86,7 +86,7 @@ export class Tab {
     return result.value;
   }
   // Waits until the expression is true; its value.
-  async until(expression, what, within = 10000) {
+  async until(expression, what, within = 30000) {
     for (const end = Date.now() + within; ; await sleep(15)) {
       const value = await this.run(expression).catch((error) => { if (Date.now() > end) throw error; });
       if (value) return value;
