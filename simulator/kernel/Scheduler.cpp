@@ -156,7 +156,8 @@ void Scheduler::suspendFor(Thread* next) {
 
 void Scheduler::preempt() {
   if (clock_ == Clock::live || !currentThread || currentThread->keptRunning > 0) return;
-  if (raceIsOn()) return suspendFor(nullptr);
+  ++points_;
+  if (raceIsDue()) return suspendFor(nullptr);
   if (ready_.empty()) return;
   const std::size_t chosen = pick(currentThread);
   if (chosen > 0) suspendFor(ready_[chosen - 1]);
@@ -240,8 +241,7 @@ void Scheduler::race(std::function<void()> action) {
   }
 }
 
-// Counts a point, and says whether something happens there.
-bool Scheduler::raceIsOn() { return ++points_, !races_.empty() && races_.begin()->first <= points_; }
+bool Scheduler::raceIsDue() const { return !races_.empty() && races_.begin()->first <= points_; }
 
 bool Scheduler::runNextRace() {
   if (races_.empty()) return false;
@@ -382,13 +382,13 @@ void Scheduler::runReady() {
   if (!ready_.empty()) beginBurst();
   bool finished = false;
   for (;;) {
-    if (!races_.empty() && (races_.begin()->first <= points_ || (ready_.empty() && counted_ == 0))) {
-      runNextRace();
+    const bool isAtRest = ready_.empty() && counted_ == 0;
+    if ((raceIsDue() || isAtRest) && runNextRace()) {
       fireDue();
       continue;
     }
     if (ready_.empty()) break;
-    raceIsOn();
+    ++points_;
     Thread* const thread = next_ ? std::exchange(next_, nullptr) : ready_[pick(nullptr)];
     std::erase(ready_, thread);
     if (rough_ && holdsBack(*thread)) continue;

@@ -187,7 +187,7 @@ class Scheduler {
   std::size_t pick(Thread* running);
   void suspendFor(Thread* next);
   bool holdsBack(Thread& thread);
-  bool raceIsOn();
+  [[nodiscard]] bool raceIsDue() const;
   bool runNextRace();
   void fireDue();
   void removeFinished();

@@ -21,16 +21,6 @@ namespace {
 const std::string brighter = key("brightnessUp");
 const std::string darker = key("brightnessDown");
 
-// An external display, 100 points wide beside those of lower numbers.
-std::string displayAt(int id, json members = json::object()) {
-  json all = {{"name", "D"},  {"frame", {id * 100, 0, 100, 100}},
-              {"vendor", 1},  {"product", 2},
-              {"serial", id}, {"monitor", {{"current", 50}, {"maximum", 100}}}};
-  all.update(members);
-  return display(id, all);
-}
-std::string pointAt(int id) { return pointer(id * 100 + 50, 50); }
-
 // A desk with one monitor under the pointer, launched and settled.
 std::string monitorAt(int current, int maximum) {
   return displayAt(2, {{"monitor", {{"current", current}, {"maximum", maximum}}}}) + pointAt(2) + launch + settle;

@@ -17,15 +17,6 @@ namespace {
 
 const std::string brighter = key("brightnessUp");
 
-std::string monitorAt(int id, json members = json::object()) {
-  json all = {{"name", "D"},  {"frame", {id * 100, 0, 100, 100}},
-              {"vendor", 1},  {"product", 2},
-              {"serial", id}, {"monitor", {{"current", 50}, {"maximum", 100}}}};
-  all.update(members);
-  return display(id, all);
-}
-std::string pointAt(int id) { return pointer(id * 100 + 50, 50); }
-
 std::string tap(const std::string& process, const std::string& place, const json& swallows = json::array()) {
   return line("tap", {{"process", process}, {"place", place}, {"swallows", swallows}});
 }
@@ -46,7 +37,7 @@ using Names = std::vector<std::string>;
 // ---- Displays ----
 
 TEST(Desk, AMirroringDisplayHasNoScreen) {
-  const Played played = playScenario(monitorAt(1) + monitorAt(2, {{"mirrors", 1}, {"frame", {100, 0, 100, 100}}}) +
+  const Played played = playScenario(displayAt(1) + displayAt(2, {{"mirrors", 1}, {"frame", {100, 0, 100, 100}}}) +
                                      pointAt(1) + launch + settle + brighter + settle);
   EXPECT_EQ(played.status, 0);
   // The screen under the pointer is the mirrored display's.
@@ -57,7 +48,7 @@ TEST(Desk, AMirroringDisplayHasNoScreen) {
 TEST(Desk, MirroringBeginsAndEnds) {
   const std::string onTheRight = pointAt(2) + brighter + settle;
   const Played played =
-      playScenario(monitorAt(1) + monitorAt(2) + launch + settle + onTheRight + display(2, {{"mirrors", 1}}) + settle +
+      playScenario(displayAt(1) + displayAt(2) + launch + settle + onTheRight + display(2, {{"mirrors", 1}}) + settle +
                    onTheRight + display(2, {{"mirrors", nullptr}}) + settle + onTheRight + onTheRight);
   EXPECT_EQ(played.lights(2), (Lights{56, 63}));
   EXPECT_EQ(played.lights(1), Lights{});
@@ -65,20 +56,20 @@ TEST(Desk, MirroringBeginsAndEnds) {
 
 TEST(Desk, AScreenThatMovesIsFoundWhereItIs) {
   const Played played =
-      playScenario(monitorAt(1) + monitorAt(2) + launch + settle + display(2, {{"frame", {-100, 0, 100, 100}}}) +
+      playScenario(displayAt(1) + displayAt(2) + launch + settle + display(2, {{"frame", {-100, 0, 100, 100}}}) +
                    settle + pointer(-50, 50) + brighter + settle);
   EXPECT_EQ(played.lights(2), Lights{56});
   EXPECT_EQ(playScenario(display(3, {{"frame", {0, 0, 1, 1}}})).error, "test:1: there is no display 3");
-  EXPECT_EQ(playScenario(monitorAt(3) + monitorAt(3)).error, "test:2: display 3 is connected already");
+  EXPECT_EQ(playScenario(displayAt(3) + displayAt(3)).error, "test:2: display 3 is connected already");
 }
 
 TEST(Desk, SeveralChangesComeInOneNotification) {
   const json changes =
-      json::array({{{"id", 1}, {"gone", true}}, json::parse(monitorAt(3)), {{"id", 2}, {"frame", {100, 0, 100, 100}}}});
+      json::array({{{"id", 1}, {"gone", true}}, json::parse(displayAt(3)), {{"id", 2}, {"frame", {100, 0, 100, 100}}}});
   json cleaned = changes;
   cleaned[1].erase("do");
   const std::string atOnce = line("display", {{"changes", cleaned}});
-  const Played played = playScenario(monitorAt(1) + monitorAt(2) + launch + settle + atOnce + settle +
+  const Played played = playScenario(displayAt(1) + displayAt(2) + launch + settle + atOnce + settle +
                                      pointer(150, 50) + brighter + pointAt(3) + brighter + settle);
   EXPECT_EQ(played.lights(2), Lights{56});
   EXPECT_EQ(played.lights(3), Lights{56});
@@ -97,7 +88,7 @@ TEST(Desk, TheMonitorsOwnButtonsAreNotNoticedButAlsoNotFoughtWith) {
 
 TEST(Desk, ASlowMonitorIsFoundByTheSecondPress) {
   const Played played =
-      playScenario(monitorAt(2, {{"monitor", {{"current", 50}, {"maximum", 100}, {"reply-time", 0.12}}}}) + pointAt(2) +
+      playScenario(displayAt(2, {{"monitor", {{"current", 50}, {"maximum", 100}, {"reply-time", 0.12}}}}) + pointAt(2) +
                    launch + settle + brighter + settle + brighter + settle);
   EXPECT_EQ(played.lights(2), Lights{56});
   EXPECT_EQ(played.swallowed(), (Swallowed{false, false, true, true}));
@@ -109,7 +100,7 @@ TEST(Desk, ASlowMonitorIsFoundByTheSecondPress) {
 }
 
 TEST(Desk, AMonitorThatHasNothingToSayIsNotControlled) {
-  const Played played = playScenario(monitorAt(2) + fault(2, "null-message") + pointAt(2) + launch + settle + brighter +
+  const Played played = playScenario(displayAt(2) + fault(2, "null-message") + pointAt(2) + launch + settle + brighter +
                                      settle + fault(2, "none") + brighter + settle + brighter + settle);
   EXPECT_EQ(played.lights(2), Lights{56});
   EXPECT_EQ(played.swallowed(), (Swallowed{false, false, false, false, true, true}));

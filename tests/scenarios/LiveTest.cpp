@@ -8,20 +8,11 @@ using namespace lines;
 
 namespace {
 
-std::string displayAt(int id) {
-  return display(id, {{"name", "D"},
-                      {"frame", {id * 100, 0, 100, 100}},
-                      {"vendor", 1},
-                      {"product", 2},
-                      {"serial", id},
-                      {"monitor", {{"current", 50}, {"maximum", 100}}}});
-}
-
 // Presses on each of the displays 2 to 4, several times, while the drains before are under way.
 std::string keys(int rounds) {
   std::string presses;
   for (int i = 0; i < rounds; ++i) {
-    for (int id = 2; id <= 4; ++id) presses += pointer(id * 100 + 50, 50) + key("brightnessUp");
+    for (int id = 2; id <= 4; ++id) presses += pointAt(id) + key("brightnessUp");
     presses += advance(0.007);
   }
   return presses;

@@ -22,15 +22,6 @@ std::size_t placeOf(const Played& played, const std::string& name) {
   return static_cast<std::size_t>(found - played.records.begin());
 }
 
-std::string monitorAt(int id, int current) {
-  return display(id, {{"name", "D"},
-                      {"frame", {id * 100, 0, 100, 100}},
-                      {"vendor", 1},
-                      {"product", 2},
-                      {"serial", id},
-                      {"monitor", {{"current", current}, {"maximum", 100}}}});
-}
-
 }  // namespace
 
 TEST(Race, HappensAtAMomentThatTheSeedChooses) {
@@ -91,10 +82,11 @@ TEST(Race, SaysWhereAMistakeIs) {
 // A monitor goes at any moment of the walk over the registry and of the reads: the others are none the worse for it.
 TEST(Race, AMonitorThatGoesInTheMiddleHarmsNoOther) {
   WITH_SEEDS(seed, 100) {
-    const Played played = playScenario(monitorAt(1, 50) + monitorAt(2, 50) + monitorAt(3, 50) + pointer(350, 50) +
-                                           launch + race(displayGone(1)) + race(monitorAt(4, 20)) + settle +
-                                           key("brightnessUp") + pointer(450, 50) + key("brightnessDown") + settle,
-                                       seed);
+    const Played played =
+        playScenario(displayAt(1) + displayAt(2) + displayAt(3) + pointAt(3) + launch + race(displayGone(1)) +
+                         race(displayAt(4, {{"monitor", {{"current", 20}, {"maximum", 100}}}})) + settle +
+                         key("brightnessUp") + pointAt(4) + key("brightnessDown") + settle,
+                     seed);
     EXPECT_EQ(played.status, 0);
     EXPECT_EQ(played.lights(3), std::vector<int>{56});
     EXPECT_EQ(played.lights(4), std::vector<int>{13});
@@ -105,8 +97,7 @@ TEST(Race, AMonitorThatGoesInTheMiddleHarmsNoOther) {
 TEST(Race, ASleepInTheMiddleHarmsNothing) {
   WITH_SEEDS(seed, 60) {
     const Played played = playScenario(
-        monitorAt(1, 50) + pointer(150, 50) + launch + race(macSleeps(3600)) + settle + key("brightnessUp") + settle,
-        seed);
+        displayAt(1) + pointAt(1) + launch + race(macSleeps(3600)) + settle + key("brightnessUp") + settle, seed);
     EXPECT_EQ(played.status, 0);
     EXPECT_EQ(played.lights(1), std::vector<int>{56});
   }
@@ -122,7 +113,7 @@ std::string busyDesk(std::uint64_t seed) {
   constexpr double pauses[] = {0.01, 0.5, 3};
   constexpr double sleeps[] = {1, 60, 3600};
   std::string story = output(10, {{"uid", "HDMI-1"}, {"name", "Television"}, {"default", true}}) + play("Music", 10);
-  for (int id = 1; id < 4; ++id) story += monitorAt(id, 50);
+  for (int id = 1; id < 4; ++id) story += displayAt(id);
   if (random() % 2 == 0) story += temper({{"audio", "rough"}, {"threads", "rough"}});
   story += launch;
   for (int i = 0; i < 40; ++i) {
@@ -160,7 +151,7 @@ std::string busyDesk(std::uint64_t seed) {
   story += temper({{"audio", "smooth"}, {"threads", "smooth"}}) + menu(false) + settle + wake + settle + advance(10);
   for (int id = 1; id < 4; ++id) story += monitor(id, {{"current", 50}});
   story += wake + settle;
-  for (int id = 1; id < 4; ++id) story += pointer(id * 100 + 50, 50) + key("brightnessUp") + settle;
+  for (int id = 1; id < 4; ++id) story += pointAt(id) + key("brightnessUp") + settle;
   return story + snapshot("end");
 }
 

@@ -77,6 +77,16 @@ inline std::string monitor(int display, const nlohmann::json& members) {
   all.update(members);
   return line("monitor", all);
 }
+// An external display with a monitor at 50 of 100, 100 points wide beside those of lower numbers; and the pointer on
+// it.
+inline std::string displayAt(int id, const nlohmann::json& members = nlohmann::json::object()) {
+  nlohmann::json all = {{"name", "D"},  {"frame", {id * 100, 0, 100, 100}},
+                        {"vendor", 1},  {"product", 2},
+                        {"serial", id}, {"monitor", {{"current", 50}, {"maximum", 100}}}};
+  all.update(members);
+  return display(id, all);
+}
+inline std::string pointAt(int id) { return pointer(id * 100 + 50, 50); }
 // Makes a monitor misbehave: for that many reads or writes, or for ever.
 inline std::string fault(int display, const std::string& fault) { return monitor(display, {{"fault", fault}}); }
 inline std::string fault(int display, const std::string& fault, int attempts) {

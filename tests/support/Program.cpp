@@ -7,6 +7,7 @@
 #include "desk/Desk.h"
 #include "platform/Application.h"
 #include "tests/support/Lines.h"
+#include "tests/support/Seat.h"
 
 Played runAsProgram(const std::string& scenario, const std::function<void()>& body, std::uint64_t seed) {
   const Preparation preparation = {.setUp = {}, .program = [&body] {
@@ -18,6 +19,19 @@ Played runAsProgram(const std::string& scenario, const std::function<void()>& bo
   EXPECT_EQ(played.of("exit").size(), 1U) << "the program did not come to its end";
   return played;
 }
+
+simulator::Program programOf(std::function<void()> body) {
+  return {.main =
+              [body = std::move(body)] {
+                body();
+                return 0;
+              },
+          .name = "Test",
+          .identifier = "example.test",
+          .version = "1"};
+}
+
+void runStrictly(const std::function<void()>& body) { Seat(programOf(body), 1).play(lines::launch + lines::settle); }
 
 simulator::Program application(std::function<void()> begins, std::function<void()> ends) {
   simulator::Program program = dalvaneProgram();

@@ -14,7 +14,6 @@
 #include "simulator/mac/Mac.h"
 #include "tests/support/Lines.h"
 #include "tests/support/Program.h"
-#include "tests/support/Seat.h"
 
 using namespace lines;
 
@@ -115,11 +114,8 @@ TEST(MediaKeyTapDeathTest, StopsOffTheMainThread) {
     });
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
     tap.stop();
-    return 0;
   };
-  EXPECT_EXIT(
-      Seat({.main = body, .name = "Test", .identifier = "example.test", .version = "1"}, 1).play(launch + settle),
-      testing::ExitedWithCode(1), "dispatch_assert_queue");
+  EXPECT_EXIT(runStrictly(body), testing::ExitedWithCode(1), "dispatch_assert_queue");
 }
 
 TEST(MediaKeyTap, TellsThatItWasSwitchedOffAfterItIsOnAgain) {

@@ -9,7 +9,6 @@
 #include "osd/NativeOSD.h"
 #include "tests/support/Lines.h"
 #include "tests/support/Program.h"
-#include "tests/support/Seat.h"
 
 using namespace lines;
 using nlohmann::json;
@@ -23,20 +22,6 @@ std::string screen(int id, int x, bool builtin) {
 json shown(int image, int display, int filled, int total) {
   return {{"image", image},   {"display", display}, {"priority", 500}, {"fade", 1000},
           {"filled", filled}, {"total", total},     {"locked", false}};
-}
-
-// Stops the run with a fatal record on standard error when the program breaks a rule.
-void runStrictly(const std::function<void()>& body) {
-  Seat seat({.main =
-                 [&body] {
-                   body();
-                   return 0;
-                 },
-             .name = "Test",
-             .identifier = "example.test",
-             .version = "1"},
-            1);
-  seat.play(launch + settle);
 }
 
 }  // namespace

@@ -10,7 +10,6 @@
 #include "simulator/kernel/Call.h"
 #include "simulator/mac/Mac.h"
 #include "tests/support/Program.h"
-#include "tests/support/Seat.h"
 
 using simulator::firstViewOf;
 using simulator::SliderObject;
@@ -32,20 +31,6 @@ void runProgram(const std::function<void()>& body) {
 std::shared_ptr<SliderMenuItemView> makeRow(int steps, Reported& reported, const std::string& title = "Left",
                                             const std::string& symbol = "sun.max.fill") {
   return SliderMenuItemView::make({title, steps, 16}, symbol, [&reported](int each) { reported.push_back(each); });
-}
-
-// What stops the program, with its record on standard error.
-void runStrictly(const std::function<void()>& body) {
-  Seat seat({.main =
-                 [&body] {
-                   body();
-                   return 0;
-                 },
-             .name = "Test",
-             .identifier = "example.test",
-             .version = "1"},
-            1);
-  seat.play("{\"do\":\"launch\"}\n{\"do\":\"settle\"}\n");
 }
 
 }  // namespace

@@ -22,6 +22,7 @@
 #include "simulator/foundation/RunLoop.h"
 #include "simulator/kernel/Call.h"
 #include "simulator/mac/Mac.h"
+#include "tests/support/Program.h"
 
 using namespace std::chrono_literals;
 using simulator::Leaks;
@@ -31,14 +32,7 @@ namespace {
 
 // Runs a program until it has ended by itself, with the trace on standard error; what it left behind.
 Leaks run(std::function<void()> body) {
-  Mac machine({.main =
-                   [body = std::move(body)] {
-                     body();
-                     return 0;
-                   },
-               .name = "Test",
-               .identifier = "example.test",
-               .version = "1"},
+  Mac machine(programOf(std::move(body)),
               {.trace = [](std::string_view line) { std::cerr << line << '\n'; }, .fatal = {}});
   machine.process.launch();
   EXPECT_TRUE(machine.scheduler.settle());

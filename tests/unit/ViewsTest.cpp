@@ -22,19 +22,6 @@ using namespace lines;
 
 namespace {
 
-simulator::Program programOf(const std::function<void()>& body) {
-  return {.main =
-              [&body] {
-                body();
-                return 0;
-              },
-          .name = "Test",
-          .identifier = "example.test",
-          .version = "1"};
-}
-
-void runStrictly(const std::function<void()>& body) { Seat(programOf(body), 1).play(launch + settle); }
-
 void expectFatal(const std::function<void()>& body, const std::string& text) {
   EXPECT_EXIT(runStrictly(body), testing::ExitedWithCode(1), "\"text\":\"" + text);
 }
