@@ -7,6 +7,7 @@
 #include <mutex>
 #include <nlohmann/json.hpp>
 
+#include "simulator/foundation/Foundation.h"
 #include "simulator/kernel/Call.h"
 
 using simulator::live;
@@ -152,6 +153,8 @@ CFTypeRef createPropertyList(const nlohmann::json& value) {
       }
       return dictionary;
     }
+    case nlohmann::json::value_t::binary:
+      return new DataObject(std::string(value.get_binary().begin(), value.get_binary().end()));
     default:
       return nullptr;
   }
