@@ -100,6 +100,13 @@ TEST(RegistryText, HasPropertiesOfEveryKind) {
             json({{"a", 1}, {"b c", {{"d", "e"}, {"f", json::array()}}}, {"g", false}}));
 }
 
+TEST(RegistryText, MayHaveCarriageReturns) {
+  const auto entries =
+      readRegistryText("+-o A  <class X>\r\n    {\r\n      \"a\" = \"b\"\r\n      \"c\" = 1\r\n    }\r\n");
+  ASSERT_TRUE(entries);
+  EXPECT_EQ(entries->front()->properties, json({{"a", "b"}, {"c", 1}}));
+}
+
 TEST(RegistryText, DoesNotMarkQuotesInTexts) {
   EXPECT_EQ(valueOf(R"("a "b" = c")"), R"(a "b" = c)");
   EXPECT_EQ(valueOf(R"({"a"="27" wide","b"="x, "y"","c"=1})"),
@@ -227,9 +234,9 @@ TEST(RegistryText, OfARealMacIsReadWhole) {
   EXPECT_EQ(external, 2U);
   // Every property but the one that is cut.
   EXPECT_EQ(at(*entries, 0, {1}).properties, json({{"IOMatchCategory", "IODefaultMatchCategory"},
-                                                  {"empty", json::object()},
-                                                  {"none", json::array()},
-                                                  {"nothing", json::array()}}));
+                                                   {"empty", json::object()},
+                                                   {"none", json::array()},
+                                                   {"nothing", json::array()}}));
   const RegistryEntry& platform = at(*entries, 0, {});
   EXPECT_EQ(platform.name, "J416cAP");
   EXPECT_EQ(platform.properties.size(), 6U);
