@@ -72,6 +72,9 @@ TEST(RegistryText, OfAPartOfTheTreeHasNoRoot) {
   ASSERT_TRUE(entries);
   ASSERT_EQ(entries->size(), 2U);
   EXPECT_EQ(at(*entries, 0, {0}).name, "B");
+  const auto two = readRegistryText(root + "  +-o A  <class X>\n" + root);
+  ASSERT_TRUE(two);
+  EXPECT_EQ(two->size(), 2U);
   // Cut off at its beginning: what is deeper than anything before it belongs to that.
   const auto cut = readRegistryText("  |   +-o A  <class X>\n  |   |   |   +-o B  <class X>\n  +-o C  <class X>\n");
   ASSERT_TRUE(cut);
@@ -111,6 +114,7 @@ TEST(RegistryText, DoesNotMarkQuotesInTexts) {
   EXPECT_EQ(valueOf(R"("a "b" = c")"), R"(a "b" = c)");
   EXPECT_EQ(valueOf(R"({"a"="27" wide","b"="x, "y"","c"=1})"),
             json({{"a", R"(27" wide)"}, {"b", R"(x, "y")"}, {"c", 1}}));
+  EXPECT_EQ(valueOf(R"({"a"="27",34","b"=1})"), json({{"a", R"(27",34)"}, {"b", 1}}));
   EXPECT_EQ(valueOf(R"(("27" wide",""))"), json::array({R"(27" wide)", ""}));
   EXPECT_EQ(valueOf(R"(<"27" wide","b">)"), json::binary({'2', '7', '"', ' ', 'w', 'i', 'd', 'e', 0, 'b', 0}));
   EXPECT_EQ(valueOf(R"("| +-o B  <class X> {")"), "| +-o B  <class X> {");
