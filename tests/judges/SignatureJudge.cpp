@@ -41,6 +41,7 @@ class SignatureJudge : public testing::TestWithParam<Tampering> {
   SignatureJudge() {
     std::string pattern = (fs::temp_directory_path() / "judge-XXXXXX").string();
     folder_ = mkdtemp(pattern.data());
+    bundle_ = folder_ / "Dalvane.app";
     writeFile(folder_ / "authority.pem", signers_.authority().pem());
     makeBundle(bundle_);
     signers_.sign(bundle_, "Tessbrook");
@@ -146,7 +147,7 @@ class SignatureJudge : public testing::TestWithParam<Tampering> {
 
   simulator::CodeSigners signers_;
   fs::path folder_;
-  fs::path bundle_ = folder_ / "Dalvane.app";
+  fs::path bundle_;
 };
 
 // ---- The table ----
