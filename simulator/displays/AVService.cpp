@@ -28,17 +28,19 @@ CFTypeRef createAVService(io_service_t entry) {
   const Call call("IOAVServiceCreateWithService");
   const auto from = call.part<simulator::Registry>().entry(entry, "IOAVServiceCreateWithService");
   const auto status = call.fault();
+  // A service that names a display which is not there is still that display's.
+  const Display* const reached = call.part<simulator::Displays>().reached(*from);
+  const auto display = reached ? std::optional(reached->id) : from->display;
   AVService* service = nullptr;
   if (!status && from->name == "DCPAVServiceProxy") {
     service = new AVService;
-    service->display = from->display;
-    const Display* const display = from->display ? call.part<simulator::Displays>().find(*from->display) : nullptr;
-    if (display) service->monitor = display->monitor;
+    service->display = display;
+    if (reached) service->monitor = reached->monitor;
   }
   call.machine.trace.call("IOAVServiceCreateWithService", status    ? *status
                                                           : service ? 0
                                                                     : kIOReturnNoDevice)
-      .json("display", from->display ? std::to_string(*from->display) : "null");
+      .json("display", display ? std::to_string(*display) : "null");
   return service;
 }
 

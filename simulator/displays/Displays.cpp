@@ -2,12 +2,17 @@
 
 #include <algorithm>
 #include <charconv>
+#include <filesystem>
+#include <fstream>
 #include <nlohmann/json.hpp>
+#include <sstream>
+#include <system_error>
 
 #include "platform/NotificationCenter.h"
 #include "platform/Screen.h"
 #include "simulator/displays/EDID.h"
 #include "simulator/displays/Registry.h"
+#include "simulator/displays/RegistryText.h"
 #include "simulator/foundation/CoreFoundation.h"
 #include "simulator/foundation/NotificationCenters.h"
 #include "simulator/kernel/Call.h"
@@ -60,6 +65,22 @@ EDID identityOf(Arguments& line) {
   return *edid;
 }
 
+// What the file holds that a user's `ioreg` wrote.
+std::vector<std::shared_ptr<const RegistryEntry>> readRegistry(Arguments& line) {
+  const std::filesystem::path path = line.path("file");
+  std::error_code ignored;
+  std::ifstream file(path);
+  std::ostringstream text;
+  // Anything else than a plain file might never end.
+  if (!file || !std::filesystem::is_regular_file(path, ignored)) {
+    line.fail("\"" + path.string() + "\" cannot be read");
+  }
+  text << file.rdbuf();
+  auto entries = readRegistryText(text.view());
+  if (!entries) line.fail("\"" + path.string() + "\" is not what \"ioreg -l -w0\" writes");
+  return *std::move(entries);
+}
+
 // How fast the monitor is.
 std::function<void(Monitor&)> adjustment(Arguments& line) {
   std::optional<Duration> replyTime;
@@ -92,6 +113,16 @@ Displays::Displays(Machine& machine, Registry& registry, NotificationCenters& no
 const Display* Displays::find(std::uint32_t id) const {
   const auto found = std::ranges::find(displays_, id, &Display::id);
   return found == displays_.end() ? nullptr : &*found;
+}
+
+const Display* Displays::reached(const RegistryEntry& entry) const {
+  if (entry.display) return find(*entry.display);
+  if (!entry.reaches) return nullptr;
+  auto [identity, nth] = *entry.reaches;
+  for (const Display& each : displays_) {
+    if (identity == DisplayIdentity{each.vendor, each.product, each.serial} && nth-- == 0) return &each;
+  }
+  return nullptr;
 }
 
 const Display* Displays::main() const {
@@ -230,6 +261,7 @@ void Displays::addCommands(Commands& commands) {
   });
 
   commands.add("registry", [this](Arguments& line) -> Action {
+    if (line.has("file")) return [this, entries = readRegistry(line)] { registry_.replaceAll(entries); };
     std::vector<std::shared_ptr<const RegistryEntry>> entries;
     for (Arguments& each : line.objects("entries")) {
       auto entry = std::make_shared<RegistryEntry>();

@@ -20,6 +20,7 @@ class Arguments;
 class Machine;
 class NotificationCenters;
 class Registry;
+struct RegistryEntry;
 
 struct Display {
   std::uint32_t id;
@@ -42,6 +43,8 @@ class Displays : public Part {
   // In the order in which they were connected.
   [[nodiscard]] const std::vector<Display>& all() const { return displays_; }
   [[nodiscard]] const Display* find(std::uint32_t id) const;
+  // The one whose monitor the entry's AV service reaches now. Null when there is none.
+  [[nodiscard]] const Display* reached(const RegistryEntry& entry) const;
   // The display with the menu bar: the one whose screen has the coordinates' origin. Null when there is no display.
   [[nodiscard]] const Display* main() const;
   [[nodiscard]] CGPoint pointer() const { return pointer_; }

@@ -9,6 +9,7 @@
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "simulator/kernel/Part.h"
@@ -17,12 +18,20 @@ namespace simulator {
 
 class Machine;
 
+// What tells displays apart, as their framebuffers and Core Graphics have it.
+struct DisplayIdentity {
+  std::uint32_t vendor, product, serial;
+  friend bool operator==(const DisplayIdentity&, const DisplayIdentity&) = default;
+};
+
 struct RegistryEntry {
   std::string name;
   nlohmann::json properties = nlohmann::json::object();
   std::vector<std::shared_ptr<const RegistryEntry>> children;
-  // The display whose monitor the entry's AV service reaches.
+  // The display whose monitor the entry's AV service reaches: by its id, or as the nth (from 0) of those that are
+  // connected with that identity.
   std::optional<std::uint32_t> display;
+  std::optional<std::pair<DisplayIdentity, std::size_t>> reaches;
 };
 
 class Registry : public Part {

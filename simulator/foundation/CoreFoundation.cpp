@@ -7,6 +7,7 @@
 #include <mutex>
 #include <nlohmann/json.hpp>
 
+#include "simulator/foundation/Foundation.h"
 #include "simulator/kernel/Call.h"
 
 using simulator::live;
@@ -41,6 +42,48 @@ CFTypeID typeOf(const Object& object) {
   if (dynamic_cast<const __CFDictionary*>(&object)) return dictionaryType;
   if (dynamic_cast<const __CFArray*>(&object)) return arrayType;
   return unknownType;
+}
+
+// Whether both are the same number, which is another question than whether C promotes them to the same one.
+bool isSameNumber(double real, std::int64_t integer) {
+  return real >= -0x1p63 && real < 0x1p63 && real == std::trunc(real) && static_cast<std::int64_t>(real) == integer;
+}
+
+// Numbers are compared as CFNumber.h has it: negative zero is less than zero, and for CFEqual NaN is equal to any
+// number.
+struct EqualNumbers {
+  bool operator()(std::int64_t one, std::int64_t other) const { return one == other; }
+  bool operator()(double one, double other) const {
+    if (std::isnan(one) || std::isnan(other)) return true;
+    return one == other && std::signbit(one) == std::signbit(other);
+  }
+  bool operator()(double real, std::int64_t integer) const {
+    return std::isnan(real) || (isSameNumber(real, integer) && (real != 0 || !std::signbit(real)));
+  }
+  bool operator()(std::int64_t integer, double real) const { return (*this)(real, integer); }
+};
+
+// Of two objects of one type.
+bool areEqual(const Object& one, const Object& other) {
+  if (const auto* string = dynamic_cast<const __CFString*>(&one)) {
+    return string->text == dynamic_cast<const __CFString&>(other).text;
+  }
+  if (const auto* number = dynamic_cast<const __CFNumber*>(&one)) {
+    return std::visit(EqualNumbers(), number->value, dynamic_cast<const __CFNumber&>(other).value);
+  }
+  if (const auto* array = dynamic_cast<const __CFArray*>(&one)) {
+    return std::ranges::equal(array->values, dynamic_cast<const __CFArray&>(other).values,
+                              [](CFTypeRef left, CFTypeRef right) { return CFEqual(left, right) != 0; });
+  }
+  if (const auto* dictionary = dynamic_cast<const __CFDictionary*>(&one)) {
+    const auto& others = dynamic_cast<const __CFDictionary&>(other);
+    const auto isThere = [&others](const auto& member) {
+      const CFTypeRef value = CFDictionaryGetValue(&others, member.first);
+      return value && CFEqual(value, member.second);
+    };
+    return dictionary->values.size() == others.values.size() && std::ranges::all_of(dictionary->values, isThere);
+  }
+  return false;  // true and false are two objects, and what has no type here is equal to itself alone
 }
 
 // The UTF-16 length of UTF-8 text: Core Foundation counts its strings so.
@@ -152,6 +195,8 @@ CFTypeRef createPropertyList(const nlohmann::json& value) {
       }
       return dictionary;
     }
+    case nlohmann::json::value_t::binary:
+      return new DataObject(std::string(value.get_binary().begin(), value.get_binary().end()));
     default:
       return nullptr;
   }
@@ -208,8 +253,7 @@ CFTypeID CFGetTypeID(CFTypeRef cf) { return simulator::typeOf(live(cf, "CFGetTyp
 Boolean CFEqual(CFTypeRef cf1, CFTypeRef cf2) {
   if (!cf1 || !cf2) simulator::fatal("CFEqual: one of the objects is null");
   if (cf1 == cf2) return true;
-  const CFTypeID type = CFGetTypeID(cf1);
-  return type != simulator::unknownType && type == CFGetTypeID(cf2) && simulator::jsonOf(cf1) == simulator::jsonOf(cf2);
+  return CFGetTypeID(cf1) == CFGetTypeID(cf2) && simulator::areEqual(live(cf1, "CFEqual"), live(cf2, "CFEqual"));
 }
 
 // ---- Strings ----
@@ -297,8 +341,8 @@ Boolean CFNumberGetValue(CFNumberRef number, CFNumberType theType, void* valuePt
   if (theType == kCFNumberFloat64Type) {
     const double real = std::visit([](auto each) { return static_cast<double>(each); }, value);
     *static_cast<double*>(valuePtr) = real;
-    return !std::holds_alternative<std::int64_t>(value) ||
-           (std::abs(real) < 0x1p63 && static_cast<std::int64_t>(real) == std::get<std::int64_t>(value));
+    const auto* const integer = std::get_if<std::int64_t>(&value);
+    return !integer || simulator::isSameNumber(real, *integer);
   }
   std::int64_t integer = 0;
   bool exact = true;

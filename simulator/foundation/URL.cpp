@@ -185,7 +185,18 @@ std::string schemeOf(std::string_view url) {
   return std::string(parts ? parts->scheme.value_or("") : "");
 }
 
-std::string fileURL(std::string_view path) { return "file://" + percentEncoded(path, inPath); }
+// NSURL.h recommends that ";" is encoded, though it is legal in a path, and says that its own set of characters does
+// so.
+std::string fileURL(std::string_view path) {
+  std::string url = "file://";
+  for (std::size_t at = 0; at <= path.size();) {
+    const std::size_t end = std::min(path.find(';', at), path.size());
+    url += percentEncoded(path.substr(at, end - at), inPath);
+    if (end < path.size()) url += "%3B";
+    at = end + 1;
+  }
+  return url;
+}
 
 std::optional<std::string> filePath(std::string_view url) {
   constexpr std::string_view scheme = "file://";

@@ -6,8 +6,8 @@
 
 namespace simulator {
 
-Arguments::Arguments(nlohmann::json members, std::string where)
-    : members_(std::move(members)), where_(std::move(where)) {}
+Arguments::Arguments(nlohmann::json members, std::string where, std::filesystem::path folder)
+    : members_(std::move(members)), where_(std::move(where)), folder_(std::move(folder)) {}
 
 void Arguments::fail(const std::string& reason) const { throw ScenarioError(reason); }
 
@@ -29,6 +29,8 @@ std::string Arguments::text(const char* name) {
 }
 
 std::string Arguments::text(const char* name, const char* otherwise) { return has(name) ? text(name) : otherwise; }
+
+std::filesystem::path Arguments::path(const char* name) { return folder_ / text(name); }
 
 bool Arguments::flag(const char* name) {
   const nlohmann::json& value = member(name);
@@ -99,7 +101,7 @@ CGRect Arguments::rectangle(const char* name) {
 std::optional<Arguments> Arguments::object(const char* name) {
   if (!has(name) || member(name).is_null()) return std::nullopt;
   if (!member(name).is_object()) wrongType(name, "an object");
-  return Arguments(member(name), where_ + name + ".");
+  return Arguments(member(name), where_ + name + ".", folder_);
 }
 
 std::vector<Arguments> Arguments::objects(const char* name) {
@@ -108,7 +110,7 @@ std::vector<Arguments> Arguments::objects(const char* name) {
   std::vector<Arguments> result;
   for (const auto& each : value) {
     if (!each.is_object()) wrongType(name, "a list of objects");
-    result.emplace_back(each, where_ + name + "[" + std::to_string(result.size()) + "].");
+    result.emplace_back(each, where_ + name + "[" + std::to_string(result.size()) + "].", folder_);
   }
   return result;
 }
@@ -138,7 +140,7 @@ void Arguments::finish() const {
   }
 }
 
-Line Commands::parse(std::string_view line) const {
+Line Commands::parse(std::string_view line, const std::filesystem::path& folder) const {
   nlohmann::json object;
   try {
     object = nlohmann::json::parse(line);
@@ -146,7 +148,7 @@ Line Commands::parse(std::string_view line) const {
     throw ScenarioError(std::string("not JSON: ") + error.what());
   }
   if (!object.is_object()) throw ScenarioError("not a JSON object");
-  Arguments arguments(std::move(object));
+  Arguments arguments(std::move(object), {}, folder);
   const std::string name = arguments.text("do");
   const auto parser = parsers_.find(name);
   if (parser == parsers_.end()) throw ScenarioError("unknown \"do\": \"" + name + "\"");

@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <filesystem>
 #include <functional>
 #include <limits>
 #include <map>
@@ -36,13 +37,16 @@ struct Line {
 // ScenarioError, with the member named.
 class Arguments {
  public:
-  // `where` is put before messages: "monitor." for a nested object.
-  explicit Arguments(nlohmann::json members, std::string where = {});
+  // `where` is put before messages: "monitor." for a nested object. `folder` is where the scenario's file is; empty for
+  // the working directory.
+  explicit Arguments(nlohmann::json members, std::string where = {}, std::filesystem::path folder = {});
 
   [[nodiscard]] bool has(const char* name) const { return members_.contains(name); }
 
   std::string text(const char* name);
   std::string text(const char* name, const char* otherwise);
+  // A file's; a relative one begins in the folder.
+  std::filesystem::path path(const char* name);
   bool truth(const char* name, bool otherwise);  // also 0 or 1
   bool flag(const char* name);
   bool flag(const char* name, bool otherwise);
@@ -90,6 +94,7 @@ class Arguments {
   nlohmann::json jsonObject(const char* name);
   nlohmann::json json(const char* name, nlohmann::json otherwise);
   void ignore(const char* name) { used_.insert(name); }
+  [[nodiscard]] const std::filesystem::path& folder() const { return folder_; }
 
   // Refuses members that nothing has read: they would be mistakes without effect.
   void finish() const;
@@ -102,6 +107,7 @@ class Arguments {
 
   nlohmann::json members_;
   std::string where_;
+  std::filesystem::path folder_;
   std::set<std::string, std::less<>> used_;
 };
 
@@ -110,7 +116,8 @@ class Commands {
   using Parser = std::function<Action(Arguments& line)>;
 
   void add(const char* name, Parser parser) { parsers_[name] = std::move(parser); }
-  [[nodiscard]] Line parse(std::string_view line) const;
+  // `folder` is where the paths in the line begin.
+  [[nodiscard]] Line parse(std::string_view line, const std::filesystem::path& folder = {}) const;
 
  private:
   std::map<std::string, Parser, std::less<>> parsers_;

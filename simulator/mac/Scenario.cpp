@@ -104,7 +104,7 @@ Scenario::Scenario(Mac& mac) : mac_(mac) {
   commands_.add("during", [this, &mac](Arguments& line) -> Action {
     const std::string call = line.text("call");
     if (!mac.faults.knows(call)) line.fail("there is no call \"" + call + "\" that can be interrupted");
-    const Line inner = commands_.parse(line.jsonObject("line").dump());
+    const Line inner = commands_.parse(line.jsonObject("line").dump(), line.folder());
     // Time does not pass in the middle of a call.
     if (letsTimePass(inner) || inner.name == "launch") line.fail("member \"line\" must not let anything run");
     if (inner.races) line.fail("member \"line\" happens in the middle of the call, not at another moment");
@@ -126,10 +126,10 @@ Scenario::Scenario(Mac& mac) : mac_(mac) {
 void Scenario::addFile(const std::string& path) {
   std::ifstream file(path);
   if (!file) throw ScenarioError(path + ":1: the file cannot be read");
-  add(file, path);
+  add(file, path, std::filesystem::path(path).parent_path());
 }
 
-void Scenario::add(std::istream& lines, const std::string& name) {
+void Scenario::add(std::istream& lines, const std::string& name, const std::filesystem::path& folder) {
   std::string line;
   for (std::size_t number = 1; std::getline(lines, line); ++number) {
     if (line.ends_with('\r')) line.pop_back();
@@ -137,15 +137,16 @@ void Scenario::add(std::istream& lines, const std::string& name) {
     if (start == std::string::npos || line.compare(start, 2, "//") == 0) continue;
     const std::string where = name + ":" + std::to_string(number) + ": ";
     try {
-      steps_.push_back(stepOf(where, line));
+      steps_.push_back(stepOf(where, line, folder));
     } catch (const ScenarioError& error) {
       throw ScenarioError(where + error.what());
     }
   }
 }
 
-Scenario::Step Scenario::stepOf(const std::string& where, const std::string& line) const {
-  Step step{where, line, commands_.parse(line)};
+Scenario::Step Scenario::stepOf(const std::string& where, const std::string& line,
+                                const std::filesystem::path& folder) const {
+  Step step{where, line, commands_.parse(line, folder)};
   if (step.parsed.races && letsTimePass(step.parsed)) throw ScenarioError("time cannot race");
   return step;
 }
@@ -162,7 +163,7 @@ void Scenario::play() {
 }
 
 void Scenario::perform(const std::string& line) {
-  begin(stepOf("", line));
+  begin(stepOf("", line, {}));
   mac_.runReady();
 }
 

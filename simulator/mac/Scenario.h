@@ -1,6 +1,7 @@
 // Scenario files, played on a machine.
 #pragma once
 
+#include <filesystem>
 #include <istream>
 #include <string>
 #include <vector>
@@ -16,16 +17,17 @@ class Scenario {
   // Reads against the vocabulary of `mac`'s parts.
   explicit Scenario(Mac& mac);
 
-  // Adds a file's lines; all of them are read before any is carried out. Throws ScenarioError, its text beginning with
-  // "FILE:LINE: ", at a line that cannot be understood, or when there is no such file.
+  // Adds a file's lines, whose paths begin where it is; all of them are read before any is carried out. Throws
+  // ScenarioError, its text beginning with "FILE:LINE: ", at a line that cannot be understood, or when there is no such
+  // file.
   void addFile(const std::string& path);
-  void add(std::istream& lines, const std::string& name);
+  void add(std::istream& lines, const std::string& name, const std::filesystem::path& folder = {});
 
   // Carries the lines out in their order. After each, everything runs that is ready at that instant; lines that race
   // happen meanwhile, and at the latest before the next line that is not about time.
   void play();
 
-  // Carries a single line out.
+  // Carries a single line out. Its paths begin in the working directory.
   void perform(const std::string& line);
 
  private:
@@ -35,7 +37,8 @@ class Scenario {
     Line parsed;
   };
 
-  [[nodiscard]] Step stepOf(const std::string& where, const std::string& line) const;
+  [[nodiscard]] Step stepOf(const std::string& where, const std::string& line,
+                            const std::filesystem::path& folder) const;
   void begin(const Step& step);
   void carryOut(const Step& step);
 

@@ -59,6 +59,8 @@ class CodeSigners {
                                  const std::optional<CodeRequirement>& requirement) const;
   // The designated requirement that the bundle's signature states; only its integrity is checked.
   [[nodiscard]] CodeStatus designatedRequirement(const std::filesystem::path& bundle, CodeRequirement& result) const;
+  // The authority that this Mac trusts.
+  [[nodiscard]] const CertificateAuthority& authority() const { return anchor_; }
   // Whether code can be there at all.
   [[nodiscard]] static CodeStatus find(const std::filesystem::path& bundle);
 

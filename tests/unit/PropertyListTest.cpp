@@ -14,7 +14,8 @@ TEST(PropertyList, KeepsTypes) {
                       {"text", " x\n\"ä\" "}, {"real", 0.1},
                       {"whole real", 8.0},    {"empty", ""},
                       {"list", {1, "a", {}}}, {"nothing", json::array()},
-                      {"inner", {{"k", -1}}}, {"biggest", UINT64_MAX}};
+                      {"inner", {{"k", -1}}}, {"biggest", UINT64_MAX},
+                      {"", "no name"}};
   const json read = readPropertyList(writePropertyList(value));
   EXPECT_EQ(read["steps.A & <B>"], 15);
   EXPECT_TRUE(read["steps.A & <B>"].is_number_integer());
@@ -27,6 +28,7 @@ TEST(PropertyList, KeepsTypes) {
   EXPECT_EQ(read["inner"], value["inner"]);
   EXPECT_EQ(read["nothing"], json::array());
   EXPECT_EQ(read["empty"], "");
+  EXPECT_EQ(read.value("", ""), "no name");
 }
 
 TEST(PropertyList, LooksAsTheSystemWritesIt) {

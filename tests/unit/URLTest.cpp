@@ -96,6 +96,7 @@ TEST(URLTest, HaveASchemeOrNone) {
 
 TEST(URLTest, FilesHaveURLsWithEscapedCharacters) {
   EXPECT_EQ(simulator::fileURL("/a b/ü%.app/"), "file:///a%20b/%C3%BC%25.app/");
+  EXPECT_EQ(simulator::fileURL("/a;b:c"), "file:///a%3Bb:c");
   EXPECT_EQ(simulator::filePath("file:///a%20b/%C3%BC%25.app/"), "/a b/ü%.app");
   EXPECT_EQ(simulator::filePath("https://example.com/a"), std::nullopt);
 }
