@@ -2,13 +2,17 @@
 // MachineMac.cpp and MachineSimulated.cpp.
 #pragma once
 
+#include <CoreFoundation/CoreFoundation.h>
+
 #include <filesystem>
 #include <functional>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <string>
+#include <vector>
 
+#include "platform/Image.h"
 #include "tests/conformance/Claim.h"
 
 namespace claims {
@@ -29,6 +33,17 @@ void ask(const std::string& instruction, const std::string& hands);
 // Asks what the person sees or hears, to be answered with yes. `record` is what has to be in a record of the simulated
 // Mac's trace since the last `ask`: each member, with this value.
 [[nodiscard]] bool confirm(const std::string& question, const nlohmann::json& record);
+
+// Posts a notification of that name, as the system does: in the workspace's centre, or in the default one.
+void postNotification(bool ofWorkspace, CFStringRef name);
+// Writes a preference of the program as another one could: a text, a number, a truth value or a list of numbers.
+void setPreference(const std::string& key, const nlohmann::json& value);
+// An image as it is drawn with a pixel for each point: how opaque each is, from 0 to 1, in rows from the top.
+std::vector<double> opacities(const NS::Image& image, int width, int height);
+// An executable file that tells what it is given: called with a path as its word, it writes to that file, a line each,
+// "blocks N" and "ignores N" for signals, "has N" for files that are open, "leads" when it leads its process group, and
+// "variable TEXT" with the environment's CLAIMS (main.cpp).
+std::filesystem::path tellingProgram();
 
 // A disk image of what is in a folder.
 void makeDiskImage(const std::filesystem::path& folder, const std::filesystem::path& image);

@@ -1,6 +1,9 @@
 // The claims on a Mac: each runs in this process, on its main thread. No claim that is tried without a person at the
 // desk may make the system ask one anything.
 #include <CoreFoundation/CoreFoundation.h>
+#include <CoreGraphics/CoreGraphics.h>
+#include <mach-o/dyld.h>
+#include <objc/message.h>
 #include <spawn.h>
 #include <sys/sysctl.h>
 #include <sys/wait.h>
@@ -14,6 +17,8 @@
 #include <thread>
 
 #include "platform/Application.h"
+#include "platform/CFCollections.h"
+#include "platform/NotificationCenter.h"
 #include "tests/conformance/Machine.h"
 
 extern char** environ;
@@ -61,6 +66,13 @@ int shell(const std::string& script, const std::vector<std::string>& words) {
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
+// Sends an Objective-C message.
+template <typename Result, typename... Arguments>
+Result send(CFTypeRef receiver, const char* selector, Arguments... arguments) {
+  using Method = Result (*)(CFTypeRef, SEL, Arguments...);
+  return reinterpret_cast<Method>(objc_msgSend)(receiver, sel_registerName(selector), arguments...);
+}
+
 }  // namespace
 
 void letRun(double seconds, Mode mode) {
@@ -83,6 +95,48 @@ void ask(const std::string& instruction, const std::string&) {
 bool confirm(const std::string& question, const nlohmann::json&) {
   const std::string answer = typed("\n>>> " + question + " (y/n) ");
   return !answer.empty() && (answer[0] == 'y' || answer[0] == 'Y');
+}
+
+void postNotification(bool ofWorkspace, CFStringRef name) {
+  const NS::NotificationCenter center =
+      ofWorkspace ? NS::Workspace::sharedWorkspace().notificationCenter() : NS::NotificationCenter::defaultCenter();
+  send<void>(center.get(), "postNotificationName:object:", name, nullptr);
+}
+
+void setPreference(const std::string& key, const nlohmann::json& value) {
+  CF::Ref<CFTypeRef> object;
+  if (value.is_boolean()) {
+    object = CF::value(value.get<bool>());
+  } else if (value.is_string()) {
+    object = CF::value(value.get<std::string>());
+  } else if (value.is_number_integer()) {
+    object = CF::retain<CFTypeRef>(CF::number(value.get<std::int64_t>()).get());
+  } else if (value.is_number()) {
+    const double real = value.get<double>();
+    object = CF::adopt<CFTypeRef>(CFNumberCreate(kCFAllocatorDefault, kCFNumberFloat64Type, &real));
+  } else if (value.is_array()) {
+    object = CF::listOf(CF::number(value.at(0).get<std::int64_t>()).get());
+  }
+  CFPreferencesSetAppValue(CF::string(key).get(), object.get(), kCFPreferencesCurrentApplication);
+}
+
+std::vector<double> opacities(const NS::Image& image, int width, int height) {
+  const auto bitmap = send<CGImageRef>(image.get(), "CGImageForProposedRect:context:hints:", nullptr, nullptr, nullptr);
+  std::vector<unsigned char> bytes(static_cast<std::size_t>(width * height * 4));
+  const auto colors = CF::adopt(CGColorSpaceCreateDeviceRGB());
+  const auto context = CF::adopt(CGBitmapContextCreate(
+      bytes.data(), static_cast<std::size_t>(width), static_cast<std::size_t>(height), 8,
+      static_cast<std::size_t>(width * 4), colors.get(), static_cast<CGBitmapInfo>(kCGImageAlphaPremultipliedLast)));
+  CGContextDrawImage(context.get(), CGRectMake(0, 0, width, height), bitmap);
+  std::vector<double> found;
+  for (std::size_t i = 3; i < bytes.size(); i += 4) found.push_back(bytes[i] / 255.0);
+  return found;
+}
+
+std::filesystem::path tellingProgram() {
+  std::array<char, 4096> path = {};
+  auto size = static_cast<std::uint32_t>(path.size());
+  return _NSGetExecutablePath(path.data(), &size) == 0 ? path.data() : "";
 }
 
 void makeDiskImage(const std::filesystem::path& folder, const std::filesystem::path& image) {

@@ -10,6 +10,10 @@
 #include <sstream>
 #include <utility>
 
+#include "simulator/desktop/Images.h"
+#include "simulator/drawing/Picture.h"
+#include "simulator/foundation/NotificationCenters.h"
+#include "simulator/foundation/Preferences.h"
 #include "simulator/foundation/RunLoop.h"
 #include "simulator/kernel/Call.h"
 #include "simulator/mac/Mac.h"
@@ -18,6 +22,7 @@
 #include "simulator/system/DiskImage.h"
 #include "simulator/system/FileContent.h"
 #include "simulator/system/Files.h"
+#include "simulator/system/SystemRoot.h"
 #include "tests/conformance/Machine.h"
 #include "tests/support/Lines.h"
 
@@ -178,6 +183,38 @@ bool confirm(const std::string& question, const json& record) {
     if (contains(records[i], record)) return true;
   }
   return false;
+}
+
+void postNotification(bool ofWorkspace, CFStringRef name) {
+  using simulator::NotificationCenters;
+  simulator::Call::unguarded().part<NotificationCenters>().post(
+      ofWorkspace ? NotificationCenters::workspaceCenter : NotificationCenters::defaultCenter, name);
+}
+
+void setPreference(const std::string& key, const json& value) {
+  simulator::Call::unguarded().part<simulator::Preferences>().set(key, value);
+}
+
+std::vector<double> opacities(const NS::Image& image, int width, int height) {
+  auto& object = simulator::live<simulator::ImageObject>(image.get(), "NSImage");
+  simulator::drawInBackground(simulator::Call::unguarded(), object);
+  EXPECT_TRUE(runUntil([&object] { return object.isDrawn; }));
+  const drawing::Pixels pixels = drawing::render(object.picture, 1);
+  std::vector<double> found;
+  for (int y = 0; y < height; ++y) {
+    for (int x = 0; x < width; ++x) found.push_back(pixels.at(x, y).opacity);
+  }
+  return found;
+}
+
+std::filesystem::path tellingProgram() {
+  const simulator::MachineAtWork work;
+  const char* const name = "/Applications/telling";
+  const auto link = simulator::Call::unguarded().part<simulator::SystemRoot>().below(name);
+  if (!std::filesystem::exists(link)) {
+    std::filesystem::create_symlink(std::filesystem::read_symlink("/proc/self/exe"), link);
+  }
+  return name;
 }
 
 void makeDiskImage(const std::filesystem::path& folder, const std::filesystem::path& image) {

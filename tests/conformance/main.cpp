@@ -5,13 +5,18 @@
 // With --desk also those that need a monitor, sound and a person. --report writes what came of it. --write-claims, on
 // the simulated Mac, writes the document that has all claims; --check-claims fails when it would be another, or when
 // the simulated Mac offers a function that no claim calls.
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <array>
-#include <cstdio>
+#include <cstdlib>
 #include <ctime>
 #include <fstream>
 #include <iostream>
 #include <iterator>
 #include <optional>
+#include <sstream>
 #include <string_view>
 
 #include "tests/conformance/Report.h"
@@ -93,6 +98,27 @@ bool check(const std::string& path, const std::string& document) {
 
 }  // namespace
 
+// What this process has been given, for claims about child processes.
+int tell(const char* path) {
+  std::ostringstream file;
+  sigset_t blocked;
+  pthread_sigmask(SIG_BLOCK, nullptr, &blocked);
+  for (int number = 1; number < 32; ++number) {
+    struct sigaction action = {};
+    if (sigaction(number, nullptr, &action) == 0 && action.sa_handler == SIG_IGN) file << "ignores " << number << '\n';
+    if (sigismember(&blocked, number) == 1) file << "blocks " << number << '\n';
+  }
+  constexpr int mostFiles = 64;
+  for (int number = 0; number < mostFiles; ++number) {
+    struct stat status = {};
+    if (fstat(number, &status) == 0) file << "has " << number << '\n';
+  }
+  if (getpgrp() == getpid()) file << "leads\n";
+  const char* const variable = std::getenv("CLAIMS");
+  file << "variable " << (variable ? variable : "") << '\n';
+  return write(path, file.str()) ? 0 : 1;
+}
+
 void tryOut(const Claim& claim) {
   if (claim.kind == Claim::Kind::desk && !atDesk) NOT_TRIED("not asked: it needs somebody at the desk (--desk)");
   carryOut(claim);
@@ -101,6 +127,7 @@ void tryOut(const Claim& claim) {
 }  // namespace claims
 
 int main(int argc, char** argv) {
+  if (argc == 2 && argv[1][0] == '/') return claims::tell(argv[1]);
   testing::InitGoogleTest(&argc, argv);
   std::optional<std::string> reportFile;
   std::optional<std::string> writtenFile;
