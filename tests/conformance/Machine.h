@@ -40,15 +40,16 @@ void postNotification(bool ofWorkspace, CFStringRef name);
 void setPreference(const std::string& key, const nlohmann::json& value);
 // An image as it is drawn with a pixel for each point: how opaque each is, from 0 to 1, in rows from the top.
 std::vector<double> opacities(const NS::Image& image, int width, int height);
-// An executable file that tells what it is given: called with a path as its word, it writes to that file, a line each,
-// "blocks N" and "ignores N" for signals, "has N" for files that are open, "leads" when it leads its process group, and
-// "variable TEXT" with the environment's CLAIMS (main.cpp).
-std::filesystem::path tellingProgram();
+// An executable file that is a child for claims about processes. Called with "exit:N" it ends with that status, with
+// "signal:N" by that signal. Called with a path, it writes to that file what it has been given, a line each: "blocks N"
+// and "ignores N" for signals, "has N" for files that are open, "leads" when it leads its process group, and "variable
+// TEXT" with the environment's CLAIMS (main.cpp).
+std::filesystem::path childProgram();
 
 // A disk image of what is in a folder.
 void makeDiskImage(const std::filesystem::path& folder, const std::filesystem::path& image);
-// Signs a bundle with a certificate that is made for it, of one of two signers, "Tessbrook" and "Mallory". The reason
-// why it cannot be signed here; empty when it is signed.
+// Signs a bundle with a certificate that is made for it, of the signer "Tessbrook" or "Mallory"; without a name so that
+// the signature is valid, whoever's it is. The reason why it cannot be signed here; empty when it is signed.
 [[nodiscard]] std::string sign(const std::filesystem::path& bundle, const std::string& signer);
 
 // ---- For the program that tries them ----

@@ -127,7 +127,13 @@ void tryOut(const Claim& claim) {
 }  // namespace claims
 
 int main(int argc, char** argv) {
-  if (argc == 2 && argv[1][0] == '/') return claims::tell(argv[1]);
+  if (const std::string_view word = argc == 2 ? argv[1] : ""; word.starts_with('/')) {
+    return claims::tell(argv[1]);
+  } else if (word.starts_with("exit:")) {
+    return std::atoi(argv[1] + word.find(':') + 1);
+  } else if (word.starts_with("signal:")) {
+    return raise(std::atoi(argv[1] + word.find(':') + 1));
+  }
   testing::InitGoogleTest(&argc, argv);
   std::optional<std::string> reportFile;
   std::optional<std::string> writtenFile;
