@@ -30,6 +30,8 @@ bool runUntil(const std::function<bool()>& done, double seconds = 10);
 // Asks the person at the desk to do something and waits until they say that it is done, while the main thread's loop
 // runs. `hands` are the scenario lines that do it on the simulated Mac.
 void ask(const std::string& instruction, const std::string& hands);
+// What the person has been told to do meanwhile is done now, on the simulated Mac.
+void goOn(const std::string& hands);
 // Asks what the person sees or hears, to be answered with yes. `record` is what has to be in a record of the simulated
 // Mac's trace since the last `ask`: each member, with this value.
 [[nodiscard]] bool confirm(const std::string& question, const nlohmann::json& record);

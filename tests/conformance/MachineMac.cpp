@@ -92,6 +92,8 @@ void ask(const std::string& instruction, const std::string&) {
   static_cast<void>(typed("\n>>> " + instruction + "\n    Then press Return here. "));
 }
 
+void goOn(const std::string&) {}
+
 bool confirm(const std::string& question, const nlohmann::json&) {
   const std::string answer = typed("\n>>> " + question + " (y/n) ");
   return !answer.empty() && (answer[0] == 'y' || answer[0] == 'Y');
@@ -191,6 +193,10 @@ void begin(bool) {
 void carryOut(const Claim& claim) {
   if (claim.kind == Claim::Kind::stops) {
     EXPECT_DEATH(claim.body(), "");
+    return;
+  }
+  if (claim.kind == Claim::Kind::ends) {
+    EXPECT_EXIT(claim.body(), testing::ExitedWithCode(0), "as claimed");
     return;
   }
   claim.body();

@@ -2,12 +2,16 @@
 // before it with a built-in screen and a monitor, speakers and a television's sound, and the person's hands are
 // scenario lines.
 #include <cxxabi.h>
+#include <sys/mman.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <sstream>
+#include <system_error>
 #include <utility>
 
 #include "simulator/desktop/Images.h"
@@ -82,6 +86,7 @@ void noteCalls(const Claim& claim) {
   }
   for (const char* const name : loaded) {
     auto& of = callers[name];
+    if (claim.kind == Claim::Kind::stops || claim.kind == Claim::Kind::ends) continue;  // there is no trace of it
     for (const json& record : records) {
       if (record["what"] == "call" && record["api"] == name) of.insert(claim.fullName());
     }
@@ -134,8 +139,21 @@ void runOnMachine(const Claim& claim, std::uint64_t seed) {
   noteCalls(claim);
 }
 
-// Whether `record` has all that `wanted` has.
+[[noreturn]] void endOnMachine(const Claim& claim) {
+  runOnMachine(claim, 1);
+  for (const json& record : records) {
+    if (record["what"] == "exit") std::_Exit(record["status"].get<int>());
+  }
+  std::_Exit(1);
+}
+
+// Whether `record` has all that `wanted` has: of an object its members, of a list its elements.
 bool contains(const json& record, const json& wanted) {
+  if (wanted.is_array()) {
+    return record.is_array() && std::ranges::all_of(wanted, [&](const json& each) {
+             return std::ranges::any_of(record, [&](const json& found) { return contains(found, each); });
+           });
+  }
   if (!wanted.is_object()) return record == wanted;
   for (const auto& [key, value] : wanted.items()) {
     if (!record.contains(key) || !contains(record[key], value)) return false;
@@ -176,6 +194,8 @@ void ask(const std::string& instruction, const std::string& lines) {
   runUntil([] { return hands.empty(); });
   letRun(1);
 }
+
+void goOn(const std::string& lines) { hands = lines; }
 
 bool confirm(const std::string& question, const json& record) {
   static_cast<void>(question);
@@ -230,12 +250,23 @@ std::string sign(const std::filesystem::path& bundle, const std::string& signer)
 
 Description description() { return {"the simulated Mac", "this computer"}; }
 
-void begin(bool) { GTEST_FLAG_SET(death_test_style, "fast"); }
+void begin(bool) {
+  GTEST_FLAG_SET(death_test_style, "fast");
+  // What is called in a process that is stopped counts too.
+  constexpr std::size_t size = 65536;
+  if (mmap(claimsCalled, size, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS | MAP_FIXED, -1, 0) == MAP_FAILED) {
+    throw std::system_error(errno, std::generic_category(), "mmap");
+  }
+}
 
 void carryOut(const Claim& claim) {
   if (claim.kind == Claim::Kind::stops) {
     EXPECT_EXIT(runOnMachine(claim, 1), testing::ExitedWithCode(1), "\"what\":\"fatal\"");
-    return;
+    return noteCalls(claim);
+  }
+  if (claim.kind == Claim::Kind::ends) {
+    EXPECT_EXIT(endOnMachine(claim), testing::ExitedWithCode(0), "as claimed");
+    return noteCalls(claim);
   }
   for (std::uint64_t seed = 1; seed <= seeds && !testing::Test::IsSkipped(); ++seed) {
     const testing::ScopedTrace trace(__FILE__, __LINE__, "seed " + std::to_string(seed));
