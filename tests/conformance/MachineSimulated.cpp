@@ -136,7 +136,6 @@ void runOnMachine(const Claim& claim, std::uint64_t seed) {
   for (const auto& [kind, count] : machine.process.leaks()) {
     ADD_FAILURE() << "the claim leaves behind: " << count << " of " << kind;
   }
-  noteCalls(claim);
 }
 
 [[noreturn]] void endOnMachine(const Claim& claim) {
@@ -271,6 +270,7 @@ void carryOut(const Claim& claim) {
   for (std::uint64_t seed = 1; seed <= seeds && !testing::Test::IsSkipped(); ++seed) {
     const testing::ScopedTrace trace(__FILE__, __LINE__, "seed " + std::to_string(seed));
     runOnMachine(claim, seed);
+    noteCalls(claim);
   }
 }
 
