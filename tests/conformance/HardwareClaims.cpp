@@ -309,6 +309,8 @@ CLAIM(Audio, AnAggregateDeviceHasATapAsInput,
   const auto description = aggregate(NS::UUID::make().UUIDString(), tap.device, tap.description.UUID().UUIDString());
   ASSERT_EQ(AudioHardwareCreateAggregateDevice(description.get(), &device), kAudioHardwareNoError);
   EXPECT_EQ(readText(device, kAudioObjectPropertyName), "Claims");
+  EXPECT_GE(sizeOf(device, at(kAudioDevicePropertyStreams, kAudioObjectPropertyScopeInput)).second,
+            sizeof(AudioObjectID));
   EXPECT_EQ(AudioHardwareDestroyAggregateDevice(device), kAudioHardwareNoError);
   EXPECT_NE(read<UInt32>(device, at(kAudioDevicePropertyDeviceIsAlive)).first, kAudioHardwareNoError);
 }
