@@ -106,7 +106,9 @@ std::string document(const std::vector<KeptReport>& reports,
           "there\n"
           "([contributing.md](contributing.md) says how). The last column has the real system on which it was last "
           "seen to hold,\n"
-          "from the reports in `tests/conformance/reports/`. *Assumed* is what nobody documents; *desk* marks what is "
+          "from the reports in `tests/conformance/reports/`. *Observed* is what is known of macOS though no document "
+          "says it, and\n"
+          "*assumed* what is not even that; neither is certain. *Desk* marks what is "
           "tried only\n"
           "where there are a monitor, sound and a person.\n\n"
        << all().size() << " claims.\n";
