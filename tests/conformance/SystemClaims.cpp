@@ -683,6 +683,27 @@ CLAIM(Signatures, OfOthersDoNotSatisfyIt,
   EXPECT_EQ(application.check(requirement.get()), errSecCSReqFailed);
 }
 
+CLAIM(Signatures, OfTheNextVersionSatisfyIt,
+      "Another version of a bundle that the same signer has signed satisfies the requirement of the one before.",
+      "SecCode.h, SecCodeCopyDesignatedRequirement; Apple's Code Signing Guide") {
+  const Application application;
+  if (const std::string reason = claims::sign(application.bundle, "Tessbrook"); !reason.empty()) NOT_TRIED(reason);
+  OSStatus status = errSecSuccess;
+  const auto requirement = application.requirement(status);
+  ASSERT_EQ(status, errSecSuccess);
+  std::string info = contentOf(application.contents / "Info.plist");
+  info.replace(info.find("1.0</string>"), 3, "2.0");
+  write(application.contents / "Info.plist", info);
+  write(application.contents / "MacOS/Some", "#!/bin/sh\nexit 2\n");
+  EXPECT_NE(application.check(requirement.get()), errSecSuccess);
+  if (const std::string reason = claims::sign(application.bundle, "Tessbrook"); !reason.empty()) NOT_TRIED(reason);
+  // Each temporary certificate is another, and a requirement may name the certificate itself.
+  if (application.check(requirement.get()) == errSecCSReqFailed) {
+    NOT_TRIED("the requirement names the temporary certificate, of which each signature has its own");
+  }
+  EXPECT_EQ(application.check(requirement.get()), errSecSuccess);
+}
+
 CLAIM(Signatures, StateNoRequirementWithoutThem, "A bundle that is not signed states no designated requirement.",
       "SecCode.h, SecCodeCopyDesignatedRequirement; assumed") {
   const Application application;

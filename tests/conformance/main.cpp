@@ -3,8 +3,8 @@
 //   dalvane-conformance [--desk] [--report FILE] [--write-claims FILE | --check-claims FILE] [GoogleTest's arguments]
 //
 // With --desk also those that need a monitor, sound and a person. --report writes what came of it. --write-claims, on
-// the simulated Mac, writes the document that has all claims; --check-claims fails when it would be another, or when
-// the simulated Mac offers a function that no claim calls.
+// the simulated Mac, writes the document that has all claims; --check-claims fails when it would be another, when the
+// simulated Mac offers a function that no claim calls, and when a claim was not tried.
 #include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -80,9 +80,14 @@ bool write(const std::string& path, const std::string& text) {
   return static_cast<bool>(file);
 }
 
-// Whether each function that is offered has a claim, and the document is as it should be.
-bool check(const std::string& path, const std::string& document) {
+// Whether every claim was tried, each function that is offered has a claim, and the document is as it should be.
+bool check(const std::string& path, const std::string& document, const Results& results) {
   bool isComplete = true;
+  for (const auto& [name, result] : results) {
+    if (result.kind != Result::Kind::notTried) continue;
+    std::cerr << "FAILED: " << name << " was not tried: " << result.text << '\n';
+    isComplete = false;
+  }
   for (const auto& [function, callers] : functions()) {
     if (!callers.empty()) continue;
     std::cerr << "FAILED: no claim calls " << function << ", which the simulated Mac offers\n";
@@ -166,7 +171,7 @@ int main(int argc, char** argv) {
       std::cerr << "The document is written on the simulated Mac, which knows what it offers.\n";
       return 2;
     }
-    isFine &= writtenFile ? claims::write(*writtenFile, document) : claims::check(*checkedFile, document);
+    isFine &= writtenFile ? claims::write(*writtenFile, document) : claims::check(*checkedFile, document, results);
   }
   return isFine ? 0 : 1;
 }
