@@ -32,7 +32,7 @@ if(NOT known MATCHES " _objc_msgSend ")
 endif()
 
 set(libcxx "^(__Z(T[ISTV]|G[RV])?N?K?(St|10__cxxabiv1|n[aw]|d[al])|___cxa_|___gxx_personality_v0$|__Unwind_)")
-set(libsystem "^(_+[a-z]|__Block_|__NSConcrete(Stack|Malloc|Global)Block$|__NSGet)")
+set(libsystem "^(_+[a-z]|__Block_|__DefaultRuneLocale$|__NSConcrete(Stack|Malloc|Global)Block$|__NSGet)")
 set(framework "^_(k[A-Z]|objc_)")
 set(failures "")
 foreach(symbol ${left})

@@ -102,3 +102,23 @@ else()
   # The signature covers these too: when one has changed, the program is linked, and the bundle signed, again.
   set_property(TARGET Dalvane PROPERTY LINK_DEPENDS ${CMAKE_BINARY_DIR}/Info.plist ${resources} ${entitlements})
 endif()
+
+# The claims about the platform, where GoogleTest is to build them with: its sources, as Debian's package googletest
+# has them, or what Homebrew installs.
+if(CMAKE_CROSSCOMPILING)
+  find_path(GOOGLETEST_SOURCES googletest/src/gtest-all.cc PATHS /usr/src/googletest NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH)
+  if(GOOGLETEST_SOURCES)
+    add_library(googletest STATIC EXCLUDE_FROM_ALL ${GOOGLETEST_SOURCES}/googletest/src/gtest-all.cc)
+    target_include_directories(googletest SYSTEM PUBLIC ${GOOGLETEST_SOURCES}/googletest/include)
+    target_include_directories(googletest SYSTEM PRIVATE ${GOOGLETEST_SOURCES}/googletest)
+  endif()
+else()
+  find_package(GTest)
+  if(GTest_FOUND)
+    add_library(googletest INTERFACE)
+    target_link_libraries(googletest INTERFACE GTest::gtest)
+  endif()
+endif()
+if(TARGET googletest)
+  add_subdirectory(tests/conformance)
+endif()

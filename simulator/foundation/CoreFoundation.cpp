@@ -274,19 +274,34 @@ CFIndex CFStringGetLength(CFStringRef theString) {
   return simulator::length16(simulator::textOf(theString, "CFStringGetLength"));
 }
 
-CFIndex CFStringGetBytes(CFStringRef theString, CFRange range, CFStringEncoding encoding, UInt8, Boolean, UInt8* buffer,
-                         CFIndex maxBufLen, CFIndex* usedBufLen) {
+CFIndex CFStringGetBytes(CFStringRef theString, CFRange range, CFStringEncoding encoding, UInt8 lossByte, Boolean,
+                         UInt8* buffer, CFIndex maxBufLen, CFIndex* usedBufLen) {
   const std::string& text = simulator::textOf(theString, "CFStringGetBytes");
   if (encoding != kCFStringEncodingUTF8 || range.location != 0) {
     simulator::fatal("CFStringGetBytes: only beginnings of strings in UTF-8 are simulated");
   }
   std::size_t end = 0;
   CFIndex units = 0;
-  while (end < text.size() && units < range.length) units += simulator::codePointAt(text, end).units;
-  if (units != range.length) simulator::fatal("CFStringGetBytes: the range is not within the string's characters");
-  const auto size = static_cast<CFIndex>(end);
+  std::string half;  // stands for the first unit of a character whose second is out of the range
+  while (end < text.size() && units < range.length) {
+    std::size_t next = end;
+    const CFIndex more = simulator::codePointAt(text, next).units;
+    if (units + more > range.length) {
+      if (lossByte == 0) break;
+      half = static_cast<char>(lossByte);
+      units = range.length;
+    } else {
+      units += more;
+      end = next;
+    }
+  }
+  if (units < range.length && end == text.size()) {
+    simulator::fatal("CFStringGetBytes: the range is not within the string's characters");
+  }
+  const std::string bytes = text.substr(0, end) + half;
+  const auto size = static_cast<CFIndex>(bytes.size());
   if (buffer && maxBufLen < size) simulator::fatal("CFStringGetBytes: only whole ranges are simulated");
-  if (buffer) std::memcpy(buffer, text.data(), end);
+  if (buffer) std::memcpy(buffer, bytes.data(), bytes.size());
   if (usedBufLen) *usedBufLen = size;
   return units;
 }
@@ -396,7 +411,12 @@ CFDictionaryRef CFDictionaryCreate(CFAllocatorRef, const void** keys, const void
     simulator::fatal("CFDictionaryCreate: only dictionaries of objects are simulated");
   }
   auto* const dictionary = new __CFDictionary;
-  for (CFIndex i = 0; i < numValues; ++i) dictionary->values.emplace_back(CFRetain(keys[i]), CFRetain(values[i]));
+  for (CFIndex i = 0; i < numValues; ++i) {
+    // Of equal keys the first stays, as in Core Foundation's public sources.
+    const auto isKey = [key = keys[i]](const auto& each) { return CFEqual(each.first, key); };
+    if (std::ranges::any_of(dictionary->values, isKey)) continue;
+    dictionary->values.emplace_back(CFRetain(keys[i]), CFRetain(values[i]));
+  }
   return dictionary;
 }
 

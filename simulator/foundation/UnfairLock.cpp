@@ -30,12 +30,15 @@ void os_unfair_lock_lock(os_unfair_lock_t lock) {
   Scheduler* const scheduler = schedulerIfAny();
   if (scheduler) scheduler->preempt();
   std::uint32_t owner = 0;
+  constexpr int patience = 100;
+  int tries = 0;
   while (!word(lock).compare_exchange_strong(owner, self(), std::memory_order_acquire)) {
     if (owner == self()) simulator::fatal("os_unfair_lock_lock: the thread holds this lock already");
     if (scheduler && scheduler->clock() == Clock::deterministic) {
       if (scheduler->ending()) return;  // its holder may never come back
-      // Its holder is ready, unless it sleeps with the lock held: then time has to pass.
-      if (!scheduler->yield()) scheduler->sleep(std::chrono::microseconds(10));
+      // Its holder is ready, unless it sleeps with the lock held: then time has to pass. Others that wait for the lock
+      // are ready too, but to let one another go first for ever would stop time.
+      if (++tries > patience || !scheduler->yield()) scheduler->sleep(std::chrono::microseconds(10));
     } else {
       word(lock).wait(owner, std::memory_order_relaxed);
     }

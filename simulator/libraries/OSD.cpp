@@ -15,13 +15,13 @@ void showImage(id self, SEL, std::int64_t image, std::uint32_t display, std::uin
 }
 
 const objc_class::Method classMethods[] = {
-    {"sharedManager", reinterpret_cast<IMP>(sharedManager)},
-    {nullptr, nullptr},
+    {"sharedManager", reinterpret_cast<IMP>(sharedManager), "@16@0:8"},
+    {nullptr, nullptr, nullptr},
 };
 const objc_class::Method instanceMethods[] = {
     {"showImage:onDisplayID:priority:msecUntilFade:filledChiclets:totalChiclets:locked:",
-     reinterpret_cast<IMP>(showImage)},
-    {nullptr, nullptr},
+     reinterpret_cast<IMP>(showImage), "v48@0:8q16I24I28I32I36I40B44"},
+    {nullptr, nullptr, nullptr},
 };
 
 objc_class metaclass = {"OSDManager", classMethods, nullptr};

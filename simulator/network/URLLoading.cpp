@@ -148,7 +148,9 @@ Loaded URLLoading::load(const std::string& url, double timeout, const Receive& r
   if (const auto path = filePath(url)) {
     std::string content;
     try {
-      content = readFile(root_.below(*path));
+      // What the program has made has its path on the host.
+      const bool isWhole = path->starts_with(root_.path().string() + "/");
+      content = readFile(isWhole ? std::filesystem::path(*path) : root_.below(*path));
     } catch (const std::system_error&) {
       return failed(URLError::fileDoesNotExist);
     }

@@ -130,7 +130,7 @@ pid_t ChildProcesses::start(const std::string& executable, const std::vector<std
                             std::vector<std::string> environment, const SpawnSettings& settings, int& error) {
   programIdentifier();  // the program is older than its children
   const fs::path host = root_.below(executable);
-  if (!fs::is_regular_file(host)) error = ENOENT;
+  if (!fs::is_regular_file(host)) error = fs::exists(host) ? EACCES : ENOENT;
 
   std::vector<std::string> words{executable};
   words.insert(words.end(), arguments.begin(), arguments.end());

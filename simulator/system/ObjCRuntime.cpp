@@ -21,14 +21,14 @@ namespace {
 
 // Null when the class has no such method, or it was taken away: by its selector, or by its symbol, as in
 // "+[OSDManager sharedManager]".
-IMP methodOf(const objc_class& type, SEL name) {
+const objc_method* methodOf(const objc_class& type, SEL name) {
   const std::string selector = reinterpret_cast<const char*>(name);
   const bool isMetaclass = type.isa == nullptr;
   const std::string symbol = std::string(isMetaclass ? "+[" : "-[") + type.name + " " + selector + "]";
   const auto& root = simulator::Call::unguarded().part<simulator::SystemRoot>();
   if (root.isMissing(selector) || root.isMissing(symbol)) return nullptr;
   for (const objc_class::Method* method = type.methods; method->selector; ++method) {
-    if (selector == method->selector) return method->implementation;
+    if (selector == method->selector) return method;
   }
   return nullptr;
 }
@@ -72,8 +72,12 @@ BOOL class_respondsToSelector(Class cls, SEL sel) { return cls && methodOf(*cls,
 
 IMP class_getMethodImplementation(Class cls, SEL name) {
   if (!cls) return nullptr;
-  const IMP method = methodOf(*cls, name);
-  return method ? method : reinterpret_cast<IMP>(forward);
+  const objc_method* const method = methodOf(*cls, name);
+  return method ? method->implementation : reinterpret_cast<IMP>(forward);
 }
+
+Method class_getInstanceMethod(Class cls, SEL name) { return cls ? const_cast<Method>(methodOf(*cls, name)) : nullptr; }
+
+const char* method_getTypeEncoding(Method m) { return m ? m->types : nullptr; }
 
 }  // extern "C"

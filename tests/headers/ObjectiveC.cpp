@@ -13,3 +13,6 @@ FUNCTION(objc_lookUpClass, Class(const char*));
 FUNCTION(object_getClass, Class(id));
 FUNCTION(class_respondsToSelector, BOOL(Class, SEL));
 FUNCTION(class_getMethodImplementation, IMP(Class, SEL));
+TYPE(Method, struct objc_method*);
+FUNCTION(class_getInstanceMethod, Method(Class, SEL));
+FUNCTION(method_getTypeEncoding, const char*(Method));
