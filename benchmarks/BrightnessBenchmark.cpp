@@ -57,8 +57,8 @@ void registryWalk(benchmark::State& state) {
   Desk desk(4);
   std::vector<std::shared_ptr<const RegistryEntry>> entries;
   const auto add = [&entries](const std::string& name, nlohmann::json properties) {
-    entries.push_back(std::make_shared<RegistryEntry>(
-        RegistryEntry{.name = name, .properties = std::move(properties), .children = {}, .display = {}}));
+    entries.push_back(std::make_shared<RegistryEntry>(RegistryEntry{
+        .name = name, .properties = std::move(properties), .children = {}, .display = {}, .reaches = {}}));
   };
   for (std::int64_t i = 0; i < state.range(0); ++i) {
     const std::int64_t place = i % (state.range(0) / 4);
