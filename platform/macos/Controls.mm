@@ -58,6 +58,7 @@ void Slider::setContinuous(bool isContinuous) const {
   }
 }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): it is moved, through a property
 void Slider::setTargetAction(std::function<void()> action) const {
   @autoreleasepool {
     DalvaneTarget* const target = [[DalvaneTarget alloc] init];

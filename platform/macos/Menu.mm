@@ -79,6 +79,7 @@ void MenuItem::setState(ControlStateValue state) const {
   }
 }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): it is moved, through a property
 void MenuItem::setTargetAction(std::function<void()> action) const {
   @autoreleasepool {
     DalvaneTarget* const target = [[DalvaneTarget alloc] init];

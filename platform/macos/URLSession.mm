@@ -67,6 +67,8 @@ URLSession URLSession::sharedSession() {
   }
 }
 
+// By value: a block would take a reference along, not what it refers to.
+// NOLINTBEGIN(performance-unnecessary-value-param)
 URLSessionTask URLSession::dataTaskWithRequest(
     const URLRequest& request,
     std::function<void(const Data&, const URLResponse&, const Error&)> completionHandler) const {
@@ -89,5 +91,6 @@ URLSessionTask URLSession::downloadTaskWithURL(
           }]);
   }
 }
+// NOLINTEND(performance-unnecessary-value-param)
 
 }  // namespace NS
