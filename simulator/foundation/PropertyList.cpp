@@ -45,7 +45,9 @@ bool isTooDeep(std::string_view text) {
 
 Node parse(std::string_view text) {
   plist_t node = nullptr;
-  if (text.size() <= std::numeric_limits<std::uint32_t>::max() && !isTooDeep(text)) {
+  // XML has no null character, and libplist none in its texts.
+  const bool isText = text.find('\0') == std::string_view::npos;
+  if (isText && text.size() <= std::numeric_limits<std::uint32_t>::max() && !isTooDeep(text)) {
     plist_from_xml(text.data(), static_cast<std::uint32_t>(text.size()), &node);
   }
   if (!node) throw std::runtime_error("property list: the text is none");

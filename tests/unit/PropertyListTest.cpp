@@ -53,6 +53,13 @@ TEST(PropertyList, RefusesWhatIsNone) {
   }
 }
 
+TEST(PropertyList, RefusesTheNullCharacter) {
+  using namespace std::string_view_literals;
+  EXPECT_THROW((void)readPropertyList("<plist><string>a\0b</string></plist>"sv), std::runtime_error);
+  EXPECT_THROW((void)readPropertyList("<plist><string><![CDATA[a\0b]]></string></plist>"sv), std::runtime_error);
+  EXPECT_THROW((void)readPropertyList("<plist><string>a&#0;b</string></plist>"sv), std::runtime_error);
+}
+
 TEST(PropertyList, RefusesWhatIsNestedWithoutEnd) {
   const auto nested = [](const std::string& open, const std::string& close, int depth) {
     std::string text;
