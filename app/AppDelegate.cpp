@@ -292,7 +292,7 @@ void AppDelegate::confirmInstall(const Release& release) {
   alert.addButtonWithTitle("Install and Relaunch");
   alert.addButtonWithTitle("Later");
   // What the user has seen is installed, whatever the updater finds or looks for while the alert is open.
-  presentAlert(weak_from_this(), alert, [this, release](long button) {
+  presentAlert(weak_from_this(), alert, [this, release = release](long button) {
     if (button != NS::AlertFirstButtonReturn) return;
     pendingReport_ = PendingReport::install;
     updater_->install(release);

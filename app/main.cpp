@@ -5,7 +5,8 @@
 #include "base/Assertions.h"
 #include "platform/Application.h"
 
-int main() {
+// What nobody catches ends the program, and the system reports it.
+int main() {  // NOLINT(bugprone-exception-escape)
   assertMainThread();
   const auto application = NS::Application::sharedApplication();
   const auto delegate = std::make_shared<AppDelegate>();

@@ -229,8 +229,8 @@ std::vector<BrightnessController::DisplaySlider> BrightnessController::sliders()
     const auto displayID = displayIDOf(screen);
     if (!displayID) continue;
     const auto known = displays_.find(*displayID);
-    if (known == displays_.end() || !known->second->steps) continue;
-    sliders.push_back({*displayID, {screen.localizedName(), *known->second->steps, totalSteps}});
+    const auto steps = known == displays_.end() ? std::nullopt : known->second->steps;
+    if (steps) sliders.push_back({*displayID, {screen.localizedName(), *steps, totalSteps}});
   }
   return sliders;
 }

@@ -94,6 +94,17 @@ if(CMAKE_CROSSCOMPILING)
             "Dalvane.app is not signed: there is no tool for that here. A Mac opens it once it has been signed there.")
   set_property(TARGET Dalvane PROPERTY LINK_DEPENDS
     ${CMAKE_BINARY_DIR}/Info.plist ${resources} ${CMAKE_SOURCE_DIR}/cmake/CheckSymbols.cmake ${ramps} ${bundle_check})
+
+  # What clang can tell about the program and the face without running them, and that it can.
+  include(cmake/Analysis.cmake)
+  add_library(analysis_samples OBJECT EXCLUDE_FROM_ALL tests/analysis/Leak.cpp tests/analysis/Leak.mm)
+  target_link_libraries(analysis_samples PRIVATE mac_settings)
+  add_analysis(analysis ${DALVANE_PROGRAM} ${DALVANE_PLATFORM_MACOS})
+  add_custom_target(analysis_finds VERBATIM
+    COMMAND ${CMAKE_COMMAND} -DCLANG_TIDY=${DALVANE_CLANG_TIDY} -DBUILD=${CMAKE_BINARY_DIR}
+            "-DSAMPLES=${CMAKE_SOURCE_DIR}/tests/analysis/Leak.cpp;${CMAKE_SOURCE_DIR}/tests/analysis/Leak.mm"
+            -P ${CMAKE_SOURCE_DIR}/tests/analysis/CheckFinds.cmake)
+  add_dependencies(analysis analysis_finds)
 else()
   set(DALVANE_SIGNING_IDENTITY "-" CACHE STRING "The certificate that signs Dalvane.app; - signs ad hoc")
   add_custom_command(TARGET Dalvane POST_BUILD VERBATIM

@@ -75,6 +75,10 @@ target_link_libraries(dalvane PUBLIC simulated_settings source_tree)
 target_compile_definitions(dalvane PRIVATE DALVANE_FEED_HOST="${DALVANE_FEED_HOST}")
 set_source_files_properties(app/main.cpp PROPERTIES COMPILE_DEFINITIONS main=dalvane_main)
 
+# What clang can tell about it without running it, with these headers (docs/contributing.md).
+include(cmake/Analysis.cmake)
+add_analysis(analysis ${DALVANE_PROGRAM})
+
 add_library(desk OBJECT desk/Desk.cpp desk/Explore.cpp desk/Narrator.cpp desk/Pictures.cpp desk/Seat.cpp desk/Tour.cpp)
 target_compile_definitions(desk PRIVATE DALVANE_VERSION="${DALVANE_VERSION}" DALVANE_FEED_HOST="${DALVANE_FEED_HOST}")
 target_link_libraries(desk PUBLIC simulated_settings source_tree)
@@ -87,7 +91,7 @@ add_custom_command(OUTPUT ${CMAKE_BINARY_DIR}/Page.cpp
   COMMAND ${CMAKE_COMMAND} -DFOLDER=${CMAKE_SOURCE_DIR}/desk/page -DOUTPUT=${CMAKE_BINARY_DIR}/Page.cpp
           -P ${CMAKE_SOURCE_DIR}/cmake/EmbedPage.cmake
   DEPENDS ${DESK_PAGE} ${CMAKE_SOURCE_DIR}/cmake/EmbedPage.cmake VERBATIM)
-add_library(desk_server OBJECT desk/Broadcast.cpp desk/MachineHost.cpp desk/Serve.cpp ${CMAKE_BINARY_DIR}/Page.cpp)
+add_library(desk_server OBJECT desk/Broadcast.cpp desk/MachineHost.cpp desk/Requests.cpp desk/Serve.cpp ${CMAKE_BINARY_DIR}/Page.cpp)
 target_link_libraries(desk_server PUBLIC dalvane_settings source_tree nlohmann_json::nlohmann_json ${HTTPLIB} Threads::Threads)
 # As Debian builds the library: what its header declares depends on it.
 target_compile_definitions(desk_server PRIVATE
@@ -115,7 +119,12 @@ if(DALVANE_BENCHMARKS)
   add_subdirectory(benchmarks)
 endif()
 
+# What tools/fuzz runs; needs the flags of the preset of that name.
+option(DALVANE_FUZZING "Build the fuzz targets with libFuzzer" OFF)
 include(CTest)
+if(DALVANE_FUZZING OR BUILD_TESTING)
+  add_subdirectory(fuzz)
+endif()
 if(BUILD_TESTING)
   add_subdirectory(tests)
 endif()

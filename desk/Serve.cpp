@@ -4,18 +4,18 @@
 #include <signal.h>
 
 #include <algorithm>
-#include <array>
 #include <atomic>
+#include <iterator>
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <thread>
+#include <vector>
 
 #include "desk/MachineHost.h"
 #include "desk/Page.h"
+#include "desk/Requests.h"
 
 using httplib::Request;
 using httplib::Response;
-using nlohmann::json;
 
 namespace {
 
@@ -86,15 +86,14 @@ class Desk {
   }
 
  private:
-  // A page of somebody else, also one whose name has been made to point here, is not to reach the machine.
   [[nodiscard]] bool isOurs(const Request& request) const {
-    const std::string port = ":" + std::to_string(port_);
-    const std::array<std::string, 2> names = {"127.0.0.1" + port, "localhost" + port};
-    if (request.get_header_value_count("Host") != 1) return false;
-    const std::string host = request.get_header_value("Host");
-    if (std::ranges::find(names, host) == names.end()) return false;
-    if (!request.has_header("Origin")) return true;
-    return request.get_header_value_count("Origin") == 1 && request.get_header_value("Origin") == "http://" + host;
+    const auto all = [&request](const std::string& name) {
+      const auto [begin, end] = request.headers.equal_range(name);
+      std::vector<std::string> values;
+      std::ranges::transform(begin, end, std::back_inserter(values), [](const auto& header) { return header.second; });
+      return values;
+    };
+    return isForThisDesk(all("Host"), all("Origin"), port_);
   }
 
   void addPage() {
@@ -116,10 +115,7 @@ class Desk {
 
   void addMachine() {
     server_.Post("/do", [this](const Request& request, Response& response) {
-      std::string line = request.body;
-      std::ranges::replace(line, '\n', ' ');
-      std::ranges::replace(line, '\r', ' ');
-      give(response, host_.perform(line), "text/plain; charset=utf-8");
+      give(response, host_.perform(lineOf(request.body)), "text/plain; charset=utf-8");
     });
     server_.Get("/state",
                 [this](const Request&, Response& response) { give(response, host_.state(), "application/json"); });
@@ -135,15 +131,12 @@ class Desk {
   }
 
   void begin(const Request& request, Response& response) {
-    const json wanted = json::parse(request.body, nullptr, false);
-    const auto furnished = wanted.is_object() ? wanted.find("furnished") : wanted.end();
-    const auto seed = wanted.is_object() ? wanted.find("seed") : wanted.end();
-    if (!wanted.is_object() || wanted.size() != 2 || furnished == wanted.end() || !furnished->is_boolean() ||
-        seed == wanted.end() || !seed->is_string() || !isSeed_(seed->get<std::string>())) {
+    const auto wanted = beginningOf(request.body);
+    if (!wanted || !isSeed_(wanted->seed)) {
       return refuse(response, 400,
                     R"(needs "furnished" (true or false) and "seed" (as of `dalvane-desk play`, a text))");
     }
-    if (!host_.begin(furnished->get<bool>(), seed->get<std::string>())) {
+    if (!host_.begin(wanted->isFurnished, wanted->seed)) {
       return refuse(response, 500, "no machine can be started");
     }
     response.set_content("", "text/plain");

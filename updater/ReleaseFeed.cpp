@@ -37,8 +37,9 @@ std::int64_t integer(std::string_view text) {
   }
   // What is no number, or does not fit, leaves the value as it is.
   std::int64_t value = 0;
-  const char* const end = text.data() + text.size();
-  return std::from_chars(text.data(), end, value).ptr == end ? value : 0;
+  const char* const begin = text.data();
+  const char* const end = begin + text.size();
+  return std::from_chars(begin, end, value).ptr == end ? value : 0;
 }
 
 }  // namespace

@@ -121,6 +121,8 @@ void Updater::checked(Task task, const Outcome<Release>& latest) {
   }
 }
 
+// By value: it may be the one in the state, which changes here.
+// NOLINTNEXTLINE(performance-unnecessary-value-param)
 void Updater::install(Release release) {
   assertMainThread();
   if (std::holds_alternative<Idle>(state_) || std::holds_alternative<Installing>(state_)) return;

@@ -278,7 +278,7 @@ void VolumeController::startRouter(float gain, const Output& output) {
 AudioRouter::Events VolumeController::routersEvents(const std::string& name) {
   const auto failed = whileRunning(&VolumeController::stopRouter);
   return {.startFailed =
-              [failed, name](const AppError& error) {
+              [failed, name = name](const AppError& error) {
                 logFailedStart(name, error);
                 failed();
               },

@@ -1,27 +1,23 @@
 #include "platform/Application.h"
 
 #import <AppKit/AppKit.h>
-#import <objc/runtime.h>
+
+#include "platform/macos/Conversions.h"
+#include "platform/macos/Target.h"
 
 // Hands what AppKit tells on to the program's delegate.
 @interface DalvaneApplicationDelegate : NSObject <NSApplicationDelegate>
+@property(nonatomic) NS::ApplicationDelegate* receiver;
 @end
 
-@implementation DalvaneApplicationDelegate {
-  NS::ApplicationDelegate* _delegate;
-}
-
-- (instancetype)initWithDelegate:(NS::ApplicationDelegate*)delegate {
-  if ((self = [super init])) _delegate = delegate;
-  return self;
-}
+@implementation DalvaneApplicationDelegate
 
 - (void)applicationDidFinishLaunching:(NSNotification*)notification {
-  _delegate->applicationDidFinishLaunching();
+  self.receiver->applicationDidFinishLaunching();
 }
 
 - (void)applicationWillTerminate:(NSNotification*)notification {
-  _delegate->applicationWillTerminate();
+  self.receiver->applicationWillTerminate();
 }
 
 @end
@@ -38,12 +34,9 @@ Application Application::sharedApplication() {
 
 void Application::setDelegate(ApplicationDelegate* delegate) const {
   @autoreleasepool {
-    static const char key = 0;
-    // AppKit refers to its delegate weakly, so the application is made to keep the one that forwards.
-    DalvaneApplicationDelegate* const forwarder =
-        delegate ? [[DalvaneApplicationDelegate alloc] initWithDelegate:delegate] : nil;
-    object(*this).delegate = forwarder;
-    objc_setAssociatedObject(object(*this), &key, forwarder, OBJC_ASSOCIATION_RETAIN_NONATOMIC);
+    DalvaneApplicationDelegate* const receiver = forwarder<DalvaneApplicationDelegate>(delegate);
+    object(*this).delegate = receiver;
+    keep(object(*this), receiver);
   }
 }
 

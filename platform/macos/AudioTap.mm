@@ -4,6 +4,7 @@
 #import <CoreAudio/CATapDescription.h>
 #import <Foundation/Foundation.h>
 
+#include "platform/macos/Conversions.h"
 #include "platform/macos/Text.h"
 
 namespace CA {
@@ -16,16 +17,10 @@ static CATapDescription* object(const TapDescription& description) {
   return (__bridge CATapDescription*)description.get();
 }
 
-static NSArray<NSNumber*>* numbers(const std::vector<AudioObjectID>& processes) {
-  NSMutableArray<NSNumber*>* result = [NSMutableArray array];
-  for (const AudioObjectID process : processes) [result addObject:@(process)];
-  return result;
-}
-
 TapDescription TapDescription::initExcludingProcesses(const std::vector<AudioObjectID>& processes,
                                                       const std::string& deviceUID, long stream) {
   @autoreleasepool {
-    CATapDescription* const description = [[CATapDescription alloc] initExcludingProcesses:numbers(processes)
+    CATapDescription* const description = [[CATapDescription alloc] initExcludingProcesses:NS::numbers(processes)
                                                                               andDeviceUID:NS::string(deviceUID)
                                                                                 withStream:stream];
     return TapDescription(CF::adopt((__bridge_retained CFTypeRef)description));

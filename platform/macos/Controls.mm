@@ -58,9 +58,11 @@ void Slider::setContinuous(bool isContinuous) const {
   }
 }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): it is moved, through a property
 void Slider::setTargetAction(std::function<void()> action) const {
   @autoreleasepool {
-    DalvaneTarget* const target = [[DalvaneTarget alloc] initWithAction:std::move(action)];
+    DalvaneTarget* const target = [[DalvaneTarget alloc] init];
+    target.action = std::move(action);
     object(*this).target = target;
     object(*this).action = @selector(perform:);
     keep(object(*this), target);

@@ -2,32 +2,27 @@
 
 #import <AppKit/AppKit.h>
 
+#include "platform/macos/Conversions.h"
 #include "platform/macos/Target.h"
 #include "platform/macos/Text.h"
 
 // Hands what AppKit tells on to the program's delegate.
 @interface DalvaneMenuDelegate : NSObject <NSMenuDelegate>
+@property(nonatomic) NS::MenuDelegate* receiver;
 @end
 
-@implementation DalvaneMenuDelegate {
-  NS::MenuDelegate* _delegate;
-}
-
-- (instancetype)initWithDelegate:(NS::MenuDelegate*)delegate {
-  if ((self = [super init])) _delegate = delegate;
-  return self;
-}
+@implementation DalvaneMenuDelegate
 
 - (void)menuNeedsUpdate:(NSMenu*)menu {
-  _delegate->menuNeedsUpdate(NS::Menu(CF::retain((__bridge CFTypeRef)menu)));
+  self.receiver->menuNeedsUpdate(NS::Menu(CF::retain((__bridge CFTypeRef)menu)));
 }
 
 - (void)menuWillOpen:(NSMenu*)menu {
-  _delegate->menuWillOpen(NS::Menu(CF::retain((__bridge CFTypeRef)menu)));
+  self.receiver->menuWillOpen(NS::Menu(CF::retain((__bridge CFTypeRef)menu)));
 }
 
 - (void)menuDidClose:(NSMenu*)menu {
-  _delegate->menuDidClose(NS::Menu(CF::retain((__bridge CFTypeRef)menu)));
+  self.receiver->menuDidClose(NS::Menu(CF::retain((__bridge CFTypeRef)menu)));
 }
 
 @end
@@ -84,9 +79,11 @@ void MenuItem::setState(ControlStateValue state) const {
   }
 }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): it is moved, through a property
 void MenuItem::setTargetAction(std::function<void()> action) const {
   @autoreleasepool {
-    DalvaneTarget* const target = [[DalvaneTarget alloc] initWithAction:std::move(action)];
+    DalvaneTarget* const target = [[DalvaneTarget alloc] init];
+    target.action = std::move(action);
     object(*this).target = target;
     object(*this).action = @selector(perform:);
     keep(object(*this), target);
@@ -109,9 +106,9 @@ Menu Menu::make() {
 
 void Menu::setDelegate(MenuDelegate* delegate) const {
   @autoreleasepool {
-    DalvaneMenuDelegate* const forwarder = delegate ? [[DalvaneMenuDelegate alloc] initWithDelegate:delegate] : nil;
-    object(*this).delegate = forwarder;
-    keep(object(*this), forwarder);
+    DalvaneMenuDelegate* const receiver = forwarder<DalvaneMenuDelegate>(delegate);
+    object(*this).delegate = receiver;
+    keep(object(*this), receiver);
   }
 }
 

@@ -2,6 +2,7 @@
 
 #import <AppKit/AppKit.h>
 
+#include "platform/macos/Conversions.h"
 #include "platform/macos/Text.h"
 
 namespace NS {
@@ -10,9 +11,7 @@ static NSScreen* object(const Screen& screen) { return (__bridge NSScreen*)scree
 
 std::vector<Screen> Screen::screens() {
   @autoreleasepool {
-    std::vector<Screen> screens;
-    for (NSScreen* screen in NSScreen.screens) screens.emplace_back(CF::retain((__bridge CFTypeRef)screen));
-    return screens;
+    return handles<Screen>(NSScreen.screens);
   }
 }
 

@@ -6,7 +6,8 @@
 #include <functional>
 
 @interface DalvaneTarget : NSObject
-- (instancetype)initWithAction:(std::function<void()>)action;
+// Read as a copy, since the action may give its sender another one.
+@property(nonatomic) std::function<void()> action;
 - (void)perform:(id)sender;
 @end
 

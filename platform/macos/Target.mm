@@ -2,19 +2,10 @@
 
 #import <objc/runtime.h>
 
-@implementation DalvaneTarget {
-  std::function<void()> _action;
-}
-
-- (instancetype)initWithAction:(std::function<void()>)action {
-  if ((self = [super init])) _action = std::move(action);
-  return self;
-}
+@implementation DalvaneTarget
 
 - (void)perform:(id)sender {
-  // A copy, since the action may give its sender another one.
-  const auto action = _action;
-  action();
+  self.action();
 }
 
 @end

@@ -2,6 +2,9 @@
 
 #import <Foundation/Foundation.h>
 
+#include "platform/macos/Conversions.h"
+#include "platform/macos/Text.h"
+
 namespace NS {
 
 static_assert(static_cast<unsigned long>(URLRequestCachePolicy::UseProtocolCachePolicy) ==
@@ -24,13 +27,16 @@ URLRequest URLRequest::requestWithURL(const URL& url, URLRequestCachePolicy cach
   }
 }
 
-NS::URL URLResponse::URL() const { return share<NS::URL>(((__bridge NSURLResponse*)get()).URL); }
+NS::URL URLResponse::URL() const {
+  @autoreleasepool {
+    return share<NS::URL>(((__bridge NSURLResponse*)get()).URL);
+  }
+}
 
 HTTPURLResponse HTTPURLResponse::cast(const URLResponse& response) {
   @autoreleasepool {
-    const id object = (__bridge id)response.get();
-    return HTTPURLResponse(
-        CF::retain([object isKindOfClass:[NSHTTPURLResponse class]] ? (__bridge CFTypeRef)object : nullptr));
+    const id object = instanceOf(NSHTTPURLResponse.class, (__bridge id)response.get());
+    return HTTPURLResponse(CF::retain((__bridge CFTypeRef)object));
   }
 }
 
@@ -61,6 +67,8 @@ URLSession URLSession::sharedSession() {
   }
 }
 
+// By value: a block would take a reference along, not what it refers to.
+// NOLINTBEGIN(performance-unnecessary-value-param)
 URLSessionTask URLSession::dataTaskWithRequest(
     const URLRequest& request,
     std::function<void(const Data&, const URLResponse&, const Error&)> completionHandler) const {
@@ -79,10 +87,10 @@ URLSessionTask URLSession::downloadTaskWithURL(
     return share<URLSessionTask>([(__bridge NSURLSession*)get()
         downloadTaskWithURL:(__bridge NSURL*)url.get()
           completionHandler:^(NSURL* location, NSURLResponse* response, NSError* error) {
-            completionHandler(location ? location.fileSystemRepresentation : "", share<URLResponse>(response),
-                              share<Error>(error));
+            completionHandler(text(location.path), share<URLResponse>(response), share<Error>(error));
           }]);
   }
 }
+// NOLINTEND(performance-unnecessary-value-param)
 
 }  // namespace NS

@@ -2,6 +2,7 @@
 
 #import <AppKit/AppKit.h>
 
+#include "platform/macos/Conversions.h"
 #include "platform/macos/Text.h"
 
 namespace NS {
@@ -17,13 +18,6 @@ static_assert(ViewWidthSizable == NSViewWidthSizable);
 static NSView* object(const View& view) { return (__bridge NSView*)view.get(); }
 static NSStackView* object(const StackView& view) { return (__bridge NSStackView*)view.get(); }
 static NSLayoutAnchor* object(const LayoutAnchor& anchor) { return (__bridge NSLayoutAnchor*)anchor.get(); }
-
-template <typename Handle>
-static NSArray* array(const std::vector<Handle>& handles) {
-  NSMutableArray* const objects = [NSMutableArray array];
-  for (const Handle& handle : handles) [objects addObject:(__bridge id)handle.get()];
-  return objects;
-}
 
 // ---- Constraints ----
 

@@ -28,9 +28,26 @@ std::string xml(plist_t node) {
   return {text, size};
 }
 
+// Whether lists and dictionaries lie in each other deeper than any that somebody means; libplist takes them apart depth
+// by depth, on the stack.
+bool isTooDeep(std::string_view text) {
+  constexpr int deepest = 512;
+  int depth = 0;
+  for (std::size_t at = 0; (at = text.find('<', at)) != std::string_view::npos; ++at) {
+    const std::string_view tag = text.substr(at + 1, text.find('>', at) - at - 1);
+    if (tag.ends_with('/')) continue;
+    if (tag.starts_with("array") || tag.starts_with("dict")) ++depth;
+    if (tag.starts_with("/array") || tag.starts_with("/dict")) --depth;
+    if (depth > deepest) return true;
+  }
+  return false;
+}
+
 Node parse(std::string_view text) {
   plist_t node = nullptr;
-  if (text.size() <= std::numeric_limits<std::uint32_t>::max()) {
+  // XML has no null character, and libplist none in its texts.
+  const bool isText = text.find('\0') == std::string_view::npos;
+  if (isText && text.size() <= std::numeric_limits<std::uint32_t>::max() && !isTooDeep(text)) {
     plist_from_xml(text.data(), static_cast<std::uint32_t>(text.size()), &node);
   }
   if (!node) throw std::runtime_error("property list: the text is none");

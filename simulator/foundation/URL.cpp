@@ -177,7 +177,8 @@ std::optional<std::string> encodedURL(std::string_view text) {
   url += encoded(parts->path, inPath);
   if (parts->query) url += "?" + encoded(*parts->query, inQuery);
   if (parts->fragment) url += "#" + encoded(*parts->fragment, inQuery);
-  return url;
+  // A bracket that was encoded can leave a colon behind that now ends a scheme.
+  return isURL(url) ? std::optional(url) : std::nullopt;
 }
 
 std::string schemeOf(std::string_view url) {

@@ -141,9 +141,15 @@ void Arguments::finish() const {
 }
 
 Line Commands::parse(std::string_view line, const std::filesystem::path& folder) const {
+  // Values are copied and written depth by depth, on the stack.
+  const auto shallow = [](int depth, nlohmann::json::parse_event_t, nlohmann::json&) {
+    constexpr int deepest = 32;
+    if (depth > deepest) throw ScenarioError("nested too deeply");
+    return true;
+  };
   nlohmann::json object;
   try {
-    object = nlohmann::json::parse(line);
+    object = nlohmann::json::parse(line, shallow);
   } catch (const nlohmann::json::exception& error) {
     throw ScenarioError(std::string("not JSON: ") + error.what());
   }

@@ -53,13 +53,14 @@ class Reader {
   std::string_view rest_;
 };
 
-// Where a record's file goes; a name that leads out of the folder is refused.
+// Where a record's file goes; a name that leads out of the folder, or through or to a link, is refused.
 fs::path placeBelow(const fs::path& folder, std::string_view name, bool hasLinks) {
   const fs::path relative(name);
-  fs::path path = folder / relative;
-  if (relative.is_absolute() || std::ranges::find(relative, "..") != relative.end() ||
-      (hasLinks && fs::is_symlink(path.parent_path()))) {
-    throw BadImage("image data corrupted");
+  if (relative.is_absolute()) throw BadImage("image data corrupted");
+  fs::path path = folder;
+  for (const fs::path& part : relative) {
+    path /= part;
+    if (part == ".." || (hasLinks && fs::is_symlink(path))) throw BadImage("image data corrupted");
   }
   return path;
 }

@@ -36,6 +36,15 @@ TEST(Vocabulary, RefusesWhatIsNotAnObject) {
   EXPECT_EQ(errorOf(R"(["launch"])"), "not a JSON object");
 }
 
+TEST(Vocabulary, RefusesWhatIsNestedWithoutEnd) {
+  const auto nested = [](std::size_t depth) {
+    return R"({"do":"preference","key":"a","value":)" + std::string(depth, '[') + std::string(depth, ']') + "}";
+  };
+  EXPECT_EQ(errorOf(nested(200000)), "nested too deeply");
+  EXPECT_EQ(errorOf(nested(33)), "nested too deeply");
+  EXPECT_EQ(playScenario(nested(32)).status, 0);
+}
+
 TEST(Vocabulary, RefusesAnUnknownDo) {
   EXPECT_EQ(errorOf(line("lanch")), R"(unknown "do": "lanch")");
   EXPECT_EQ(errorOf(R"({"key":"mute"})"), R"(missing member "do")");

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <stdexcept>
+#include <string>
 
 #include "simulator/foundation/PropertyList.h"
 
@@ -52,4 +53,26 @@ TEST(PropertyList, RefusesWhatIsNone) {
         "<plist><date>2020-01-01T00:00:00Z</date></plist>", "<plist><data>AAAA</data></plist>"}) {
     EXPECT_THROW((void)readPropertyList(text), std::runtime_error) << text;
   }
+}
+
+TEST(PropertyList, RefusesTheNullCharacter) {
+  using namespace std::string_view_literals;
+  EXPECT_THROW((void)readPropertyList("<plist><string>a\0b</string></plist>"sv), std::runtime_error);
+  EXPECT_THROW((void)readPropertyList("<plist><string><![CDATA[a\0b]]></string></plist>"sv), std::runtime_error);
+  EXPECT_THROW((void)readPropertyList("<plist><string>a&#0;b</string></plist>"sv), std::runtime_error);
+}
+
+TEST(PropertyList, RefusesWhatIsNestedWithoutEnd) {
+  const auto nested = [](const std::string& open, const std::string& close, int depth) {
+    std::string text;
+    for (int i = 0; i < depth; ++i) text += open;
+    for (int i = 0; i < depth; ++i) text += close;
+    return "<plist>" + text + "</plist>";
+  };
+  EXPECT_THROW((void)readPropertyList(nested("<array>", "</array>", 100000)), std::runtime_error);
+  EXPECT_THROW((void)readPropertyList(nested("<dict ><key>a</key>", "</dict>", 100000)), std::runtime_error);
+  EXPECT_NO_THROW((void)readPropertyList(nested("<array>", "</array>", 100)));
+  std::string flat;
+  for (int i = 0; i < 1000; ++i) flat += "<array/><dict/>";
+  EXPECT_NO_THROW((void)readPropertyList("<plist><array>" + flat + "</array></plist>"));
 }

@@ -73,8 +73,9 @@ TEST(URLTest, WhatIsNotAllowedIsEncodedPartByPart) {
       {"https://[::1]/ü", "https://[::1]/%C3%BC"},
   };
   for (const auto& [text, url] : cases) EXPECT_EQ(simulator::encodedURL(text), url) << text;
-  for (const char* text : {"", "https://exa mple.com/", "https://ü|x/", "https://ä..b/", "https://-ä.de/",
-                           "https://h:ö/", "https://[::1", "1a:b", "ä:b", ":nothing", "https://%zz/"}) {
+  for (const char* text :
+       {"", "https://exa mple.com/", "https://ü|x/", "https://ä..b/", "https://-ä.de/", "https://h:ö/", "https://[::1",
+        "1a:b", "ä:b", ":nothing", "https://%zz/", "[:/", "ä[b:c/"}) {
     EXPECT_EQ(simulator::encodedURL(text), std::nullopt) << text;
   }
   // A label has at most 63 characters, and a host's name 2,048 bytes.
