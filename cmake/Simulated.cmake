@@ -119,12 +119,8 @@ if(DALVANE_BENCHMARKS)
   add_subdirectory(benchmarks)
 endif()
 
-# What tools/fuzz runs; needs the flags of the preset of that name.
-option(DALVANE_FUZZING "Build the fuzz targets with libFuzzer" OFF)
 include(CTest)
-if(DALVANE_FUZZING OR BUILD_TESTING)
-  add_subdirectory(fuzz)
-endif()
 if(BUILD_TESTING)
+  add_subdirectory(fuzz)
   add_subdirectory(tests)
 endif()
