@@ -1,6 +1,7 @@
 // Scenario files, played on a machine.
 #pragma once
 
+#include <functional>
 #include <istream>
 #include <string>
 #include <vector>
@@ -22,8 +23,12 @@ class Scenario {
   void add(std::istream& lines, const std::string& name);
 
   // Carries the lines out in their order. After each, everything runs that is ready at that instant; lines that race
-  // happen meanwhile, and at the latest before the next line that is not about time.
-  void play();
+  // happen meanwhile, and at the latest before the next line that is not about time. `afterEach` is called when all has
+  // run that a line and those that race with it made ready, with how many lines that were; it answers whether to go on.
+  void play(const std::function<bool(std::size_t lines)>& afterEach = {});
+
+  // From now on lines that make no sense where they stand are left out.
+  void forgive() { forgives_ = true; }
 
   // Carries a single line out.
   void perform(const std::string& line);
@@ -42,6 +47,7 @@ class Scenario {
   Mac& mac_;
   Commands commands_;
   std::vector<Step> steps_;
+  bool forgives_ = false;
 };
 
 }  // namespace simulator
