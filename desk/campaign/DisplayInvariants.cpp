@@ -26,6 +26,10 @@ class LastValueArrives : public Invariant {
       const auto raw = std::lround(record["filled"].get<int>() * display->monitor->maximum() / 16.0);
       values_[id] = {.raw = raw, .shownAt = record.time};
     }
+    // A process that has ended, and a link that goes down, take along what has not been sent.
+    if (record.what == "exit" || (record.what == "do" && record["line"]["do"] == "sleep")) {
+      std::erase_if(values_, [&](const auto& each) { return record.time < each.second.shownAt + protocolTime; });
+    }
     if (record.what != "do") return;
     const auto& line = record["line"];
     // The monitor's own buttons, and another monitor in its place.
@@ -36,12 +40,9 @@ class LastValueArrives : public Invariant {
   }
 
   void look(const World& world) override {
-    // A process that has ended, and a link that goes down, take along what has not been sent.
-    const bool isCutShort = !world.isRunning() || world.lineIs("sleep");
     std::erase_if(values_, [&](const auto& each) {
       const auto& [id, value] = each;
-      const bool isDue = world.now() >= value.shownAt + protocolTime;
-      if (!isDue) return isCutShort;
+      if (world.now() < value.shownAt + protocolTime) return false;
       const Display* const display = world.mac.part<Displays>().find(id);
       if (!display || !display->monitor || world.troubledAt(id) >= value.shownAt) return true;
       if (world.failsSince(displayCalls, value.shownAt)) return true;
@@ -89,13 +90,14 @@ class DisplaysComeBack : public Invariant {
   }
 
   void look(const World& world) override {
-    if (world.displaysRefreshedAt() == checked_ || world.now() < world.displaysRefreshedAt() + 500ms) return;
-    checked_ = world.displaysRefreshedAt();
+    const Time last = world.displaysRefreshed().until;
+    if (last == checked_ || world.now() < last + 500ms) return;
+    checked_ = last;
     for (const Display& display : world.mac.part<Displays>().all()) {
       if (world.isControlled(display) != Expected::yes) continue;
       const auto read = readAt_.find(display.id);
       // Of several occasions in a row the last one counts, and what was read before it may be what it finds.
-      if (read == readAt_.end() || read->second + 1s < checked_) {
+      if (read == readAt_.end() || read->second + 1s < last) {
         isBroken("display " + std::to_string(display.id) + " answers and has not been read");
       }
     }

@@ -44,8 +44,8 @@ class Run {
   Run(const Run&) = delete;
   Run& operator=(const Run&) = delete;
 
-  // Plays the lines; those that make no sense where they stand, because others have raced past them, are left out. False when an invariant does not hold. Throws ScenarioError at a line that cannot be
-  // understood.
+  // Plays the lines; those that make no sense where they stand, because others have raced past them, are left out.
+  // False when an invariant does not hold. Throws ScenarioError at a line that cannot be understood.
   bool play(const std::vector<std::string>& lines);
   // Quits the program, and counts what is left of it. False when an invariant does not hold.
   bool finish();

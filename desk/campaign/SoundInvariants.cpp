@@ -175,6 +175,7 @@ class PreferencesHold : public Invariant {
   }
 
   void look(const World& world) override {
+    if (!written_.empty()) return;  // a key is being worked on
     for (const auto& [key, value] : known_) {
       const nlohmann::json* const stored = world.mac.part<simulator::Preferences>().value(key);
       const bool holds = value.is_null() ? stored == nullptr : stored && *stored == value;

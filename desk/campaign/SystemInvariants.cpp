@@ -271,7 +271,7 @@ class MenuShowsTheTruth : public Invariant {
         isBroken("the menu " + std::string(row == rows.end() ? "has no" : "has a") + " row for " + display.name);
         continue;
       }
-      if (row == rows.end() || !world.isAtRest() || world.troubledAt(display.id) >= world.displaysRefreshedAt())
+      if (row == rows.end() || !world.isAtRest() || world.troubledAt(display.id) >= world.displaysRefreshed().from)
         continue;
       const double value = (*row)["value"];
       const double light = display.monitor->current();

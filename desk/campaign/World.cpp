@@ -89,6 +89,9 @@ constexpr Duration replyPatience = 50ms;
 // The poll for the Accessibility permission, and a little.
 constexpr Duration trustPoll = 2100ms;
 
+// Until the program has launched, it sees nothing.
+constexpr Duration launchTime = 1s;
+
 const json nothing;
 
 }  // namespace
@@ -185,7 +188,7 @@ void World::seeLine(const json& line) {
 
 void World::seeDisplayLine(const std::string& name, const json& line) {
   if (name == "wake" || name == "display" || name == "registry")
-    displaysRefreshedAt_ = std::max(displaysRefreshedAt_, now());
+    displaysRefreshed_ = {.from = now(), .until = std::max(displaysRefreshed_.until, now())};
   if (name == "sleep") sleeps_ = true;
   if (name == "monitor") troubledAt_[line["display"].get<std::uint32_t>()] = now();
   if (name == "display" && line.contains("id")) troubledAt_.erase(line["id"].get<std::uint32_t>());
@@ -195,7 +198,7 @@ void World::seeSoundLine(const std::string& name, const json& line) {
   static const std::set<std::string> disturbing = {"output", "default-output", "play",    "restart-audio", "temper",
                                                    "wake",   "sleep",          "capture", "launch",        "quit"};
   if (disturbing.contains(name)) soundDisturbedAt_ = std::max(soundDisturbedAt_, now());
-  if (name == "wake" || name == "restart-audio") soundRefreshedAt_ = std::max(soundRefreshedAt_, now());
+  if (name == "wake" || name == "restart-audio") soundRefreshedAt_ = now();
   if (name == "capture") permissionChangedAt_ = now();
   if (name == "temper" && line.contains("audio")) {
     if (isRough_ && line["audio"] == "smooth") smoothSince_ = now();
@@ -252,8 +255,8 @@ void World::seeKeyLine(const std::string& name, const json& line) {
 void World::follow() {
   if (std::exchange(sleeps_, false)) {
     // The line before this record, or the step that ends, was the Mac's sleep.
-    displaysRefreshedAt_ = now() + wakeTellings;
-    soundRefreshedAt_ = now() + outputsReturn;
+    displaysRefreshed_ = {.from = now(), .until = now() + wakeTellings};
+    soundRefreshedAt_ = now();
     soundDisturbedAt_ = now() + outputsReturn;
     disturbedAt_ = now() + outputsReturn;
     tapCheckedAt_ = now();
@@ -263,7 +266,6 @@ void World::follow() {
   if (std::exchange(isRunning_, runs) != runs) began();
   const auto chosen = mac.part<Audio>().defaultOutput();
   if (std::exchange(defaultOutput_, chosen) != chosen) {
-    soundRefreshedAt_ = std::max(soundRefreshedAt_, now());
     soundDisturbedAt_ = std::max(soundDisturbedAt_, now());
   }
   const bool mayCapture = mac.part<simulator::AudioCapture>().isAuthorized();
@@ -274,6 +276,7 @@ void World::follow() {
 }
 
 void World::began() {
+  isAtRest_ = false;
   disturbedAt_ = std::max(disturbedAt_, now());
   soundDisturbedAt_ = std::max(soundDisturbedAt_, now());
   if (!isRunning_) {
@@ -282,8 +285,8 @@ void World::began() {
     return;
   }
   launchedAt_ = now();
-  displaysRefreshedAt_ = std::max(displaysRefreshedAt_, now());
-  soundRefreshedAt_ = std::max(soundRefreshedAt_, now());
+  displaysRefreshed_ = {.from = now(), .until = std::max(displaysRefreshed_.until, now())};
+  soundRefreshedAt_ = now();
   isInstalling_ = false;
   tapCheckedAt_ = now();
   hasLibraries_ = std::ranges::none_of(libraryCalls, [this](const char* call) { return mac.faults.isPending(call); });
@@ -323,8 +326,8 @@ Time World::troubledAt(std::uint32_t display) const {
 
 Expected World::isControlled(const Display& display) const {
   if (!isRunning_) return Expected::no;
-  if (now() < displaysRefreshedAt_ + controlTime || !hasLibraries_) return Expected::unknown;
-  if (failsSince(displayCalls, displaysRefreshedAt_)) return Expected::unknown;
+  if (now() < displaysRefreshed_.until + controlTime || !hasLibraries_) return Expected::unknown;
+  if (failsSince(displayCalls, displaysRefreshed_.from)) return Expected::unknown;
   if (display.builtin) return Expected::no;
   std::size_t services = 0;
   std::size_t sharers = 0;
@@ -335,7 +338,7 @@ Expected World::isControlled(const Display& display) const {
   }
   if (services != 1 || sharers != 1) return Expected::no;
   // With one service for one display, it is the display's own.
-  if (troubledAt(display.id) >= displaysRefreshedAt_) return Expected::unknown;
+  if (troubled_.contains(display.id) || troubledAt(display.id) >= displaysRefreshed_.from) return Expected::unknown;
   return display.monitor->maximum() > 0 ? Expected::yes : Expected::no;
 }
 
@@ -392,7 +395,7 @@ bool World::isRough() const { return isRough_ || now() < smoothSince_ + soundSet
 
 Expected World::controlsVolume() const {
   if (!isRunning_) return Expected::no;
-  if (now() < soundDisturbedAt_ + soundSettles || now() < soundRefreshedAt_ + soundSettles) return Expected::unknown;
+  if (now() < soundDisturbedAt_ + soundSettles) return Expected::unknown;
   if (failsSince(soundCalls, soundRefreshedAt_)) return Expected::unknown;
   // What changed since the program last chose it may not know.
   if (permissionChangedAt_ >= soundRefreshedAt_ || outputChangedAt_ >= soundRefreshedAt_) return Expected::unknown;
@@ -418,7 +421,7 @@ std::optional<float> World::storedGain(const OutputDevice& device) const {
 
 Expected World::seesKeys() const {
   if (!isRunning_) return Expected::no;
-  if (!otherTaps_.empty()) return Expected::unknown;
+  if (!otherTaps_.empty() || now() < launchedAt_ + launchTime) return Expected::unknown;
   if (failsSince(keyCalls, launchedAt_)) return Expected::unknown;
   if (!mac.part<simulator::Accessibility>().granted()) return Expected::unknown;
   // Given back, it is found by the poll, if the program has noticed that it was taken.

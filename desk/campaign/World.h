@@ -89,7 +89,12 @@ class World {
   [[nodiscard]] Expected takesBrightnessKeys() const;
   // When the monitor was last known to misbehave, or was changed; never: the beginning of time.
   [[nodiscard]] Time troubledAt(std::uint32_t display) const;
-  [[nodiscard]] Time displaysRefreshedAt() const { return displaysRefreshedAt_; }
+  // The last occasion on which the program looks for displays: from when, and until when it may come.
+  struct Occasion {
+    Time from{0};
+    Time until{0};
+  };
+  [[nodiscard]] Occasion displaysRefreshed() const { return displaysRefreshed_; }
 
   // ---- Sound ----
 
@@ -144,14 +149,14 @@ class World {
   std::set<std::string> toFail_;
 
   bool sleeps_ = false;
-  Time displaysRefreshedAt_{0};
+  Occasion displaysRefreshed_;
   std::map<std::uint32_t, Time> troubledAt_;
   std::set<std::uint32_t> troubled_;  // when it was last looked at
 
   std::map<std::string, std::pair<std::int64_t, double>> players_;
   std::optional<std::int64_t> defaultOutput_;
   std::set<std::int64_t> knownOutputs_;  // that have not been taken away: they may be back after a sleep
-  Time soundRefreshedAt_{0};
+  Time soundRefreshedAt_{0};             // what was wrong before it does not matter any more
   Time soundDisturbedAt_{0};
   Time permissionChangedAt_{-1};
   Time outputChangedAt_{-1};
