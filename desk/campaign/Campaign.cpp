@@ -174,9 +174,12 @@ class Campaign {
   int report() {
     auto& [seed, breach] = *broken_;
     describe(streams_.out, breach, seed);
-    streams_.out << "Looking for the shortest scenario that shows it…" << std::endl;
+    streams_.out << "The trace around it:\n"
+                 << breach.trace << "Looking for the shortest scenario that shows it…" << std::endl;
+    const double begun = secondsPassed();
     Breach shortest = breach;
     const auto shows = [&, name = breach.name](const Lines& lines) {
+      if (secondsPassed() > begun + mostSecondsOfSearch) return false;
       const Outcome outcome = playOnce(program_, seed, lines);
       if (!outcome.breach || outcome.breach->name != name) return false;
       shortest = *outcome.breach;
@@ -188,7 +191,6 @@ class Campaign {
       return 1;
     }
     lines = shrink(std::move(lines), linesOfSetUp, shows);
-    static_cast<void>(shows(lines));
     write(lines, shortest, seed);
     return 1;
   }
@@ -199,10 +201,13 @@ class Campaign {
     out << "// " << breach.sentence << "\n// " << breach.how << "\n// dalvane-desk campaign --replay " << file
         << " --seed " << seed << "\n";
     for (const std::string& line : lines) out << line << "\n";
-    streams_.out << breach.how << "\nThe trace around it:\n" << breach.trace << "The scenario, in " << file << ":\n";
+    streams_.out << breach.how << "\nThe trace around it now:\n"
+                 << breach.trace << "The scenario, in " << file << ":\n";
     for (const std::string& line : lines) streams_.out << line << "\n";
   }
 
+  // What is found until then is short enough, or depends on too much.
+  static constexpr double mostSecondsOfSearch = 120;
   // The displays, the outputs and the launch.
   static constexpr std::size_t linesOfSetUp = 20;
 

@@ -20,6 +20,7 @@ class KeysArrive : public Invariant {
   void see(const World& world, const Record& record) override {
     if (record.what == "input" && owed_ > 0) --owed_;
     if (record.what == "exit") owed_ = 0;
+    if (world.seesKeys() != Expected::yes) owed_ = 0;
     if (record.what != "do" || record["line"]["do"] != "key") return;
     if (world.seesKeys() != Expected::yes) {
       owed_ = 0;

@@ -125,6 +125,7 @@ void Life::addOutput(int output) {
 void Life::pointAt(int display) {
   const double x = display == 1 ? 10 : displayWidth * display + 10;
   mayRace("pointer", {{"at", {x + static_cast<double>(upTo(1000)), 10.0 + static_cast<double>(upTo(900))}}});
+  if (!oneIn(4)) say("advance", {{"seconds", 0.2}});
 }
 
 void Life::pointSomewhere() {

@@ -145,7 +145,10 @@ class PreferencesHold : public Invariant {
     if (record.what == "do" && record["line"]["do"] == "preference") {
       known_[record["line"]["key"].get<std::string>()] = record["line"]["value"];
     }
-    if (record.what == "do" && record["line"]["do"] == "slide") slidesAt_ = record.time;
+    if (record.what == "do" && record["line"]["do"] == "slide") {
+      slidesAt_ = record.time;
+      for (const auto& [key, value] : written_) known_[key] = value;
+    }
     if (record.what == "preference") {
       const auto key = record["key"].get<std::string>();
       written_[key] = record["value"];

@@ -92,6 +92,9 @@ constexpr Duration trustPoll = 2100ms;
 // Until the program has launched, it sees nothing.
 constexpr Duration launchTime = 1s;
 
+// A callback is through with an event in that time, on rough hardware too.
+constexpr Duration callTime = 100ms;
+
 const json nothing;
 
 }  // namespace
@@ -247,6 +250,8 @@ void World::seeKeyLine(const std::string& name, const json& line) {
       otherTaps_.insert(process);
     }
   }
+  if (name == "pointer") pointerMovedAt_ = now();
+  if (name == "disable-tap" || name == "sleep") tapSwitchedOffAt_ = now();
   // The occasions on which the program looks after its tap.
   if (name == "wake" || name == "menu" || name == "click" || name == "disable-tap") tapCheckedAt_ = now();
 }
@@ -260,6 +265,7 @@ void World::follow() {
     soundDisturbedAt_ = now() + outputsReturn;
     disturbedAt_ = now() + outputsReturn;
     tapCheckedAt_ = now();
+    tapSwitchedOffAt_ = now();
     followTrouble();
   }
   const bool runs = mac.process.running();
@@ -362,6 +368,8 @@ const Display* World::underPointer(bool& isOne) const {
 
 Expected World::takesBrightnessKeys() const {
   if (!isRunning_) return Expected::no;
+  // The program may have looked at where it was.
+  if (now() < pointerMovedAt_ + callTime) return Expected::unknown;
   bool isOne = false;
   const Display* const display = underPointer(isOne);
   if (!isOne) return Expected::unknown;
@@ -422,6 +430,9 @@ std::optional<float> World::storedGain(const OutputDevice& device) const {
 Expected World::seesKeys() const {
   if (!isRunning_) return Expected::no;
   if (!otherTaps_.empty() || now() < launchedAt_ + launchTime) return Expected::unknown;
+  // A tap that was switched off lets what comes meanwhile go to the system; so does one in whose callback the Mac fell
+  // asleep, which took too long.
+  if (now() < tapSwitchedOffAt_ + launchTime) return Expected::unknown;
   if (failsSince(keyCalls, launchedAt_)) return Expected::unknown;
   if (!mac.part<simulator::Accessibility>().granted()) return Expected::unknown;
   // Given back, it is found by the poll, if the program has noticed that it was taken.

@@ -167,6 +167,8 @@ class World {
 
   Time trustChangedAt_{-1};
   Time tapCheckedAt_{-1};
+  Time tapSwitchedOffAt_{-1};
+  Time pointerMovedAt_{-1000000000};
   std::set<std::string> otherTaps_;
 
   bool isInstalling_ = false;
