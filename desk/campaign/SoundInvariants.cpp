@@ -37,8 +37,14 @@ class LoudnessIsStored : public Invariant {
                   "At rest a speaker plays the signal times the gain of its stored level, and untouched where the "
                   "program has nothing to do.") {}
 
+  void see(const World&, const Record& record) override {
+    if (record.what == "preference") changedAt_ = record.time;
+  }
+
   void look(const World& world) override {
     if (!world.isAtRest() || world.isRough()) return;
+    // The ramp to a new level takes one cycle, and is heard in the next.
+    if (world.now() < changedAt_ + cycles) return;
     const Expected routed = isRouted(world);
     if (routed == Expected::unknown) return;
     const OutputDevice* const output = world.output();
@@ -53,6 +59,12 @@ class LoudnessIsStored : public Invariant {
                (output->speaker.direct() ? " directly" : "") + " instead of " + text(wanted));
     }
   }
+
+ private:
+  // Two cycles of 512 frames at 44.1 kHz, and the rest of the one that was under way.
+  static constexpr Duration cycles = std::chrono::milliseconds(35);
+
+  Time changedAt_{0};
 };
 
 class NeverBothPaths : public Invariant {
