@@ -76,7 +76,8 @@ target_compile_definitions(dalvane PRIVATE DALVANE_FEED_HOST="${DALVANE_FEED_HOS
 set_source_files_properties(app/main.cpp PROPERTIES COMPILE_DEFINITIONS main=dalvane_main)
 
 add_library(desk OBJECT
-  desk/campaign/Campaign.cpp desk/campaign/Children.cpp desk/campaign/DisplayInvariants.cpp
+  desk/campaign/Attempt.cpp desk/campaign/Campaign.cpp desk/campaign/Children.cpp
+  desk/campaign/DisplayInvariants.cpp desk/campaign/Failures.cpp
   desk/campaign/KeyInvariants.cpp desk/campaign/Life.cpp desk/campaign/Run.cpp desk/campaign/Shrink.cpp
   desk/campaign/SoundInvariants.cpp desk/campaign/SystemInvariants.cpp desk/campaign/World.cpp
   desk/Desk.cpp desk/Explore.cpp desk/Narrator.cpp desk/Pictures.cpp desk/Seat.cpp desk/Tour.cpp)

@@ -17,6 +17,7 @@
 #include "desk/Serve.h"
 #include "desk/Tour.h"
 #include "desk/campaign/Campaign.h"
+#include "desk/campaign/Failures.h"
 
 namespace {
 
@@ -29,6 +30,10 @@ constexpr std::string_view usage =
     "in N "
     "(1)\n"
     "                                       processes, and checks what must be so whatever happens\n"
+    "dalvane-desk campaign --failures all|short [--jobs N]\n"
+    "                                       plays a day again for each call of the platform that it makes, with that "
+    "call\n"
+    "                                       failing, and for pairs of them\n"
     "dalvane-desk campaign --replay FILE [--seed N]\n"
     "                                       checks the same of a scenario\n"
     "dalvane-desk tour [--trace] [--wav FILE]\n"
@@ -106,6 +111,7 @@ struct CampaignArguments {
   bool hasSeeds = false;
   bool hasDays = false;
   std::string file;
+  std::string failures;
   std::uint64_t seed = 1;
   std::string problem;  // empty: none
 };
@@ -126,6 +132,10 @@ std::string takeOption(CampaignArguments& given, const std::string& option, cons
   if (option == "--replay") {
     given.file = value;
     return {};
+  }
+  if (option == "--failures") {
+    given.failures = value;
+    return value == "all" || value == "short" ? "" : "--failures needs \"all\" or \"short\"";
   }
   const auto count = number(value, 1'000'000);
   if (option == "--seed") {
@@ -150,8 +160,9 @@ CampaignArguments campaignArguments(const std::vector<std::string>& arguments) {
     given.problem = i + 1 < arguments.size() ? takeOption(given, arguments[i], arguments[i + 1])
                                              : "\"" + arguments[i] + "\" needs a value";
   }
-  if (given.problem.empty() && given.file.empty() && !given.hasSeeds) given.problem = "campaign needs --seeds A..B";
-  if (given.problem.empty() && given.file.empty() && !given.hasDays) given.problem = "campaign needs --days N";
+  if (!given.problem.empty() || !given.file.empty() || !given.failures.empty()) return given;
+  if (!given.hasSeeds) given.problem = "campaign needs --seeds A..B";
+  if (given.hasSeeds && !given.hasDays) given.problem = "campaign needs --days N";
   return given;
 }
 
@@ -160,6 +171,9 @@ int campaignCommand(const std::vector<std::string>& arguments) {
   if (!given.problem.empty()) return misused(given.problem);
   const campaign::Streams streams = {
       .out = std::cout, .errors = std::cerr, .progress = isatty(STDERR_FILENO) != 0 ? &std::cerr : nullptr};
+  if (!given.failures.empty()) {
+    return campaign::failures(dalvaneProgram(), given.failures == "short", given.options.jobs, streams);
+  }
   if (!given.file.empty()) return campaign::replay(dalvaneProgram(), given.file, given.seed, streams);
   return campaign::run(dalvaneProgram(), given.options, streams);
 }

@@ -1,7 +1,5 @@
 #include "desk/campaign/Campaign.h"
 
-#include <signal.h>
-
 #include <chrono>
 #include <cstdlib>
 #include <fstream>
@@ -10,6 +8,7 @@
 #include <optional>
 #include <sstream>
 
+#include "desk/campaign/Attempt.h"
 #include "desk/campaign/Children.h"
 #include "desk/campaign/Life.h"
 #include "desk/campaign/Run.h"
@@ -18,59 +17,6 @@
 
 namespace campaign {
 namespace {
-
-// A day takes milliseconds. A child that says nothing for so many seconds will never say anything.
-constexpr unsigned patience = 120;
-constexpr const char* stopsAnswering = "comes-to-an-end";
-
-// How one scenario went.
-struct Outcome {
-  std::optional<Breach> breach;
-  std::string misunderstood;  // why it cannot be played
-};
-
-Breach crash(int status, std::size_t lines) {
-  const bool isStuck = status == 128 + SIGALRM;
-  return {.name = isStuck ? stopsAnswering : keepsGoing,
-          .sentence = isStuck ? "Everything that happens comes to an end."
-                              : "The program never stops and breaks no rule of the platform.",
-          .how = isStuck ? "nothing has happened for " + std::to_string(patience) + " seconds"
-                         : "the process ended with status " + std::to_string(status),
-          .lines = lines,
-          .trace = {}};
-}
-
-// Plays the lines in a child process.
-Outcome playOnce(const simulator::Program& program, std::uint64_t seed, const Lines& lines) {
-  Outcome outcome;
-  Children children;
-  children.start(0, patience, [&](const Tell& tell) {
-    Run run(program, seed, allInvariants(), [&tell](const Breach& breach) { tell("B" + breach.text()); });
-    try {
-      if (run.play(lines)) run.finish();
-    } catch (const simulator::ScenarioError& error) {
-      tell(std::string("E") + error.what());
-    }
-    run.cutShort();
-    std::_Exit(0);
-  });
-  while (children.count() > 0) {
-    children.wait(
-        [&outcome](std::size_t, const std::string& text) {
-          if (text[0] == 'B') outcome.breach = Breach::of(text.substr(1));
-          if (text[0] == 'E') outcome.misunderstood = text.substr(1);
-        },
-        [&](std::size_t, int status) {
-          if (status != 0 && !outcome.breach) outcome.breach = crash(status, lines.size());
-        });
-  }
-  return outcome;
-}
-
-void describe(std::ostream& out, const Breach& breach, std::uint64_t seed) {
-  out << "BROKEN: " << breach.name << "\n  " << breach.sentence << "\n  " << breach.how << "\n  seed " << seed
-      << ", after " << breach.lines << " lines\n";
-}
 
 // ---- One seed ----
 

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cmath>
 #include <map>
+#include <set>
 
 #include "desk/campaign/Invariant.h"
 #include "simulator/audio/Audio.h"
@@ -127,6 +128,10 @@ class NothingIsTapped : public Invariant {
                   "There is a tap and an aggregate device exactly while they have to be, and never a microphone.") {}
 
   void look(const World& world) override {
+    // What could not be destroyed stays until the process ends.
+    static const std::set<std::string> destroying = {"AudioHardwareDestroyProcessTap",
+                                                     "AudioHardwareDestroyAggregateDevice"};
+    if (world.isRunning() && world.failsSince(destroying, world.launchedAt())) return;
     const auto& audio = world.mac.part<Audio>();
     const std::size_t taps = audio.taps();
     const std::size_t aggregates = audio.aggregates();

@@ -295,7 +295,7 @@ void World::began() {
   soundRefreshedAt_ = now();
   isInstalling_ = false;
   tapCheckedAt_ = now();
-  hasLibraries_ = std::ranges::none_of(libraryCalls, [this](const char* call) { return mac.faults.isPending(call); });
+  hasLibraries_ = std::ranges::none_of(libraryCalls, [this](const char* call) { return toFail_.contains(call); });
   hasPopUps_ = hasLibraries_;
 }
 

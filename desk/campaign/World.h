@@ -69,6 +69,7 @@ class World {
   simulator::Mac& mac;
   [[nodiscard]] Time now() const;
   [[nodiscard]] bool isRunning() const { return isRunning_; }
+  [[nodiscard]] Time launchedAt() const { return launchedAt_; }
   // The step was one that let everything come to rest, and nothing has happened since.
   [[nodiscard]] bool isAtRest() const { return isAtRest_; }
   // The name of the step's first line, and that line.

@@ -20,6 +20,7 @@ void Faults::mend(std::string_view call) {
 }
 
 std::optional<std::int32_t> Faults::take(std::string_view call) {
+  if (isCounting_) ++counted_[std::string(call)];
   if (faults_.empty()) return std::nullopt;
   std::optional<std::int32_t> status;
   std::vector<std::function<void()>> interruptions;

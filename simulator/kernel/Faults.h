@@ -28,6 +28,10 @@ class Faults {
   void mend(std::string_view call);
   // Whether calls of `call` are still to fail or to be interrupted.
   [[nodiscard]] bool isPending(std::string_view call) const { return faults_.contains(call); }
+  // From now on calls are counted by their names; before, none are.
+  void startCounting() { isCounting_ = true; }
+  [[nodiscard]] const std::map<std::string, std::uint64_t, std::less<>>& counted() const { return counted_; }
+
   // Counts one call, and does what was to happen in it; the status it is to fail with, if it is.
   std::optional<std::int32_t> take(std::string_view call);
 
@@ -41,6 +45,8 @@ class Faults {
 
   std::set<std::string, std::less<>> calls_;
   std::multimap<std::string, Fault, std::less<>> faults_;
+  bool isCounting_ = false;
+  std::map<std::string, std::uint64_t, std::less<>> counted_;
 };
 
 }  // namespace simulator
