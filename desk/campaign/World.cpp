@@ -368,8 +368,8 @@ const Display* World::underPointer(bool& isOne) const {
 
 Expected World::takesBrightnessKeys() const {
   if (!isRunning_) return Expected::no;
-  // The program may have looked at where it was.
-  if (now() < pointerMovedAt_ + callTime) return Expected::unknown;
+  // The program may have looked at how it was.
+  if (now() < pointerMovedAt_ + callTime || now() < displaysRefreshed_.until + controlTime) return Expected::unknown;
   bool isOne = false;
   const Display* const display = underPointer(isOne);
   if (!isOne) return Expected::unknown;
