@@ -183,7 +183,10 @@ class MenuShowsTheTruth : public Invariant {
   void see(const World&, const Record& record) override {
     if (record.what != "do") return;
     const json& line = record["line"];
-    if (line["do"] == "menu" && line["open"] == true) isOpening_ = true;
+    if (line["do"] == "menu" && line["open"] == true) {
+      isOpening_ = true;
+      if (!wasOpen_) openedAt_ = record.time;
+    }
     // What changes behind the rows, which are made anew only when the menu opens.
     static const std::set<std::string> behind = {"display", "output", "default-output", "restart-audio", "capture",
                                                  "sleep",   "wake",   "preference",     "monitor",       "login-item"};
@@ -198,7 +201,7 @@ class MenuShowsTheTruth : public Invariant {
       return;
     }
     const bool opens = std::exchange(isOpening_, false) && !wasOpen_ && world.lineIs("menu");
-    if (!std::exchange(wasOpen_, true)) openedAt_ = world.now();
+    wasOpen_ = true;
     if (!opens && !world.isAtRest()) return;
     nlohmann::ordered_json state;
     bar.snapshot(state);
