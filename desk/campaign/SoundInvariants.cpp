@@ -171,12 +171,20 @@ class PreferencesHold : public Invariant {
       written_[key] = record["value"];
       if (slides(record)) known_[key] = record["value"];
     }
+    const auto event = KeyEvent::of(record);
     if (slides(record)) {
+      // A key may have begun while the slider was moved.
+      if (!written_.empty()) wasDisturbed_ = true;
+      if (event) wasDisturbed_ = false;
       written_.clear();
       return;
     }
-    const auto event = KeyEvent::of(record);
     if (!event) return;
+    if (std::exchange(wasDisturbed_, false)) {
+      for (const auto& [key, value] : written_) known_[key] = value;
+      written_.clear();
+      return;
+    }
     const auto written = std::exchange(written_, {});
     const bool acts = record["swallowed"] == true && event->isPress && event->isVolume() &&
                       !(event->key == KeyEvent::Key::mute && event->isRepeat);
@@ -240,6 +248,7 @@ class PreferencesHold : public Invariant {
   Values known_;    // by what was done
   Values written_;  // since the last key
   Time slidesAt_{-1};
+  bool wasDisturbed_ = false;
 };
 
 }  // namespace
