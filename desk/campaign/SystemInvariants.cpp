@@ -49,7 +49,7 @@ class NothingIsLeftBehind : public Invariant {
     for (const fs::path& point : simulator::Volumes(root.path()).mountPoints()) {
       // An application that was opened in its image.
       if (!point.string().starts_with(root.below("/Volumes").string()))
-        isBroken("an image is attached at " + point.string());
+        isBroken("an image is attached at /" + point.lexically_relative(root.path()).string());
     }
     for (const auto& entry : fs::directory_iterator(root.temporaryDirectory())) {
       const std::string name = entry.path().filename().string();
