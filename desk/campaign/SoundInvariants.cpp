@@ -74,12 +74,16 @@ class NeverBothPaths : public Invariant {
       : Invariant("never-both-paths", "Sound never takes both paths, and is never louder than it was played.") {}
 
   void hear(const World& world, std::int64_t output, float level, bool) override {
-    // Rough hardware lets both through for some cycles when it begins.
-    if (world.isRough()) return;
     const double signal = world.signal(output);
-    if (level > signal + rounding)
-      isBroken("output " + std::to_string(output) + " plays " + text(level) + " of " + text(signal));
+    // A cycle that began before the signal became softer is as loud as that was.
+    const double loudest = std::max(signal, std::exchange(before_[output], signal));
+    // Rough hardware lets both through for some cycles when it begins.
+    if (world.isRough() || level <= loudest + rounding) return;
+    isBroken("output " + std::to_string(output) + " plays " + text(level) + " of " + text(signal));
   }
+
+ private:
+  std::map<std::int64_t, double> before_;
 };
 
 class FullScale : public Invariant {

@@ -207,22 +207,6 @@ void World::seeSoundLine(const std::string& name, const json& line) {
     if (isRough_ && line["audio"] == "smooth") smoothSince_ = now();
     isRough_ = line["audio"] == "rough";
   }
-  if (name == "play") {
-    const json& given = line["process"];
-    const std::string process = given.is_string() ? given.get<std::string>() : given.dump();
-    if (line.value("stop", false)) {
-      players_.erase(process);
-    } else if (const auto output = line["output"].get<std::int64_t>(); isThere(output)) {
-      players_[process] = {output, line.value("level", 0.5)};
-    }
-  }
-  if (name == "output") {
-    if (line.value("gone", false)) {
-      knownOutputs_.erase(line["id"].get<std::int64_t>());
-    } else {
-      knownOutputs_.insert(line["id"].get<std::int64_t>());
-    }
-  }
   // A level that another program writes is found at the next key or choice.
   if (name == "preference") levelWrittenAt_ = now();
   // The program is told of new rates, channels and streams of what it routes, and of nothing else.
@@ -378,10 +362,6 @@ Expected World::takesBrightnessKeys() const {
 
 // ---- Sound ----
 
-bool World::isThere(std::int64_t output) const {
-  return mac.part<Audio>().output(output) || knownOutputs_.contains(output);
-}
-
 OutputDevice* World::output() const {
   const auto number = mac.part<Audio>().defaultOutput();
   return number ? mac.part<Audio>().output(*number) : nullptr;
@@ -393,11 +373,7 @@ bool World::canBeRouted(const OutputSettings& settings) {
          settings.layout == simulator::SampleLayout{} && settings.tapLayout == simulator::SampleLayout{};
 }
 
-double World::signal(std::int64_t output) const {
-  double sum = 0;
-  for (const auto& [process, sound] : players_) sum += sound.first == output ? sound.second : 0;
-  return sum;
-}
+double World::signal(std::int64_t output) const { return mac.part<Audio>().signal(output); }
 
 bool World::isRough() const { return isRough_ || now() < smoothSince_ + soundSettles; }
 

@@ -135,7 +135,6 @@ class World {
   void follow();
   void followTrouble();
   void began();
-  [[nodiscard]] bool isThere(std::int64_t output) const;
   [[nodiscard]] const simulator::Display* underPointer(bool& isOne) const;
 
   bool isRunning_ = false;
@@ -154,9 +153,7 @@ class World {
   std::map<std::uint32_t, Time> troubledAt_;
   std::set<std::uint32_t> troubled_;  // when it was last looked at
 
-  std::map<std::string, std::pair<std::int64_t, double>> players_;
   std::optional<std::int64_t> defaultOutput_;
-  std::set<std::int64_t> knownOutputs_;  // that have not been taken away: they may be back after a sleep
   Time soundRefreshedAt_{0};             // what was wrong before it does not matter any more
   Time soundDisturbedAt_{0};
   Time permissionChangedAt_{-1};

@@ -280,6 +280,12 @@ void Audio::stopPlaying(const std::string& process) {
   disturb();
 }
 
+double Audio::signal(std::int64_t number) const {
+  double sum = 0;
+  for (const auto& [process, player] : players_) sum += player->plays(number) ? player->level() : 0;
+  return sum;
+}
+
 // ---- Objects ----
 
 AudioObject& Audio::object(AudioObjectID id) const {

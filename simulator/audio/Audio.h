@@ -61,6 +61,8 @@ class Audio : public Part {
 
   void play(const std::string& process, std::int64_t output, const Sound& sound);
   void stopPlaying(const std::string& process);
+  // What they all play to that output: the sum of their levels.
+  [[nodiscard]] double signal(std::int64_t output) const;
 
   // ---- What clients call; AudioError where the call is to fail ----
 
