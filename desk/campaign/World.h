@@ -112,6 +112,8 @@ class World {
   static bool canBeRouted(const simulator::OutputSettings& settings);
   // The audio hardware does everything as badly as it can, or did a moment ago.
   [[nodiscard]] bool isRough() const;
+  // When the permission to record sound was last given or taken.
+  [[nodiscard]] Time permissionChangedAt() const { return permissionChangedAt_; }
   // Since when nothing about sound has happened.
   [[nodiscard]] Time soundDisturbedAt() const { return soundDisturbedAt_; }
 
@@ -154,7 +156,7 @@ class World {
   std::set<std::uint32_t> troubled_;  // when it was last looked at
 
   std::optional<std::int64_t> defaultOutput_;
-  Time soundRefreshedAt_{0};             // what was wrong before it does not matter any more
+  Time soundRefreshedAt_{0};  // what was wrong before it does not matter any more
   Time soundDisturbedAt_{0};
   Time permissionChangedAt_{-1};
   Time outputChangedAt_{-1};
