@@ -22,7 +22,8 @@ class LastValueArrives : public Invariant {
     if (record.isCall("OSDManager.showImage") && record["image"] == 1) {
       const auto id = record["display"].get<std::uint32_t>();
       const Display* const display = world.mac.part<Displays>().find(id);
-      if (!display || !display->monitor) return;
+      // What a key does beside a slider that is being moved may come before or after it.
+      if (!display || !display->monitor || record.time < slidAt_ + 1s) return;
       const auto raw = std::lround(record["filled"].get<int>() * display->monitor->maximum() / 16.0);
       values_[id] = {.raw = raw, .shownAt = record.time};
     }
@@ -36,7 +37,10 @@ class LastValueArrives : public Invariant {
     if (line["do"] == "monitor") values_.erase(line["display"].get<std::uint32_t>());
     if (line["do"] == "display" && line.contains("id")) values_.erase(line["id"].get<std::uint32_t>());
     // A slider sends without showing it.
-    if (line["do"] == "slide") values_.clear();
+    if (line["do"] == "slide") {
+      values_.clear();
+      slidAt_ = record.time;
+    }
   }
 
   void look(const World& world) override {
@@ -64,6 +68,7 @@ class LastValueArrives : public Invariant {
   static constexpr Duration protocolTime = 300ms;
 
   std::map<std::uint32_t, Value> values_;
+  Time slidAt_{-1'000'000'000};
 };
 
 // A display that must be controlled says so in the log each time that it is looked for, and no key says otherwise
