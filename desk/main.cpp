@@ -16,6 +16,8 @@
 #include "desk/Seat.h"
 #include "desk/Serve.h"
 #include "desk/Tour.h"
+#include "desk/campaign/Campaign.h"
+#include "desk/campaign/Failures.h"
 
 namespace {
 
@@ -23,6 +25,17 @@ constexpr std::string_view usage =
     "dalvane-desk play [--seed N] FILE...   plays scenario files; the trace goes to standard output\n"
     "dalvane-desk explore [--preemptions N] FILE...\n"
     "                                       plays them under every schedule with up to N (2) preemptions\n"
+    "dalvane-desk campaign --seeds A..B --days N [--jobs N]\n"
+    "                                       plays lives of a desk with every kind of bad luck, N days for each seed, "
+    "in N "
+    "(1)\n"
+    "                                       processes, and checks what must be so whatever happens\n"
+    "dalvane-desk campaign --failures all|short [--jobs N]\n"
+    "                                       plays a day again for each call of the platform that it makes, with that "
+    "call\n"
+    "                                       failing, and for pairs of them\n"
+    "dalvane-desk campaign --replay FILE [--seed N]\n"
+    "                                       checks the same of a scenario\n"
     "dalvane-desk tour [--trace] [--wav FILE]\n"
     "                                       a guided run of what Dalvane does; with the raw trace, if you like, and "
     "with\n"
@@ -81,6 +94,88 @@ int exploreCommand(const std::vector<std::string>& arguments) {
   }
   return explore(dalvaneProgram(), given.files, preemptions, std::cout, std::cerr,
                  isatty(STDERR_FILENO) != 0 ? &std::cerr : nullptr);
+}
+
+// A number of decimal digits up to `most`; none: the text is something else.
+std::optional<std::uint64_t> number(std::string_view text, std::uint64_t most) {
+  std::uint64_t value = 0;
+  const char* const last = text.data() + text.size();
+  const auto [end, error] = std::from_chars(text.data(), last, value);
+  if (error != std::errc{} || end != last || value > most) return std::nullopt;
+  return value;
+}
+
+// What `campaign` is given.
+struct CampaignArguments {
+  campaign::Options options;
+  bool hasSeeds = false;
+  bool hasDays = false;
+  std::string file;
+  std::string failures;
+  std::uint64_t seed = 1;
+  std::string problem;  // empty: none
+};
+
+std::string takeSeeds(CampaignArguments& given, const std::string& text) {
+  const auto dots = text.find("..");
+  const auto first = number(text.substr(0, dots), UINT32_MAX);
+  const auto last = dots == text.npos ? first : number(text.substr(dots + 2), UINT32_MAX);
+  if (!first || !last || *last < *first) return "--seeds needs numbers A..B, A not above B";
+  given.options.firstSeed = *first;
+  given.options.lastSeed = *last;
+  given.hasSeeds = true;
+  return {};
+}
+
+std::string takeOption(CampaignArguments& given, const std::string& option, const std::string& value) {
+  if (option == "--seeds") return takeSeeds(given, value);
+  if (option == "--replay") {
+    given.file = value;
+    return {};
+  }
+  if (option == "--failures") {
+    given.failures = value;
+    return value == "all" || value == "short" ? "" : "--failures needs \"all\" or \"short\"";
+  }
+  const auto count = number(value, 1'000'000);
+  if (option == "--seed") {
+    if (!count) return "\"" + value + "\" is no seed";
+    given.seed = *count;
+    return {};
+  }
+  if (option != "--days" && option != "--jobs") return "\"" + option + "\" is nothing that campaign knows";
+  if (!count || *count == 0) return option + " needs a number above 0";
+  if (option == "--jobs") {
+    given.options.jobs = static_cast<unsigned>(*count);
+  } else {
+    given.options.days = *count;
+    given.hasDays = true;
+  }
+  return {};
+}
+
+CampaignArguments campaignArguments(const std::vector<std::string>& arguments) {
+  CampaignArguments given;
+  for (std::size_t i = 1; i < arguments.size() && given.problem.empty(); i += 2) {
+    given.problem = i + 1 < arguments.size() ? takeOption(given, arguments[i], arguments[i + 1])
+                                             : "\"" + arguments[i] + "\" needs a value";
+  }
+  if (!given.problem.empty() || !given.file.empty() || !given.failures.empty()) return given;
+  if (!given.hasSeeds) given.problem = "campaign needs --seeds A..B";
+  if (given.hasSeeds && !given.hasDays) given.problem = "campaign needs --days N";
+  return given;
+}
+
+int campaignCommand(const std::vector<std::string>& arguments) {
+  const CampaignArguments given = campaignArguments(arguments);
+  if (!given.problem.empty()) return misused(given.problem);
+  const campaign::Streams streams = {
+      .out = std::cout, .errors = std::cerr, .progress = isatty(STDERR_FILENO) != 0 ? &std::cerr : nullptr};
+  if (!given.failures.empty()) {
+    return campaign::failures(dalvaneProgram(), given.failures == "short", given.options.jobs, streams);
+  }
+  if (!given.file.empty()) return campaign::replay(dalvaneProgram(), given.file, given.seed, streams);
+  return campaign::run(dalvaneProgram(), given.options, streams);
 }
 
 // What a command that draws is given.
@@ -181,6 +276,7 @@ int main(int argc, char** argv) {
       return misused(error.what());
     }
   }
+  if (arguments[0] == "campaign") return campaignCommand(arguments);
   if (arguments[0] == "explore") return exploreCommand(arguments);
   if (arguments[0] == "play") return playCommand(arguments);
   if (arguments[0] == "serve") return serveCommand(arguments);

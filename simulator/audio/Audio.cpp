@@ -111,6 +111,9 @@ OutputDevice& Audio::makeOutput(std::int64_t number, OutputSettings settings) {
   if (const auto heard = speakerListeners_.find(number); heard != speakerListeners_.end()) {
     device->speaker.setListener(heard->second);
   }
+  device->speaker.setMeter([this, number](float level, bool direct) {
+    if (meter_) meter_(number, level, direct);
+  });
   return *device;
 }
 
@@ -275,6 +278,12 @@ void Audio::stopPlaying(const std::string& process) {
   const Scheduler::Lock lock(machine_.scheduler);
   players_.erase(process);
   disturb();
+}
+
+double Audio::signal(std::int64_t number) const {
+  double sum = 0;
+  for (const auto& [process, player] : players_) sum += player->plays(number) ? player->level() : 0;
+  return sum;
 }
 
 // ---- Objects ----
@@ -627,6 +636,10 @@ void Audio::processEnded(Leaks&) {
   disturb();
 }
 
+bool Audio::usesMicrophone() const {
+  return std::ranges::any_of(aggregates_, [](const auto& each) { return each.second->listens(); });
+}
+
 void Audio::snapshot(nlohmann::ordered_json& state) {
   auto& speakers = state["speakers"] = nlohmann::ordered_json::array();
   for (const auto& [number, device] : outputs_) {
@@ -663,7 +676,7 @@ void Audio::snapshot(nlohmann::ordered_json& state) {
   }
   // I/O that runs keeps an idle Mac from going to sleep.
   objects["keeps_awake"] = std::ranges::any_of(aggregates_, [](const auto& each) { return each.second->isRunning(); });
-  objects["microphone"] = std::ranges::any_of(aggregates_, [](const auto& each) { return each.second->listens(); });
+  objects["microphone"] = usesMicrophone();
 }
 
 }  // namespace simulator

@@ -33,6 +33,11 @@ class Audio : public Part {
 
   // None: there is no such output.
   [[nodiscard]] OutputDevice* output(std::int64_t number);
+  [[nodiscard]] std::optional<std::int64_t> defaultOutput() const { return defaultOutput_; }
+  [[nodiscard]] std::size_t taps() const { return taps_.size(); }
+  [[nodiscard]] std::size_t aggregates() const { return aggregates_.size(); }
+  // A callback that was started reads a device's own inputs.
+  [[nodiscard]] bool usesMicrophone() const;
   void addOutput(std::int64_t number, OutputSettings settings);
   void changeOutput(OutputDevice& device, OutputSettings settings);
   // Its default moves to another output, if there is one.
@@ -48,10 +53,16 @@ class Audio : public Part {
   // Hears what that output's speaker plays from now on, also when the output comes only later.
   void listen(std::int64_t number, const Speaker::Listener& listener);
 
+  // Is told of each cycle that is carried out on any output, by its number. What is left out is like the last.
+  using Meter = std::function<void(std::int64_t number, float level, bool direct)>;
+  void setMeter(const Meter& meter) { meter_ = meter; }
+
   // ---- Other programs ----
 
   void play(const std::string& process, std::int64_t output, const Sound& sound);
   void stopPlaying(const std::string& process);
+  // What they all play to that output: the sum of their levels.
+  [[nodiscard]] double signal(std::int64_t output) const;
 
   // ---- What clients call; AudioError where the call is to fail ----
 
@@ -133,6 +144,7 @@ class Audio : public Part {
   pid_t nextPid_ = 300;
   std::map<std::int64_t, std::unique_ptr<OutputDevice>> outputs_;
   std::map<std::int64_t, Speaker::Listener> speakerListeners_;
+  Meter meter_;
   std::optional<std::int64_t> defaultOutput_;
   std::map<std::string, std::unique_ptr<Player>> players_;
   std::unique_ptr<Player> program_;  // the program as a client; none before it asks

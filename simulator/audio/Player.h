@@ -27,6 +27,7 @@ class Player : public AudioObject {
   // Plays to the output with that number in the scenario, from its beginning.
   void play(std::int64_t output, const Sound& sound);
   [[nodiscard]] bool plays(std::int64_t output) const { return output == output_; }
+  [[nodiscard]] double level() const { return sound_.level; }
   [[nodiscard]] bool isAudible() const { return sound_.level != 0; }
 
   // The next `frames` samples of its sound, which is the same in all channels.

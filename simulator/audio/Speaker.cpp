@@ -15,6 +15,7 @@ void Speaker::play(std::span<const float> samples, std::size_t channels, double 
   constexpr float loudest = std::numeric_limits<float>::max();
   level_ = std::bit_cast<float>(std::min(level, std::bit_cast<std::uint32_t>(loudest)));
   direct_ = direct;
+  if (meter_) meter_(level_, direct_);
   if (listener_) listener_(samples, channels, rate);
 }
 

@@ -15,6 +15,11 @@ class Speaker {
   void play(std::span<const float> samples, std::size_t channels, double rate, bool direct);
   void fallSilent() { level_ = 0, direct_ = false; }
 
+  // Is told of every cycle that is carried out from now on, of its level and of whether sound was in it that came
+  // straight from a process.
+  using Meter = std::function<void(float level, bool direct)>;
+  void setMeter(Meter meter) { meter_ = std::move(meter); }
+
   // The largest magnitude of a sample in the last cycle.
   [[nodiscard]] float level() const { return level_; }
   [[nodiscard]] bool direct() const { return direct_; }
@@ -27,6 +32,7 @@ class Speaker {
   float level_ = 0;
   bool direct_ = false;
   Listener listener_;
+  Meter meter_;
 };
 
 }  // namespace simulator

@@ -106,6 +106,7 @@ void Alerts::dismiss() {
 
 void Alerts::addCommands(Commands& commands) {
   commands.add("answer", [this](Arguments& line) -> Action {
+    if (line.flag("dismiss", false)) return [this] { dismiss(); };
     Answer answer;
     if (line.has("button")) {
       answer.leavesOpen = line.json("button").is_null();

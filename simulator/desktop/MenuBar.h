@@ -86,6 +86,7 @@ class MenuBar : public Part {
   // its delegate asked again, as AppKit does to look for key equivalents.
   void open();
   void close();
+  [[nodiscard]] bool isOpen() const { return isOpen_; }
   void click(const std::string& title);
   void slide(const Slide& slide);
 

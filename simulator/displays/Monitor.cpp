@@ -56,6 +56,10 @@ bool Monitor::answers(std::uint32_t chip) const {
   return connected_ && chip == displayChip && scheduler_.now() >= asleepUntil_;
 }
 
+bool Monitor::answersWithin(Duration patience) const {
+  return answers(displayChip) && (fault_ == Fault::none || faultsLeft_ == 0) && replyTime_ <= patience;
+}
+
 IOReturn Monitor::write(std::uint32_t chip, std::uint32_t address, std::span<const std::uint8_t> bytes) {
   if (!answers(chip)) return kIOReturnNotResponding;
   const bool repetition = std::ranges::equal(bytes, previous_) && !bytes.empty();

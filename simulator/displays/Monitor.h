@@ -40,6 +40,9 @@ class Monitor {
   void setReplyTime(Duration time) { replyTime_ = time; }
   // How long after a sleep of the Mac it takes to answer again.
   void setWakesAfter(Duration time) { wakesAfter_ = time; }
+  // Whether it does as DDC/CI has it: it is there and awake, misbehaves in nothing, and has its replies ready in time
+  // for a host that waits for them for `patience`.
+  [[nodiscard]] bool answersWithin(Duration patience) const;
   // From now on nothing is at the other end of the wire.
   void unplug() { connected_ = false; }
   // The Mac has slept: the link was down, and what it owed is forgotten.

@@ -71,11 +71,19 @@ void RunLoop::remove(const void* lane) {
 }
 
 void RunLoop::runOnce(Modes mode) {
-  if (const auto work = takeWork(mode)) {
+  const Time called = machine_.scheduler.uptime();
+  const auto work = takeWork(mode);
+  const Time begun = machine_.scheduler.uptime();
+  const Duration outside = std::exchange(inInnerLoops_, Duration::zero());
+  if (work) {
     work();
   } else {
     performBlocks(mode);
   }
+  const Time ended = machine_.scheduler.uptime();
+  longestWork_ = std::max(longestWork_, ended - begun - inInnerLoops_);
+  ++works_;
+  inInnerLoops_ = outside + (ended - called);
 }
 
 // The next work, waiting until there is some; nothing when blocks are to be performed.

@@ -7,6 +7,7 @@
 #include <functional>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/Block.h"
@@ -76,6 +77,11 @@ class RunLoop : public Part {
   // Does one piece of work on the main thread, waiting until there is some.
   void runOnce(Modes mode);
 
+  // For how long a piece of work has held the main thread up at most, without the loops that it ran itself, and how
+  // many pieces there were.
+  [[nodiscard]] Duration longestWork() const { return longestWork_; }
+  [[nodiscard]] std::uint64_t works() const { return works_; }
+
   // Keeps the block until the loop next goes round in one of `modes`, which it does for another piece of work, or when
   // it is woken up.
   void addBlock(Modes modes, void (^block)());
@@ -112,6 +118,9 @@ class RunLoop : public Part {
   Machine& machine_;
   std::deque<Work> pending_;
   bool servesMainQueue_ = false;
+  Duration longestWork_{0};
+  std::uint64_t works_ = 0;
+  Duration inInnerLoops_{0};  // so much of the work that is being done
   std::deque<PerformedBlock> blocks_;
   std::set<__CFRunLoopTimer*> timers_;
   WaitQueue waiting_;

@@ -15,7 +15,12 @@ void Faults::interrupt(std::string_view call, std::function<void()> action, std:
   faults_.emplace(std::string(call), Fault{{}, std::move(action), nth - 1, times});
 }
 
+void Faults::mend(std::string_view call) {
+  std::erase_if(faults_, [call](const auto& each) { return each.first == call && each.second.status; });
+}
+
 std::optional<std::int32_t> Faults::take(std::string_view call) {
+  if (isCounting_) ++counted_[std::string(call)];
   if (faults_.empty()) return std::nullopt;
   std::optional<std::int32_t> status;
   std::vector<std::function<void()>> interruptions;

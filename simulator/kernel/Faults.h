@@ -24,6 +24,14 @@ class Faults {
   // Has the world do something in the middle of a call of `call`, the `nth` from now and as many as `times` from there
   // on: after the call began, before it has looked at anything.
   void interrupt(std::string_view call, std::function<void()> action, std::uint64_t nth, std::uint64_t times);
+  // Takes back what calls of `call` were still to fail with.
+  void mend(std::string_view call);
+  // Whether calls of `call` are still to fail or to be interrupted.
+  [[nodiscard]] bool isPending(std::string_view call) const { return faults_.contains(call); }
+  // From now on calls are counted by their names; before, none are.
+  void startCounting() { isCounting_ = true; }
+  [[nodiscard]] const std::map<std::string, std::uint64_t, std::less<>>& counted() const { return counted_; }
+
   // Counts one call, and does what was to happen in it; the status it is to fail with, if it is.
   std::optional<std::int32_t> take(std::string_view call);
 
@@ -37,6 +45,8 @@ class Faults {
 
   std::set<std::string, std::less<>> calls_;
   std::multimap<std::string, Fault, std::less<>> faults_;
+  bool isCounting_ = false;
+  std::map<std::string, std::uint64_t, std::less<>> counted_;
 };
 
 }  // namespace simulator

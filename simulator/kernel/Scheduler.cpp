@@ -405,19 +405,21 @@ void Scheduler::runNext() {
 }
 
 void Scheduler::advance(Duration duration) {
-  const Time until = now() + duration;
   if (clock_ == Clock::live) {
-    std::this_thread::sleep_until(powerOn_ + until);
+    std::this_thread::sleep_until(powerOn_ + now() + duration);
     return;
   }
+  // What the Mac sleeps meanwhile comes on top.
+  const Time awake = uptime() + duration;
+  const auto until = [&] { return awake + slept_; };
   ++happenings_;
   runReady();
-  if (timeWillMove_) timeWillMove_(until);
-  while (!timers_.empty() && timers_.begin()->first.first <= until) {
+  if (timeWillMove_) timeWillMove_(until());
+  while (!timers_.empty() && timers_.begin()->first.first <= until()) {
     runNext();
-    if (timeWillMove_) timeWillMove_(until);
+    if (timeWillMove_) timeWillMove_(until());
   }
-  now_ = until;
+  now_ = until();
 }
 
 void Scheduler::sleepThrough(Duration duration) {
@@ -440,12 +442,12 @@ bool Scheduler::settle() {
     lock.release();
     return true;
   }
-  const Time until = now() + limit;
+  const Time until = uptime() + limit;
   ++happenings_;
   runReady();
   while (counted_ > 0) {
-    if (now_ > until) return false;
-    if (timeWillMove_) timeWillMove_(until);
+    if (uptime() > until) return false;
+    if (timeWillMove_) timeWillMove_(until + slept_);
     runNext();
   }
   return true;

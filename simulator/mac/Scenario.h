@@ -2,6 +2,7 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
 #include <istream>
 #include <string>
 #include <vector>
@@ -24,8 +25,12 @@ class Scenario {
   void add(std::istream& lines, const std::string& name, const std::filesystem::path& folder = {});
 
   // Carries the lines out in their order. After each, everything runs that is ready at that instant; lines that race
-  // happen meanwhile, and at the latest before the next line that is not about time.
-  void play();
+  // happen meanwhile, and at the latest before the next line that is not about time. `afterEach` is called when all has
+  // run that a line and those that race with it made ready, with how many lines that were; it answers whether to go on.
+  void play(const std::function<bool(std::size_t lines)>& afterEach = {});
+
+  // From now on lines that make no sense where they stand are left out.
+  void forgive() { forgives_ = true; }
 
   // Carries a single line out. Its paths begin in the working directory.
   void perform(const std::string& line);
@@ -45,6 +50,7 @@ class Scenario {
   Mac& mac_;
   Commands commands_;
   std::vector<Step> steps_;
+  bool forgives_ = false;
 };
 
 }  // namespace simulator

@@ -46,6 +46,9 @@ class ChildProcesses : public Part {
   // Waits for a child; its wait status, or none when there is no such child (any more).
   std::optional<int> wait(pid_t child);
 
+  // How many the program has not waited for.
+  [[nodiscard]] std::size_t unwaited() const { return children_.size(); }
+
   void processEnded(Leaks& leaks) override;
   void snapshot(nlohmann::ordered_json& state) override;
 

@@ -70,6 +70,19 @@ TEST(Race, HappensEvenWhereNothingRuns) {
   EXPECT_EQ(placeOf(played, "pointer"), played.records.size() - 1);
 }
 
+// What the Mac sleeps in the middle of a wait comes on top of it.
+TEST(Race, NeverTurnsTimeBack) {
+  WITH_SEEDS(seed, 20) {
+    const Played played = playScenario(twoDisplays + launch + race(macSleeps(4)) + advance(0.1) + snapshot("end"), seed);
+    EXPECT_EQ(played.records[placeOf(played, "snapshot")]["t"], 4.1);
+    double before = 0;
+    for (const json& record : played.records) {
+      EXPECT_GE(record["t"].get<double>(), before);
+      before = record["t"];
+    }
+  }
+}
+
 TEST(Race, SaysWhereAMistakeIs) {
   EXPECT_EQ(playScenario("\n" + race(settle)).error, "test:2: time cannot race");
   EXPECT_EQ(playScenario(race(advance(1))).error, "test:1: time cannot race");

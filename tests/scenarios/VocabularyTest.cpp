@@ -206,3 +206,33 @@ TEST(Vocabulary, ReadsEveryLineBeforeItBegins) {
   EXPECT_EQ(played.status, 2);
   EXPECT_TRUE(played.records.empty());
 }
+
+TEST(Vocabulary, AFailureCanBeTakenBack) {
+  const std::string failing = fail("IOAVServiceReadI2C", -1, 2, 99);
+  const std::string takenBack = line("fail", {{"call", "IOAVServiceReadI2C"}, {"status", nullptr}});
+  const auto errorsOf = [](const std::string& scenario) {
+    std::size_t errors = 0;
+    for (const json& record : playScenario(scenario).of("log")) errors += record["level"] == "error" ? 1 : 0;
+    return errors;
+  };
+  const std::size_t usual = errorsOf(launched + wake + settle);
+  EXPECT_EQ(errorsOf(failing + launched + wake + settle), usual + 1);
+  EXPECT_EQ(errorsOf(failing + launched + takenBack + wake + settle), usual);
+  EXPECT_EQ(playScenario(line("fail", {{"call", "nothing"}, {"status", nullptr}})).error,
+            "test:1: there is no call \"nothing\" that can be made to fail");
+}
+
+TEST(Vocabulary, AnOpenAlertCanBeDismissed) {
+  const std::string dismiss = line("answer", {{"dismiss", true}});
+  const std::string check = click("Check for Updates…") + settle;
+  const json newer = {
+      {"version", "9.0"}, {"date", ""}, {"dmg_url", "https://a.example/x"}, {"size_bytes", 1}, {"notes", ""}};
+  const std::string offered = feed({{"releases", json::array({newer})}}) + launch + settle;
+  const Played played = playScenario(offered + leaveNextAlertOpen + check + dismiss + settle);
+  ASSERT_EQ(played.of("answer").size(), 1U);
+  EXPECT_EQ(played.of("answer")[0]["button"], "Later");
+  // Without an alert it does nothing, now or later.
+  const Played without = playScenario(launch + settle + dismiss + check);
+  ASSERT_EQ(without.of("alert").size(), 1U);
+  EXPECT_EQ(without.of("alert")[0]["answer"], "OK");
+}

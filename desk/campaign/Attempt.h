@@ -1,0 +1,40 @@
+// A scenario that is played in a child process and held against the invariants.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <ostream>
+#include <string>
+
+#include "desk/campaign/Children.h"
+#include "desk/campaign/Run.h"
+#include "desk/campaign/Shrink.h"
+#include "simulator/kernel/Process.h"
+
+namespace campaign {
+
+// A day takes milliseconds. A child that says nothing for so many seconds will never say anything.
+inline constexpr unsigned patience = 120;
+
+// How one scenario went.
+struct Outcome {
+  std::optional<Breach> breach;
+  std::string misunderstood;  // why it cannot be played
+};
+
+// The work of a child that plays `lines`; what it tells goes to `take`, and how it ended to `end`.
+void attempt(const simulator::Program& program, std::uint64_t seed, const Lines& lines, const Tell& tell);
+void take(Outcome& outcome, const std::string& told);
+void end(Outcome& outcome, int status, std::size_t lines);
+
+// Plays the lines in a child process.
+Outcome playOnce(const simulator::Program& program, std::uint64_t seed, const Lines& lines);
+
+// What is broken when a child ends with that status in the middle of its work.
+Breach crash(int status, std::size_t lines);
+
+void describe(std::ostream& out, const Breach& breach, std::uint64_t seed);
+
+}  // namespace campaign

@@ -1,0 +1,45 @@
+// Work that is done in child processes, so that it does not matter how the program fails: each tells its parent texts.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <functional>
+#include <map>
+#include <string>
+#include <string_view>
+
+namespace campaign {
+
+// Tells the parent a text of one line.
+using Tell = std::function<void(std::string_view)>;
+
+class Children {
+ public:
+  Children() = default;
+  // Ends those that are left.
+  ~Children();
+  Children(const Children&) = delete;
+  Children& operator=(const Children&) = delete;
+
+  // Starts a child that does `work` and then ends. One that tells nothing for `patience` seconds is ended. `number` is
+  // what the child is called by below; it must be free. Throws std::system_error.
+  void start(std::size_t number, unsigned patience, const std::function<void(const Tell&)>& work);
+  [[nodiscard]] std::size_t count() const { return children_.size(); }
+
+  // Waits until a child tells something or has ended, and calls `told` or `ended`; the latter with how it ended: 0 when
+  // it came to the end of its work, otherwise the status of its exit or 128 and the signal.
+  void wait(const std::function<void(std::size_t number, const std::string& text)>& told,
+            const std::function<void(std::size_t number, int status)>& ended);
+
+ private:
+  struct Child {
+    pid_t process;
+    int pipe;
+    std::string buffer;
+  };
+
+  std::map<std::size_t, Child> children_;
+};
+
+}  // namespace campaign

@@ -1,0 +1,543 @@
+#include "desk/campaign/Life.h"
+
+#include <algorithm>
+#include <array>
+#include <iterator>
+#include <utility>
+
+namespace campaign {
+
+namespace {
+
+// A display that this desk may have. Two look the same to whoever asks them.
+struct MonitorModel {
+  int id;
+  const char* name;
+  int product;
+  int serial;
+  int maximum;
+};
+constexpr MonitorModel monitors[] = {{2, "Left", 41200, 7001, 100}, {3, "Right", 41200, 7002, 100},
+                                     {4, "Wide", 900, 1, 255},      {5, "Twin", 77, 0, 100},
+                                     {6, "Other Twin", 77, 0, 100}, {7, "Old", 12, 5, 65535}};
+constexpr int displayWidth = 2000;
+
+// An output that this desk may have.
+struct OutputModel {
+  int id;
+  const char* name;
+  const char* volume;
+  int channels;
+  int inputs;
+};
+constexpr OutputModel outputModels[] = {{10, "Speakers", "settable", 2, 0},
+                                        {11, "Television", "none", 2, 0},
+                                        {12, "Receiver", "none", 8, 0},
+                                        {13, "Headset", "none", 2, 1},
+                                        {14, "Projector", "fixed", 2, 0}};
+
+const std::string imageURL = "https://releases.dalvane.example/Dalvane.dmg";
+
+}  // namespace
+
+Life::Life(std::uint64_t seed) : random_(seed) {}
+
+std::vector<std::string> Life::day() {
+  lines_.clear();
+  if (!std::exchange(isFurnished_, true)) furnish();
+  const std::uint64_t episodes = 6 + upTo(8);
+  for (std::uint64_t i = 0; i < episodes; ++i) {
+    episode();
+    if (oneIn(2)) settle();
+    wait(oneIn(3) ? 3000 : 10);
+  }
+  recover();
+  night();
+  return lines_;
+}
+
+// ---- Lines ----
+
+void Life::say(const char* what, Json members) {
+  members["do"] = what;
+  lines_.push_back(members.dump());
+}
+
+void Life::mayRace(const char* what, Json members) {
+  if (oneIn(3)) members["race"] = true;
+  say(what, std::move(members));
+}
+
+// In milliseconds, as a person would count.
+void Life::wait(double atMost) {
+  const auto milliseconds = static_cast<double>(upTo(static_cast<std::uint64_t>(atMost * 1000)));
+  say("advance", {{"seconds", milliseconds / 1000}});
+}
+
+// ---- What is on the desk ----
+
+void Life::furnish() {
+  say("display", {{"id", 1}, {"name", "Built-in"}, {"builtin", true}, {"frame", {0, 0, 1512, 982}}});
+  for (const auto& model : monitors) {
+    if (oneIn(2)) connect(model.id);
+  }
+  for (const auto& model : outputModels) {
+    if (model.id <= 11 || oneIn(2)) addOutput(model.id);
+  }
+  say("default-output", {{"id", oneIn(4) ? 10 : 11}});
+  say("play", {{"process", "Music"}, {"output", 11}, {"tone", 0}, {"level", 0.25}});
+  say("launch");
+  settle();
+  wait(20);
+}
+
+void Life::connect(int display) {
+  const auto& model = *std::ranges::find(monitors, display, &MonitorModel::id);
+  connected_.insert(display);
+  Json monitor = {{"current", upTo(static_cast<std::uint64_t>(model.maximum))}, {"maximum", model.maximum}};
+  if (oneIn(8)) monitor["maximum"] = 0;
+  if (monitor["maximum"] == 0) monitor["current"] = 0;
+  if (oneIn(8)) monitor["reply-time"] = oneIn(2) ? 0.045 : 0.2;
+  if (oneIn(4)) monitor["wakes-after"] = static_cast<double>(upTo(3000)) / 1000;
+  Json members = {
+      {"id", display},  {"name", model.name},       {"frame", {displayWidth * display, 0, displayWidth - 10, 1000}},
+      {"vendor", 4268}, {"product", model.product}, {"serial", model.serial}};
+  if (!oneIn(12)) members["monitor"] = monitor;
+  mayRace("display", members);
+}
+
+void Life::disconnect(int display) {
+  connected_.erase(display);
+  mayRace("display", {{"id", display}, {"gone", true}});
+}
+
+void Life::addOutput(int output) {
+  const auto& model = *std::ranges::find(outputModels, output, &OutputModel::id);
+  outputs_.insert(output);
+  say("output", {{"id", output},
+                 {"uid", "UID-" + std::to_string(output)},
+                 {"name", model.name},
+                 {"volume", model.volume},
+                 {"channels", model.channels},
+                 {"inputs", model.inputs}});
+}
+
+void Life::pointAt(int display) {
+  const double x = display == 1 ? 10 : displayWidth * display + 10;
+  mayRace("pointer", {{"at", {x + static_cast<double>(upTo(1000)), 10.0 + static_cast<double>(upTo(900))}}});
+  if (!oneIn(4)) say("advance", {{"seconds", 0.2}});
+}
+
+void Life::pointSomewhere() {
+  if (connected_.empty() || oneIn(8)) return pointAt(oneIn(2) ? 1 : 9);
+  pointAt(*std::next(connected_.begin(), static_cast<std::ptrdiff_t>(upTo(connected_.size() - 1))));
+}
+
+// ---- What happens ----
+
+void Life::episode() {
+  switch (upTo(27)) {
+    case 0:
+    case 1:
+    case 2:
+    case 3:
+    case 4:
+    case 5:
+      return pressBrightness();
+    case 6:
+    case 7:
+    case 8:
+    case 9:
+    case 10:
+      return pressVolume();
+    case 11:
+    case 12:
+    case 13:
+      return useMenu();
+    case 14:
+    case 15:
+      return plug();
+    case 16:
+      return wakeInStorms();
+    case 17:
+    case 18:
+      return changeOutput();
+    case 19:
+      return playSomething();
+    case 20:
+      return changePermission();
+    case 21:
+      return monitorMisbehaves();
+    case 22:
+      return callsFail();
+    case 23:
+      return oneIn(2) ? update() : publish();
+    case 24:
+      return oneIn(2) ? leaveAlertOpen() : toggleLogin();
+    case 25:
+      return relaunch();
+    case 26:
+      return oneIn(2) ? disturbKeys() : changeTemper();
+    default:
+      return everythingAtOnce();
+  }
+}
+
+void Life::pressBrightness() {
+  pointSomewhere();
+  pressKeys({"brightnessUp", "brightnessDown"});
+}
+
+void Life::pressVolume() { pressKeys({"volumeUp", "volumeDown", "mute"}); }
+
+void Life::pressKeys(const std::vector<std::string>& keys) {
+  std::string key = oneOf(keys);
+  if (oneIn(6)) {
+    say("key", {{"key", key}, {"hold", static_cast<double>(1 + upTo(20)) / 10}});
+    return wait(4);
+  }
+  const bool mashes = oneIn(4);
+  for (std::uint64_t i = 0, count = 1 + upTo(mashes ? 15 : 4); i < count; ++i) {
+    if (oneIn(4)) key = oneOf(keys);
+    if (oneIn(5)) {
+      mayRace("key", {{"key", key}, {"action", "press"}});
+      if (oneIn(2)) wait(0.3);
+      mayRace("key", {{"key", key}, {"action", "release"}});
+    } else {
+      mayRace("key", {{"key", key}});
+    }
+    if (oneIn(mashes ? 4 : 2)) wait(mashes ? 0.05 : 0.6);
+  }
+}
+
+void Life::useMenu() {
+  say("menu", {{"open", true}});
+  for (std::uint64_t i = 0, count = upTo(4); i < count; ++i) {
+    if (oneIn(3)) {
+      oneIn(2) ? pressBrightness() : pressVolume();
+      continue;
+    }
+    Json through = Json::array();
+    for (std::uint64_t stops = upTo(5); stops > 0; --stops) through.push_back(static_cast<double>(upTo(160)) / 10);
+    const char* row = oneIn(3) ? oneOf(outputModels).name : oneOf(monitors).name;
+    mayRace("slide", {{"row", row}, {"to", upTo(16)}, {"through", through}, {"release", !oneIn(5)}});
+    if (oneIn(2)) wait(0.5);
+    if (oneIn(3)) settle();
+  }
+  if (oneIn(3)) plug();
+  if (oneIn(2)) wait(120);
+  mayRace("menu", {{"open", false}});
+}
+
+void Life::plug() {
+  for (std::uint64_t i = 0, count = 1 + upTo(oneIn(4) ? 6 : 1); i < count; ++i) {
+    const int display = oneOf(monitors).id;
+    connected_.contains(display) ? disconnect(display) : connect(display);
+    if (oneIn(2)) wait(oneIn(2) ? 0.1 : 2);
+  }
+}
+
+void Life::wakeInStorms() {
+  for (std::uint64_t i = 0, count = 1 + upTo(oneIn(3) ? 6 : 1); i < count; ++i) {
+    if (oneIn(2)) {
+      mayRace("wake");
+    } else {
+      Json members = {{"seconds", oneIn(3) ? upTo(7200) : upTo(5)}};
+      if (oneIn(2)) members["wakes-after"] = static_cast<double>(upTo(4000)) / 1000;
+      mayRace("sleep", members);
+    }
+    if (oneIn(2)) wait(oneIn(2) ? 0.2 : 5);
+    if (oneIn(3)) pressBrightness();
+  }
+}
+
+void Life::changeOutput() {
+  const auto& model = oneOf(outputModels);
+  switch (upTo(7)) {
+    case 0:
+      if (outputs_.size() < 2 || !outputs_.contains(model.id)) return addOutput(model.id);
+      outputs_.erase(model.id);
+      return mayRace("output", {{"id", model.id}, {"gone", true}});
+    case 1:
+      return mayRace("restart-audio");
+    case 2:
+    case 3: {
+      if (!outputs_.contains(model.id)) addOutput(model.id);
+      static constexpr int rates[] = {44100, 48000, 96000};
+      return mayRace("output", {{"id", model.id}, {"rate", oneOf(rates)}});
+    }
+    case 4:
+      if (!outputs_.contains(model.id)) addOutput(model.id);
+      return mayRace("output", {{"id", model.id}, {"channels", 1 + upTo(7)}, {"inputs", upTo(2)}});
+    case 5:
+      if (!outputs_.contains(model.id)) addOutput(model.id);
+      // A format that cannot be routed, for a while.
+      say("output", {{"id", model.id}, {"format", {{"bits", 16}, {"flags", 12}}}});
+      wait(60);
+      pressVolume();
+      return say("output", {{"id", model.id}, {"format", {{"bits", 32}, {"flags", 9}}}});
+    default:
+      if (!outputs_.contains(model.id)) addOutput(model.id);
+      return mayRace("default-output", {{"id", model.id}});
+  }
+}
+
+void Life::playSomething() {
+  static constexpr const char* processes[] = {"Music", "Film", "Call"};
+  // Together they are never above full scale.
+  static constexpr double levels[] = {0.125, 0.25, 0.3};
+  const char* process = oneOf(processes);
+  const auto& model = oneOf(outputModels);
+  if (oneIn(4) || !outputs_.contains(model.id)) return mayRace("play", {{"process", process}, {"stop", true}});
+  mayRace("play", {{"process", process}, {"output", model.id}, {"tone", 0}, {"level", oneOf(levels)}});
+}
+
+void Life::changePermission() {
+  if (oneIn(2)) {
+    mayRace("accessibility", {{"granted", false}});
+    wait(oneIn(2) ? 1 : 600);
+    pressBrightness();
+    if (oneIn(2)) say("menu", {{"open", true}});
+    say("menu", {{"open", false}});
+    wait(5);
+    return mayRace("accessibility", {{"granted", true}});
+  }
+  static constexpr const char* states[] = {"denied", "undetermined"};
+  mayRace("capture", {{"permission", oneOf(states)}, {"answer", oneIn(2)}});
+  if (oneIn(2)) wakeInStorms();
+  pressVolume();
+  wait(60);
+  say("answer", {{"dismiss", true}});
+  say("capture", {{"permission", "authorized"}});
+}
+
+void Life::monitorMisbehaves() {
+  if (connected_.empty()) return;
+  const int display = *std::next(connected_.begin(), static_cast<std::ptrdiff_t>(upTo(connected_.size() - 1)));
+  static constexpr const char* faults[] = {"no-answer", "bad-checksum", "write-fails", "second-write-fails",
+                                           "null-message"};
+  if (oneIn(4)) {
+    const auto& model = *std::ranges::find(monitors, display, &MonitorModel::id);
+    return mayRace("monitor", {{"display", display}, {"current", upTo(static_cast<std::uint64_t>(model.maximum))}});
+  }
+  Json members = {{"display", display}, {"fault", oneOf(faults)}};
+  if (!oneIn(3)) members["attempts"] = 1 + upTo(12);
+  mayRace("monitor", members);
+  pointAt(display);
+  if (oneIn(2)) mayRace("wake");
+  pressKeys({"brightnessUp", "brightnessDown"});
+  wait(30);
+  if (!members.contains("attempts")) say("monitor", {{"display", display}, {"fault", "none"}});
+}
+
+void Life::callsFail() {
+  static constexpr const char* calls[] = {"IORegistryEntryCreateIterator",
+                                          "IOIteratorNext",
+                                          "IORegistryEntryGetName",
+                                          "IORegistryEntryCreateCFProperty",
+                                          "IOAVServiceCreateWithService",
+                                          "IOAVServiceWriteI2C",
+                                          "IOAVServiceReadI2C",
+                                          "CGGetOnlineDisplayList",
+                                          "NSEvent.eventWithCGEvent",
+                                          "AudioObjectIsPropertySettable",
+                                          "AudioObjectGetPropertyDataSize",
+                                          "AudioObjectGetPropertyData",
+                                          "AudioObjectSetPropertyData",
+                                          "AudioObjectAddPropertyListenerBlock",
+                                          "AudioHardwareCreateProcessTap",
+                                          "AudioHardwareCreateAggregateDevice",
+                                          "AudioDeviceCreateIOProcIDWithBlock",
+                                          "AudioDeviceStart",
+                                          "TCCAccessPreflight"};
+  const char* call = oneOf(calls);
+  say("fail", {{"call", call}, {"status", -1}, {"nth", 1 + upTo(6)}, {"times", 1 + upTo(4)}});
+  for (std::uint64_t i = 0, count = 1 + upTo(2); i < count; ++i) {
+    switch (upTo(4)) {
+      case 0:
+        wakeInStorms();
+        break;
+      case 1:
+        plug();
+        break;
+      case 2:
+        changeOutput();
+        break;
+      case 3:
+        pressVolume();
+        break;
+      default:
+        pressBrightness();
+    }
+  }
+  say("fail", {{"call", call}, {"status", nullptr}});
+}
+
+void Life::publish() {
+  if (oneIn(4)) {
+    static const Json answers[] = {{{"status", 500}},
+                                   {{"body", "[{"}},
+                                   {{"error", "The network connection was lost."}},
+                                   {{"releases", Json::array()}}};
+    return mayRace("feed", oneOf(answers));
+  }
+  const std::string version = "9.0." + std::to_string(++version_);
+  const Json release = {{"version", version},
+                        {"date", "2026-01-01"},
+                        {"dmg_url", imageURL},
+                        {"size_bytes", 1},
+                        {"notes", "What is new."}};
+  mayRace("feed", {{"releases", Json::array({release})}});
+  Json image = {{"url", imageURL}, {"version", version}};
+  if (oneIn(3)) {
+    static const Json bad[] = {{{"tampered", true}},
+                               {{"tampered", "resource"}},
+                               {{"signer", "Somebody"}},
+                               {{"signer", nullptr}},
+                               {{"forged", true}},
+                               {{"apps", Json::array()}},
+                               {{"apps", {"A.app", "B.app"}}},
+                               {{"error", "lost"}},
+                               {{"break-after", 3000}},
+                               {{"identifier", "example.other"}}};
+    image.update(oneOf(bad));
+  }
+  if (oneIn(4)) image["delay"] = upTo(8);
+  mayRace("image", image);
+}
+
+void Life::update() {
+  publish();
+  if (oneIn(2)) say("click", {{"item", "Check for Updates…"}});
+  if (oneIn(2)) {
+    wait(1);
+  } else {
+    settle();
+  }
+  say("click", {{"item", "Update to 9.0." + std::to_string(version_) + "…"}});
+  if (oneIn(3)) wait(1);
+  if (oneIn(4)) pressVolume();
+  if (oneIn(12)) mayRace("quit");
+  settle();
+  say("launch");
+}
+
+void Life::leaveAlertOpen() {
+  say("answer", {{"button", nullptr}});
+  say("click", {{"item", "Check for Updates…"}});
+  wait(2);
+  for (std::uint64_t i = 0, count = 1 + upTo(3); i < count; ++i) {
+    switch (upTo(3)) {
+      case 0:
+        wakeInStorms();
+        break;
+      case 1:
+        plug();
+        break;
+      case 2:
+        pressVolume();
+        break;
+      default:
+        pressBrightness();
+    }
+  }
+  wait(7200);
+  say("answer", oneIn(2) ? Json::object({{"dismiss", true}}) : Json::object());
+  settle();
+  say("launch");
+}
+
+void Life::toggleLogin() {
+  if (oneIn(3)) say("login-item", {{"error", "It cannot be changed."}});
+  if (oneIn(3)) say("login-item", {{"approved", oneIn(2)}});
+  say("click", {{"item", "Start at Login"}});
+  settle();
+  say("login-item", {{"error", nullptr}});
+}
+
+void Life::relaunch() {
+  if (oneIn(2)) settle();
+  oneIn(2) ? mayRace("quit") : mayRace("click", {{"item", "Quit Dalvane"}});
+  wait(oneIn(2) ? 0.1 : 60);
+  say("launch");
+  if (oneIn(2)) wait(0.2);
+}
+
+void Life::disturbKeys() {
+  if (oneIn(2)) return mayRace("disable-tap", {{"by", oneIn(2) ? "timeout" : "user-input"}});
+  say("tap", {{"process", "Helper"}, {"place", oneIn(2) ? "head" : "tail"}});
+  pressVolume();
+  pressBrightness();
+  say("tap", {{"process", "Helper"}, {"gone", true}});
+}
+
+void Life::changeTemper() {
+  say("temper", {{oneIn(3) ? "threads" : "audio", "rough"}});
+  for (std::uint64_t i = 0, count = 1 + upTo(4); i < count; ++i) episode();
+  say("temper", {{"audio", "smooth"}, {"threads", "smooth"}});
+}
+
+void Life::everythingAtOnce() {
+  for (std::uint64_t i = 0, count = 2 + upTo(4); i < count; ++i) {
+    switch (upTo(5)) {
+      case 0:
+        wakeInStorms();
+        break;
+      case 1:
+        plug();
+        break;
+      case 2:
+        changeOutput();
+        break;
+      case 3:
+        pressVolume();
+        break;
+      case 4:
+        pressBrightness();
+        break;
+      default:
+        playSomething();
+    }
+  }
+}
+
+void Life::recover() {
+  say("menu", {{"open", false}});
+  say("answer", {{"dismiss", true}});
+  say("capture", {{"permission", "authorized"}});
+  say("accessibility", {{"granted", true}});
+  for (const int display : connected_) {
+    if (oneIn(4)) say("monitor", {{"display", display}, {"fault", "none"}, {"reply-time", 0.04}});
+  }
+  settle();
+  say("launch");
+  say("wake");
+  say("advance", {{"seconds", 5}});
+  settle();
+  // Everything is to work.
+  for (const int display : connected_) {
+    if (oneIn(3)) continue;
+    pointAt(display);
+    say("key", {{"key", oneIn(2) ? "brightnessUp" : "brightnessDown"}});
+    say("advance", {{"seconds", 0.5}});
+  }
+  say("key", {{"key", oneIn(2) ? "volumeUp" : "volumeDown"}});
+  settle();
+  say("menu", {{"open", true}});
+  settle();
+  say("menu", {{"open", false}});
+}
+
+void Life::night() {
+  settle();
+  if (oneIn(3)) {
+    say("advance", {{"seconds", 600}});
+    settle();
+    say("advance", {{"seconds", 30000 + upTo(10000)}});
+  } else {
+    say("sleep", {{"seconds", 30000 + upTo(10000)}});
+  }
+  settle();
+}
+
+}  // namespace campaign

@@ -1,0 +1,312 @@
+// What must be so of the menu, of files and processes, and of the program as a guest of the system.
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+#include <set>
+
+#include "desk/campaign/Invariant.h"
+#include "simulator/desktop/Alerts.h"
+#include "simulator/desktop/MenuBar.h"
+#include "simulator/foundation/Preferences.h"
+#include "simulator/foundation/RunLoop.h"
+#include "simulator/mac/Mac.h"
+#include "simulator/privacy/Accessibility.h"
+#include "simulator/software/Applications.h"
+#include "simulator/software/LoginItem.h"
+#include "simulator/system/ChildProcesses.h"
+#include "simulator/system/SystemRoot.h"
+#include "simulator/system/Volumes.h"
+
+namespace campaign {
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+using nlohmann::json;
+
+// Whether something was done to files or processes.
+bool touchesFiles(const Record& record) {
+  static const std::set<std::string> calls = {"rename", "remove", "remove_all", "posix_spawn"};
+  if (record.what == "do") return record["line"]["do"] == "bundle";
+  return record.what == "exit" || (record.what == "call" && calls.contains(record["api"].get<std::string>()));
+}
+
+class NothingIsLeftBehind : public Invariant {
+ public:
+  NothingIsLeftBehind()
+      : Invariant("nothing-is-left-behind",
+                  "There is no mounted image, working directory or child process but while an update is installed.") {}
+
+  void see(const World&, const Record& record) override { isTouched_ = isTouched_ || touchesFiles(record); }
+
+  void look(const World& world) override {
+    if (!isTouched_ || world.isInstalling()) return;
+    isTouched_ = false;
+    // Ending the program in the middle of an install leaves it as it is; so does what cannot be taken back, which the
+    // program tries once.
+    if (world.wasCutShort() || world.failsSince(updateCalls, Time{0})) return;
+    const auto& root = world.mac.part<simulator::SystemRoot>();
+    for (const fs::path& point : simulator::Volumes(root.path()).mountPoints()) {
+      // An application that was opened in its image.
+      if (!point.string().starts_with(root.below("/Volumes").string()))
+        isBroken("an image is attached at /" + point.lexically_relative(root.path()).string());
+    }
+    for (const auto& entry : fs::directory_iterator(root.temporaryDirectory())) {
+      const std::string name = entry.path().filename().string();
+      if (name.starts_with("dalvane-update-")) isBroken(name + " is left in the temporary directory");
+    }
+    const std::size_t children = world.mac.part<simulator::ChildProcesses>().unwaited();
+    if (children > 0) isBroken(std::to_string(children) + " child processes are left");
+  }
+
+ private:
+  bool isTouched_ = false;
+};
+
+class BundleIsWhole : public Invariant {
+ public:
+  BundleIsWhole() : Invariant("bundle-is-whole", "What is installed is always one whole, validly signed version.") {}
+
+  void see(const World&, const Record& record) override {
+    isTouched_ = isTouched_ || touchesFiles(record);
+    // What the user has put there is what it is.
+    if (record.what == "do" && record["line"]["do"] == "bundle") {
+      const json& line = record["line"];
+      const json signer = line.contains("signer") ? line["signer"] : json("Tessbrook");
+      const json tampered = line.contains("tampered") ? line["tampered"] : json(false);
+      isOurs_ =
+          signer == "Tessbrook" && tampered == false && !line.value("forged", false) && !line.contains("identifier");
+    }
+  }
+
+  void look(const World& world) override {
+    if (!std::exchange(isTouched_, false) || !isOurs_) return;
+    const auto& applications = world.mac.part<simulator::Applications>();
+    const fs::path bundle = applications.bundle();
+    if (isWhole(world, bundle)) return;
+    // While the new version is copied, and when that was cut short or could not be taken back, the old one lies beside
+    // its place, whole: the next install puts it back.
+    const bool isUnderWay = world.isInstalling() || world.wasCutShort() || world.failsSince(updateCalls, Time{0});
+    if (isUnderWay && isWhole(world, bundle.string() + ".bak")) return;
+    isBroken(fs::exists(bundle) ? "the installed bundle is not whole" : "nothing is installed");
+  }
+
+ private:
+  static bool isWhole(const World& world, const fs::path& bundle) {
+    const simulator::CodeRequirement ours = {.identifier = world.mac.process.program().identifier,
+                                             .team = simulator::teamIdentifier(world.mac.process.program().publisher)};
+    return simulator::Applications::signers().check(bundle, {.strict = true, .allArchitectures = true}, ours) == 0;
+  }
+
+  bool isTouched_ = false;
+  bool isOurs_ = true;
+};
+
+class NothingLeaks : public Invariant {
+ public:
+  NothingLeaks() : Invariant("nothing-leaks", "Nothing that the program made outlives its process.") {}
+
+  void look(const World& world) override {
+    // What could not be destroyed is lost.
+    static const std::set<std::string> destroying = {"AudioObjectRemovePropertyListenerBlock",
+                                                     "AudioHardwareDestroyProcessTap",
+                                                     "AudioHardwareDestroyAggregateDevice",
+                                                     "AudioDeviceDestroyIOProcID",
+                                                     "AudioDeviceStop",
+                                                     "IOObjectRelease"};
+    for (const auto& [kind, count] : world.mac.process.leaks()) {
+      if (world.failsSince(destroying, Time{0})) return;
+      isBroken(std::to_string(count) + " of " + kind + " leaked");
+    }
+  }
+};
+
+class MainThreadIsQuick : public Invariant {
+ public:
+  MainThreadIsQuick()
+      : Invariant("main-thread-is-quick",
+                  "No call into the program on the main thread takes longer than the system's patience with an event "
+                  "tap.") {}
+
+  void look(const World& world) override {
+    const Duration longest = world.mac.part<simulator::RunLoop>().longestWork();
+    if (longest > patience)
+      isBroken("the main thread was held up for " + std::to_string(longest.count() / 1'000'000) + " ms");
+  }
+
+ private:
+  static constexpr Duration patience = 1s;
+};
+
+// Over an hour and more in which nothing happens, the main thread wakes up for the updater's timer and the poll for the
+// Accessibility permission alone.
+class IdleMeansIdle : public Invariant {
+ public:
+  IdleMeansIdle()
+      : Invariant("idle-means-idle", "While nothing happens the program wakes up for its named timers alone.") {}
+
+  void see(const World& world, const Record& record) override {
+    if (record.what == "do") {
+      isIdle_ = record["line"]["do"] == "advance" && world.isRunning() && world.quietSince() + 60s < record.time &&
+                !world.isInstalling();
+      since_ = record.time;
+      works_ = world.mac.part<simulator::RunLoop>().works();
+    }
+  }
+
+  void look(const World& world) override {
+    const Duration idle = world.now() - since_;
+    if (!std::exchange(isIdle_, false) || idle < 1h) return;
+    const std::uint64_t works = world.mac.part<simulator::RunLoop>().works() - works_;
+    const auto checks = static_cast<std::uint64_t>(idle / 6h) + 2;
+    std::uint64_t allowed = checks * worksOfACheck;
+    if (!world.mac.part<simulator::Accessibility>().granted()) allowed += static_cast<std::uint64_t>(idle / 2s) + 1;
+    if (works > allowed) {
+      isBroken("the main thread woke up " + std::to_string(works) + " times in " + std::to_string(idle / 1h) +
+               " hours, instead of " + std::to_string(allowed));
+    }
+  }
+
+ private:
+  // The timer, what the answer comes through, and the loop's own rounds behind each.
+  static constexpr std::uint64_t worksOfACheck = 8;
+
+  bool isIdle_ = false;
+  Time since_{0};
+  std::uint64_t works_ = 0;
+};
+
+class MenuShowsTheTruth : public Invariant {
+ public:
+  MenuShowsTheTruth() : Invariant("menu-shows-the-truth", "The menu, when it opens and at rest, shows what is.") {}
+
+  void see(const World&, const Record& record) override {
+    if (record.what != "do") return;
+    const json& line = record["line"];
+    if (line["do"] == "menu" && line["open"] == true) {
+      isOpening_ = true;
+      if (!wasOpen_) openedAt_ = record.time;
+    }
+  }
+
+  void look(const World& world) override {
+    auto& bar = world.mac.part<simulator::MenuBar>();
+    if (!bar.isOpen()) {
+      isOpening_ = false;
+      wasOpen_ = false;
+      return;
+    }
+    const bool opens = std::exchange(isOpening_, false) && !wasOpen_ && world.lineIs("menu");
+    wasOpen_ = true;
+    if (!opens && !world.isAtRest()) return;
+    nlohmann::ordered_json state;
+    bar.snapshot(state);
+    if (!state["menu"].is_array()) return;
+    std::vector<json> items;
+    for (const auto& item : state["menu"]) items.push_back(json::parse(item.dump()));
+    checkFixed(world, items, opens);
+    // Rows are made when the menu opens: behind those that were made before, or soon after, something changed there may
+    // be something else.
+    if (!opens && openedAt_ < world.quietSince() + 3s) return;
+    checkVolume(world, items);
+    checkBrightness(world, items);
+  }
+
+ private:
+  void checkFixed(const World& world, const std::vector<json>& items, bool opens) {
+    if (items.size() < 5) return isBroken("the menu lacks items");
+    const auto fixed = items.end() - 5;
+    if (fixed[0]["title"] != "Start at Login" || fixed[2]["separator"] != true || fixed[4]["title"] != "Quit Dalvane" ||
+        !fixed[3]["title"].get<std::string>().starts_with("Version ")) {
+      isBroken("the menu's fixed items are not as they should be");
+    }
+    const auto& login = world.mac.part<simulator::LoginItem>();
+    if (opens && fixed[0]["ticked"] != (login.registered() && login.approved())) {
+      isBroken("\"Start at Login\" is ticked wrongly");
+    }
+    if (world.isInstalling() != (fixed[1]["title"] == "Installing Update…") && opens && !world.isInstalling()) {
+      isBroken("the menu says that an update is being installed");
+    }
+  }
+
+  // The slider rows below the section header of that title.
+  static std::vector<json> rowsBelow(const std::vector<json>& items, const char* header) {
+    std::vector<json> rows;
+    bool isBelow = false;
+    for (const json& item : items) {
+      if (item["slider"].is_null()) {
+        isBelow = item["header"] == true && item["title"] == header;
+      } else if (isBelow) {
+        rows.push_back(item["slider"]);
+      }
+    }
+    return rows;
+  }
+
+  void checkVolume(const World& world, const std::vector<json>& items) {
+    const auto rows = rowsBelow(items, "Volume");
+    const Expected controls = world.controlsVolume();
+    if (controls == Expected::unknown) return;
+    if (rows.size() != (controls == Expected::yes ? 1 : 0)) {
+      return isBroken("the menu has " + std::to_string(rows.size()) + " volume rows");
+    }
+    if (rows.empty()) return;
+    const auto gain = world.storedGain(*world.output());
+    if (!gain) return;
+    const double steps = std::round(std::cbrt(*gain) * 16);
+    if (rows[0]["caption"] != *world.output()->settings().name || rows[0]["value"] != steps) {
+      isBroken("the volume row shows " + rows[0]["caption"].dump() + " at " + rows[0]["value"].dump() + " instead of " +
+               std::to_string(steps));
+    }
+  }
+
+  void checkBrightness(const World& world, const std::vector<json>& items) {
+    const auto rows = rowsBelow(items, "Brightness");
+    std::set<std::string> known;
+    for (const auto& display : world.mac.part<simulator::Displays>().all()) {
+      const Expected controlled = world.isControlled(display);
+      if (controlled == Expected::unknown || !known.insert(display.name).second) continue;
+      const auto row = std::ranges::find_if(rows, [&](const json& each) { return each["caption"] == display.name; });
+      if ((row != rows.end()) != (controlled == Expected::yes && !display.mirrors)) {
+        isBroken("the menu " + std::string(row == rows.end() ? "has no" : "has a") + " row for " + display.name);
+        continue;
+      }
+      if (row == rows.end() || !world.isAtRest() || world.troubledAt(display.id) >= world.displaysRefreshed().from)
+        continue;
+      const double value = (*row)["value"];
+      const double light = display.monitor->current();
+      const double maximum = display.monitor->maximum();
+      // Sent by the program, or found by it.
+      if (std::lround(value * maximum / 16) != std::lround(light) && value != std::trunc(light * 16 / maximum)) {
+        isBroken("the row of " + display.name + " shows " + (*row)["value"].dump() + " and its monitor is at " +
+                 std::to_string(display.monitor->current()));
+      }
+    }
+  }
+
+  bool isOpening_ = false;
+  bool wasOpen_ = false;
+  Time openedAt_{-1};
+};
+
+}  // namespace
+
+void addSystemInvariants(Invariants& all) {
+  all.push_back(std::make_unique<NothingIsLeftBehind>());
+  all.push_back(std::make_unique<BundleIsWhole>());
+  all.push_back(std::make_unique<NothingLeaks>());
+  all.push_back(std::make_unique<MainThreadIsQuick>());
+  all.push_back(std::make_unique<IdleMeansIdle>());
+  all.push_back(std::make_unique<MenuShowsTheTruth>());
+}
+
+Invariants allInvariants() {
+  Invariants all;
+  addDisplayInvariants(all);
+  addKeyInvariants(all);
+  addSoundInvariants(all);
+  addSystemInvariants(all);
+  return all;
+}
+
+}  // namespace campaign

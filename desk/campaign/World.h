@@ -1,0 +1,184 @@
+// The world around the program, as far as it follows from the lines that were played, the records that came of them,
+// and what a person could see of the machine's hardware. Invariants are held against it. It knows nothing of who wrote
+// the lines, so that a scenario file is judged as a campaign is.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+
+#include "simulator/audio/OutputDevice.h"
+#include "simulator/displays/Displays.h"
+#include "simulator/kernel/Scheduler.h"
+
+namespace simulator {
+class Mac;
+}
+
+namespace campaign {
+
+using simulator::Duration;
+using simulator::Time;
+
+// One record of the trace.
+struct Record {
+  Time time;
+  std::string what;
+  nlohmann::json members;
+
+  // The member of that name; of a call, the argument.
+  [[nodiscard]] const nlohmann::json& operator[](const char* name) const;
+  [[nodiscard]] bool isCall(std::string_view api) const;
+};
+
+// A media key's event that was offered to the program.
+struct KeyEvent {
+  enum class Key { volumeUp, volumeDown, brightnessUp, brightnessDown, mute };
+  Key key;
+  bool isPress;
+  bool isRepeat;
+
+  // None: the record is no such event.
+  static std::optional<KeyEvent> of(const Record& record);
+  [[nodiscard]] bool isVolume() const { return key == Key::volumeUp || key == Key::volumeDown || key == Key::mute; }
+};
+
+// What must be so, must not, or cannot be told: the world has just changed, or something failed.
+enum class Expected { no, yes, unknown };
+
+class World {
+ public:
+  explicit World(simulator::Mac& mac);
+
+  // ---- What happens ----
+
+  // Whether anything is learnt from records that begin so; the others need not be read.
+  static bool concerns(std::string_view line);
+  void see(const Record& record);
+  // Whether the line will do something where it stands: others may have raced past it.
+  [[nodiscard]] bool makesSense(const nlohmann::json& line) const;
+  // A line, and those that raced with it, have been played.
+  void endStep();
+
+  // ---- What is known ----
+
+  simulator::Mac& mac;
+  [[nodiscard]] Time now() const;
+  [[nodiscard]] bool isRunning() const { return isRunning_; }
+  [[nodiscard]] Time launchedAt() const { return launchedAt_; }
+  // The step was one that let everything come to rest, and nothing has happened since.
+  [[nodiscard]] bool isAtRest() const { return isAtRest_; }
+  // The name of the step's first line, and that line.
+  [[nodiscard]] const nlohmann::json& line() const { return line_; }
+  [[nodiscard]] bool lineIs(std::string_view name) const { return line_["do"] == name; }
+  // Since when no line has changed anything but time, keys and pointer.
+  [[nodiscard]] Time quietSince() const { return disturbedAt_; }
+  // Whether calls failed on purpose since then, or may still.
+  [[nodiscard]] bool failsSince(const std::set<std::string>& calls, Time since) const;
+  // The pop-up service could be loaded when the program started.
+  [[nodiscard]] bool hasPopUps() const { return hasPopUps_; }
+
+  // ---- Displays ----
+
+  // Whether the display must be controlled by now, from the last occasion on which the program looks for displays.
+  [[nodiscard]] Expected isControlled(const simulator::Display& display) const;
+  // Whether a brightness key must be taken: it is for the display under the pointer.
+  [[nodiscard]] Expected takesBrightnessKeys() const;
+  // When the monitor was last known to misbehave, or was changed; never: the beginning of time.
+  [[nodiscard]] Time troubledAt(std::uint32_t display) const;
+  // The last occasion on which the program looks for displays: from when, and until when it may come.
+  struct Occasion {
+    Time from{0};
+    Time until{0};
+  };
+  [[nodiscard]] Occasion displaysRefreshed() const { return displaysRefreshed_; }
+
+  // ---- Sound ----
+
+  // Whether the program must control the default output.
+  [[nodiscard]] Expected controlsVolume() const;
+  // The default output; null: there is none.
+  [[nodiscard]] simulator::OutputDevice* output() const;
+  // What other programs play to that output: the sum of their levels.
+  [[nodiscard]] double signal(std::int64_t output) const;
+  // The stored level of that output: 1 at full volume. None: another program has written it since the program last
+  // looked.
+  [[nodiscard]] std::optional<float> storedGain(const simulator::OutputDevice& output) const;
+  // What a router needs of the output.
+  static bool canBeRouted(const simulator::OutputSettings& settings);
+  // The audio hardware does everything as badly as it can, or did a moment ago.
+  [[nodiscard]] bool isRough() const;
+  // When the permission to record sound was last given or taken.
+  [[nodiscard]] Time permissionChangedAt() const { return permissionChangedAt_; }
+  // Since when nothing about sound has happened.
+  [[nodiscard]] Time soundDisturbedAt() const { return soundDisturbedAt_; }
+
+  // ---- Keys ----
+
+  // Whether the program's event tap must see the keys.
+  [[nodiscard]] Expected seesKeys() const;
+
+  // ---- Updates ----
+
+  // A download has been asked for and the program has not said what became of it.
+  [[nodiscard]] bool isInstalling() const { return isInstalling_; }
+  // The program was ended, or a call of the installer failed, in the middle of an install.
+  [[nodiscard]] bool wasCutShort() const { return wasCutShort_; }
+
+ private:
+  void seeLine(const nlohmann::json& line);
+  void seeDisplayLine(const std::string& name, const nlohmann::json& line);
+  void seeSoundLine(const std::string& name, const nlohmann::json& line);
+  void seeKeyLine(const std::string& name, const nlohmann::json& line);
+  void follow();
+  void followTrouble();
+  void began();
+  [[nodiscard]] const simulator::Display* underPointer(bool& isOne) const;
+
+  bool isRunning_ = false;
+  bool isAtRest_ = false;
+  nlohmann::json line_ = nlohmann::json::object();
+  bool lineIsKnown_ = false;
+  Time launchedAt_{0};
+  Time disturbedAt_{0};
+  bool hasPopUps_ = true;
+  bool hasLibraries_ = true;
+  std::map<std::string, Time> failedAt_;  // calls that were to fail, and when they last were
+  std::set<std::string> toFail_;
+
+  bool sleeps_ = false;
+  Occasion displaysRefreshed_;
+  std::map<std::uint32_t, Time> troubledAt_;
+  std::set<std::uint32_t> troubled_;  // when it was last looked at
+
+  std::optional<std::int64_t> defaultOutput_;
+  Time soundRefreshedAt_{0};  // what was wrong before it does not matter any more
+  Time soundDisturbedAt_{0};
+  Time permissionChangedAt_{-1};
+  Time outputChangedAt_{-1};
+  Time levelWrittenAt_{-1};  // by another program
+  bool isRough_ = false;
+  Time smoothSince_{-1};
+  bool mayCapture_ = true;  // when the program last looked
+
+  Time trustChangedAt_{-1};
+  Time tapCheckedAt_{-1};
+  Time tapSwitchedOffAt_{-1};
+  Time pointerMovedAt_{-1000000000};
+  std::set<std::string> otherTaps_;
+
+  bool isInstalling_ = false;
+  bool wasCutShort_ = false;
+};
+
+// The calls whose failure can keep displays, sound, keys or updates from working.
+extern const std::set<std::string> displayCalls;
+extern const std::set<std::string> soundCalls;
+extern const std::set<std::string> keyCalls;
+extern const std::set<std::string> updateCalls;
+
+}  // namespace campaign

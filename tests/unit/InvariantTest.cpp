@@ -1,0 +1,265 @@
+// Each invariant, in a world that somebody has broken behind its back.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <optional>
+#include <set>
+#include <sstream>
+#include <string>
+
+#include "desk/Desk.h"
+#include "desk/campaign/Attempt.h"
+#include "desk/campaign/Invariant.h"
+#include "desk/campaign/Run.h"
+#include "simulator/audio/Audio.h"
+#include "simulator/displays/Displays.h"
+#include "simulator/foundation/Preferences.h"
+#include "simulator/foundation/RunLoop.h"
+#include "simulator/mac/Mac.h"
+#include "simulator/software/Applications.h"
+#include "simulator/system/SystemRoot.h"
+#include "tests/support/Lines.h"
+
+using namespace lines;
+using namespace std::chrono_literals;
+using campaign::Breach;
+using campaign::Run;
+using simulator::Audio;
+using simulator::Mac;
+
+namespace {
+
+std::vector<std::string> split(const std::string& text) {
+  std::vector<std::string> result;
+  std::istringstream in(text);
+  for (std::string line; std::getline(in, line);) result.push_back(line);
+  return result;
+}
+
+const std::string desk = displayAt(2) + output(11, {{"uid", "U"}, {"name", "Television"}, {"default", true}}) +
+                         play("Music", 11, {{"tone", 0}, {"level", 0.25}}) + pointAt(2) + launch + settle + advance(20);
+
+// A desk that is held against one invariant.
+class OneInvariant {
+ public:
+  explicit OneInvariant(const std::string& name)
+      : run_(dalvaneProgram(), simulator::Seed(1), only(name), [this](const Breach& breach) { broken = breach.how; }) {}
+
+  void play(const std::string& text) { run_.play(split(text)); }
+  void finish() { run_.finish(); }
+  Mac& mac() { return run_.machine(); }
+
+  std::optional<std::string> broken;
+
+ private:
+  static campaign::Invariants only(const std::string& name) {
+    campaign::Invariants all = campaign::allInvariants();
+    std::erase_if(all, [&name](const auto& each) { return each->name() != name; });
+    EXPECT_EQ(all.size(), 1U) << name;
+    return all;
+  }
+
+  Run run_;
+};
+
+// What the invariant says when `harm` is done after `before`, and `after` happens then; and that it says nothing when
+// no harm is done.
+std::string saidOf(const std::string& name, const std::string& before, const std::function<void(Mac&)>& harm,
+                   const std::string& after) {
+  {
+    OneInvariant whole(name);
+    whole.play(before);
+    whole.play(after);
+    whole.finish();
+    EXPECT_EQ(whole.broken.value_or(""), "") << name;
+  }
+  OneInvariant harmed(name);
+  harmed.play(before);
+  EXPECT_EQ(harmed.broken.value_or(""), "") << name;
+  harm(harmed.mac());
+  harmed.play(after);
+  harmed.finish();
+  return harmed.broken.value_or("");
+}
+
+std::function<void(Mac&)> failing(const char* call, std::uint64_t times = 1000) {
+  return [=](Mac& mac) { mac.faults.fail(call, -1, 1, times); };
+}
+
+// Three cycles that come out of the speaker at that level, whatever is played.
+std::function<void(Mac&)> playing(float level) {
+  return [level](Mac& mac) {
+    for (int i = 0; i < 3; ++i) mac.part<Audio>().output(11)->speaker.play(std::vector(2, level), 2, 48000, true);
+  };
+}
+
+simulator::Monitor& monitorOf(Mac& mac) { return *mac.part<simulator::Displays>().find(2)->monitor; }
+
+}  // namespace
+
+TEST(Invariant, EachHasANameOfItsOwnAndASentence) {
+  std::set<std::string> names;
+  for (const auto& invariant : campaign::allInvariants()) {
+    EXPECT_TRUE(names.emplace(invariant->name()).second) << invariant->name();
+    EXPECT_TRUE(invariant->sentence().ends_with(".")) << invariant->name();
+  }
+  // Every one of them is broken once below.
+  EXPECT_EQ(names, (std::set<std::string>{"last-value-arrives", "displays-come-back", "keys-arrive", "fate-of-keys",
+                                          "nothing-is-swallowed", "loudness-is-stored", "never-both-paths",
+                                          "full-scale", "never-silent", "nothing-is-tapped", "preferences-hold",
+                                          "nothing-is-left-behind", "bundle-is-whole", "nothing-leaks",
+                                          "main-thread-is-quick", "idle-means-idle", "menu-shows-the-truth"}));
+}
+
+TEST(Invariant, LastValueArrives) {
+  EXPECT_EQ(saidOf(
+                "last-value-arrives", desk + key("brightnessUp") + advance(0.1),
+                [](Mac& mac) { monitorOf(mac).setCurrent(3); }, advance(1)),
+            "display 2 was to be at 56 and is at 3");
+}
+
+TEST(Invariant, DisplaysComeBack) {
+  EXPECT_EQ(saidOf("displays-come-back", desk, failing("IOAVServiceReadI2C"), wake + advance(0.6) + advance(1)),
+            "display 2 answers and has not been read");
+}
+
+TEST(Invariant, KeysArrive) {
+  EXPECT_EQ(saidOf("keys-arrive", displayAt(2), failing("CGEventTapCreate"),
+                   launch + advance(2) + key("brightnessUp") + advance(2)),
+            "2 key events did not come to the program");
+}
+
+TEST(Invariant, FateOfKeys) {
+  EXPECT_EQ(saidOf("fate-of-keys", desk, failing("NSEvent.eventWithCGEvent"), key("brightnessUp")),
+            "the press of brightnessUp was not taken");
+  EXPECT_EQ(saidOf("fate-of-keys", desk, failing("NSEvent.eventWithCGEvent", 1), release("volumeUp")),
+            "the release of volumeUp was not taken");
+  // The output has a volume of its own by now, and the program has not been told.
+  const auto harm = [](Mac& mac) {
+    auto& device = *mac.part<Audio>().output(11);
+    simulator::OutputSettings settings = device.settings();
+    settings.volume = simulator::OutputSettings::Volume::settable;
+    mac.part<Audio>().changeOutput(device, settings);
+  };
+  EXPECT_EQ(saidOf("fate-of-keys", desk, harm, key("mute")),
+            "the press of mute was taken, and there is nothing that it is for");
+}
+
+TEST(Invariant, NothingIsSwallowed) {
+  EXPECT_EQ(saidOf(
+                "nothing-is-swallowed", displayAt(2) + pointAt(2),
+                [](Mac& mac) { mac.part<simulator::SystemRoot>().removeLibrary("OSD"); },
+                launch + settle + key("brightnessUp")),
+            "the press of brightnessUp showed 0 pop-ups");
+}
+
+TEST(Invariant, LoudnessIsStored) {
+  EXPECT_EQ(saidOf(
+                "loudness-is-stored", desk + key("volumeDown") + advance(5),
+                [](Mac& mac) { mac.part<simulator::Preferences>().set("steps.U", 8); }, advance(5) + settle),
+            "output 11 plays 0.20599365234375 instead of 0.03125");
+}
+
+TEST(Invariant, NeverBothPaths) {
+  EXPECT_EQ(saidOf("never-both-paths", desk, playing(0.5F), settle), "output 11 plays 0.5 of 0.25");
+}
+
+TEST(Invariant, FullScale) { EXPECT_EQ(saidOf("full-scale", desk, playing(1.25F), settle), "output 11 plays 1.25"); }
+
+TEST(Invariant, NeverSilent) {
+  EXPECT_EQ(saidOf("never-silent", desk, playing(0), settle), "output 11 has been silent for 3 cycles");
+  // At 0 it is silent by right.
+  OneInvariant muted("never-silent");
+  muted.play(desk + key("mute") + advance(1) + settle);
+  EXPECT_EQ(muted.broken, std::nullopt);
+}
+
+TEST(Invariant, NothingIsTapped) {
+  EXPECT_EQ(saidOf("nothing-is-tapped", desk + key("volumeDown") + settle, failing("AudioHardwareDestroyProcessTap"),
+                   key("volumeUp") + advance(5) + settle),
+            "there are 1 taps and 0 aggregate devices instead of 0");
+}
+
+TEST(Invariant, PreferencesHold) {
+  EXPECT_EQ(saidOf(
+                "preferences-hold", desk + key("volumeDown"),
+                [](Mac& mac) { mac.part<simulator::Preferences>().set("steps.U", 3); }, advance(1)),
+            "steps.U is 3 instead of 15");
+}
+
+TEST(Invariant, NothingIsLeftBehind) {
+  const auto harm = [](Mac& mac) {
+    std::filesystem::create_directory(mac.part<simulator::SystemRoot>().temporaryDirectory() / "dalvane-update-1");
+  };
+  EXPECT_EQ(saidOf("nothing-is-left-behind", desk, harm, quit), "dalvane-update-1 is left in the temporary directory");
+}
+
+TEST(Invariant, BundleIsWhole) {
+  const auto bundleOf = [](Mac& mac) { return mac.part<simulator::Applications>().bundle(); };
+  EXPECT_EQ(
+      saidOf(
+          "bundle-is-whole", desk, [&](Mac& mac) { std::ofstream(bundleOf(mac) / "Contents/more") << "x"; }, quit),
+      "the installed bundle is not whole");
+  EXPECT_EQ(saidOf(
+                "bundle-is-whole", desk, [&](Mac& mac) { std::filesystem::remove_all(bundleOf(mac)); }, quit),
+            "nothing is installed");
+}
+
+TEST(Invariant, NothingLeaks) {
+  EXPECT_EQ(saidOf("nothing-leaks", desk + key("volumeDown") + settle, failing("AudioHardwareDestroyProcessTap"), quit),
+            "1 of process tap leaked");
+}
+
+TEST(Invariant, MainThreadIsQuick) {
+  const auto harm = [](Mac& mac) {
+    mac.part<simulator::RunLoop>().post(&mac, simulator::commonModes, [&mac] { mac.scheduler.sleep(1500ms); });
+  };
+  EXPECT_EQ(saidOf("main-thread-is-quick", desk, harm, advance(5)), "the main thread was held up for 1500 ms");
+}
+
+TEST(Invariant, IdleMeansIdle) {
+  const auto harm = [](Mac& mac) {
+    for (int i = 0; i < 3600; ++i) {
+      mac.scheduler.after(std::chrono::seconds(100 + i), simulator::Waiting::background,
+                          [&mac] { mac.part<simulator::RunLoop>().post(&mac, simulator::commonModes, [] {}); });
+    }
+  };
+  const std::string said = saidOf("idle-means-idle", desk + advance(70), harm, advance(7200));
+  EXPECT_TRUE(said.starts_with("the main thread woke up 36")) << said;
+}
+
+TEST(Invariant, MenuShowsTheTruth) {
+  EXPECT_EQ(saidOf(
+                "menu-shows-the-truth", desk, [](Mac& mac) { monitorOf(mac).setCurrent(3); }, menu(true) + settle),
+            "the row of D shows 8 and its monitor is at 3");
+}
+
+// ---- What ends the process ----
+
+TEST(Invariant, TheProgramKeepsGoing) {
+  simulator::Program program = dalvaneProgram();
+  program.main = []() -> int { std::abort(); };
+  const campaign::Outcome outcome = campaign::playOnce(program, 1, split(launch));
+  ASSERT_TRUE(outcome.breach);
+  EXPECT_EQ(outcome.breach->name, campaign::keepsGoing);
+}
+
+TEST(Invariant, WhatNeverEndsIsEnded) {
+  campaign::Children children;
+  children.start(7, 1, [](const campaign::Tell& tell) {
+    tell("begun");
+    for (volatile bool forever = true; forever;) {
+    }
+  });
+  std::string told;
+  int status = 0;
+  while (children.count() > 0) {
+    children.wait([&told](std::size_t number, const std::string& text) { told += std::to_string(number) + text; },
+                  [&status](std::size_t, int ended) { status = ended; });
+  }
+  EXPECT_EQ(told, "7begun");
+  EXPECT_EQ(campaign::crash(status, 0).name, "comes-to-an-end");
+}
