@@ -184,6 +184,8 @@ std::filesystem::path childProgram() {
   return _NSGetExecutablePath(path.data(), &size) == 0 ? path.data() : "";
 }
 
+std::filesystem::path installedApplication() { return "/Applications/Dalvane.app"; }
+
 void makeDiskImage(const std::filesystem::path& folder, const std::filesystem::path& image) {
   shell("/usr/bin/hdiutil create -quiet -ov -format UDZO -srcfolder \"$1\" \"$2\"", {folder, image});
 }

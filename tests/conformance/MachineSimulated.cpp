@@ -239,6 +239,11 @@ std::filesystem::path childProgram() {
   return name;
 }
 
+std::filesystem::path installedApplication() {
+  const simulator::MachineAtWork work;
+  return simulator::Call::unguarded().part<simulator::SystemRoot>().below("/Applications/Conformance.app");
+}
+
 void makeDiskImage(const std::filesystem::path& folder, const std::filesystem::path& image) {
   const simulator::MachineAtWork work;
   simulator::writeFile(image, simulator::makeDiskImage(folder));

@@ -264,13 +264,12 @@ STOPS(Menus, AnItemIsInOneMenu, "An item that is in a menu cannot be added to an
 
 STOPS(Menus, HaveNoItemsBeyondTheirEnd,
       "An item cannot be inserted behind the end of a menu: AppKit raises an exception.",
-      "NSMenu.h, insertItem:atIndex:; observed") {
+      "NSMenu.h, insertItem:atIndex:") {
   NS::Menu::make().insertItem(NS::MenuItem("Item", nullptr, ""), 1);
 }
 
 STOPS(Menus, AnItemIsRemovedFromItsOwnMenu,
-      "An item cannot be removed from a menu that it is not in: AppKit raises an exception.",
-      "observed; NSMenu.h, removeItem:") {
+      "An item cannot be removed from a menu that it is not in: AppKit raises an exception.", "NSMenu.h, removeItem:") {
   NS::Menu::make().removeItem(NS::MenuItem("Item", nullptr, ""));
 }
 
