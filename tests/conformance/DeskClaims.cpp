@@ -352,7 +352,7 @@ DESK_CLAIM(Alerts, OfErrorsHaveTheirText, "The system's alert for an error has t
 
 DESK_CLAIM(Alerts, KeepTheApplicationAlive,
            "An application that asks to be ended while an alert is open goes on, and the alert stays.",
-           "observed; NSApplication.h says nothing of it") {
+           "NSWindow.h, preventsApplicationTerminationWhenModal") {
   ask("An alert comes up after you press Return. Wait three seconds, then press its button.", lines::answer(nullptr));
   dispatch_async(dispatch_get_global_queue(QOS_CLASS_DEFAULT, 0), ^{
     sleepFor(1000);

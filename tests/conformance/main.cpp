@@ -1,14 +1,15 @@
 // Tries the claims, on the machine that it was built for:
 //
 //   dalvane-conformance [--desk] [--apart [--patience SECONDS]] [--report FILE]
-//                       [--write-claims FILE | --check-claims FILE] [GoogleTest's arguments]
+//                       [--write-claims FILE | --check-claims FILE] [--reports FOLDER] [GoogleTest's arguments]
 //
 // With --desk also those that need a monitor, sound and a person. With --apart each is tried in a process of its own,
 // so that what becomes of one does not become of the others; one that needs nobody gets so many seconds (120). --report
 // writes what came of it, anew after every claim. --write-claims, on the simulated Mac, writes the document that has
 // all claims; --check-claims fails when it would be another, when the simulated Mac offers a function that no claim
-// calls, and when a claim was not tried. (--alone FILE is how such a process is started: it leaves its claim's result
-// in that file.)
+// calls, and when a claim was not tried. Reports that were kept are read from --reports, which is
+// tests/conformance/reports where nothing else is said. (--alone FILE is how such a process is started: it leaves its
+// claim's result in that file.)
 #include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -62,11 +63,14 @@ class Recorder : public testing::EmptyTestEventListener {
     for (int i = 0; i < result.total_part_count(); ++i) {
       const testing::TestPartResult& part = result.GetTestPartResult(i);
       if (part.passed()) continue;
-      // Of what is skipped the reason alone; of what failed where.
-      if (kind == Result::Kind::failed && part.file_name()) {
+      // Of what is skipped the reason alone; of what failed where, which the claim's own process has said.
+      if (kind == Result::Kind::failed && part.file_name() && apart.empty()) {
         text += std::string(part.file_name()) + ":" + std::to_string(part.line_number()) + ": ";
       }
-      text += std::string(part.message()) + "\n";
+      std::string_view message = part.message();
+      constexpr std::string_view unsaid = "Failed\n";
+      if (!apart.empty() && message.starts_with(unsaid)) message.remove_prefix(unsaid.size());
+      text += std::string(message) + "\n";
     }
     while (!text.empty() && text.back() == '\n') text.pop_back();
     results_[std::string(test.test_suite_name()) + "." + test.name()] = {kind, text};
@@ -160,6 +164,7 @@ int main(int argc, char** argv) {
   std::optional<std::string> checkedFile;
   std::optional<std::string> resultFile;
   std::optional<std::string> seconds;
+  std::optional<std::string> keptFolder;
   for (int i = 1; i < argc; ++i) {
     const std::string_view argument = argv[i];
     auto* const value = argument == "--report"         ? &reportFile
@@ -167,6 +172,7 @@ int main(int argc, char** argv) {
                         : argument == "--check-claims" ? &checkedFile
                         : argument == "--alone"        ? &resultFile
                         : argument == "--patience"     ? &seconds
+                        : argument == "--reports"      ? &keptFolder
                                                        : nullptr;
     if (argument == "--desk") {
       claims::atDesk = true;
@@ -176,7 +182,7 @@ int main(int argc, char** argv) {
       *value = argv[++i];
     } else {
       std::cerr << "usage: dalvane-conformance [--desk] [--apart [--patience SECONDS]] [--report FILE] "
-                   "[--write-claims FILE | --check-claims FILE]\n";
+                   "[--write-claims FILE | --check-claims FILE] [--reports FOLDER]\n";
       return 2;
     }
   }
@@ -196,7 +202,8 @@ int main(int argc, char** argv) {
     isFine &= results.size() == 1 && claims::write(*resultFile, claims::written(results.begin()->second));
   }
   if (writtenFile || checkedFile) {
-    const std::string document = claims::document(claims::keptReports(CLAIMS_REPORTS), claims::functions());
+    const std::string document =
+        claims::document(claims::keptReports(keptFolder.value_or(CLAIMS_REPORTS)), claims::functions());
     if (claims::functions().empty()) {
       std::cerr << "The document is written on the simulated Mac, which knows what it offers.\n";
       return 2;
