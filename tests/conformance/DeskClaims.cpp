@@ -1009,20 +1009,19 @@ DESK_CLAIM(Sound, AStartWaitsForSoundAtMost,
   for (const char* const temper : {"smooth", "rough"}) {
     playMusic(temper);
     ask("Stop every sound on this Mac.", lines::playStops("music"));
-    Loop loop(0.5F, CA::TapMuteBehavior::MutedWhenTapped, Loop::Begins::whenTold);
-    std::atomic<bool> isBack = false;
-    auto* const back = &isBack;
-    auto* const started = &loop;
+    // The block's own too: it may still wait when the claim is given up.
+    const auto loop = std::make_shared<Loop>(0.5F, CA::TapMuteBehavior::MutedWhenTapped, Loop::Begins::whenTold);
+    const auto isBack = std::make_shared<std::atomic<bool>>(false);
     dispatch_async(dispatch_get_global_queue(QOS_CLASS_DEFAULT, 0), ^{
-      started->start();
-      *back = true;
+      loop->start();
+      *isBack = true;
     });
     letRun(1);
     EXPECT_EQ(frames, 0U);
     ask("Play the sound again.", lines::play("music", 10));
-    EXPECT_TRUE(runUntil([&] { return isBack && frames > 0; }));
-    if (!isBack) loop.stop();
-    ASSERT_TRUE(runUntil([&] { return isBack.load(); }));
+    EXPECT_TRUE(runUntil([&] { return *isBack && frames > 0; }));
+    if (!*isBack) loop->stop();
+    ASSERT_TRUE(runUntil([&] { return isBack->load(); }));
   }
 }
 

@@ -213,9 +213,9 @@ x509_extensions = extensions
 keyUsage = critical, digitalSignature
 extendedKeyUsage = critical, codeSigning
 CONFIG
-[ -f "$kept/both.p12" ] || openssl req -x509 -newkey rsa:2048 -nodes -days 1 -keyout "$folder/key" -out "$folder/certificate" \
+[ -f "$kept/both.p12" ] || /usr/bin/openssl req -x509 -newkey rsa:2048 -nodes -days 1 -keyout "$folder/key" -out "$folder/certificate" \
   -subj "/CN=$2/OU=$2" -config "$folder/extensions" 2>/dev/null
-[ -f "$kept/both.p12" ] || openssl pkcs12 -export -inkey "$folder/key" -in "$folder/certificate" \
+[ -f "$kept/both.p12" ] || /usr/bin/openssl pkcs12 -export -inkey "$folder/key" -in "$folder/certificate" \
   -out "$kept/both.p12" -passout pass:claims
 security create-keychain -p claims "$keychain"
 security unlock-keychain -p claims "$keychain"
@@ -223,9 +223,13 @@ security import "$kept/both.p12" -k "$keychain" -P claims -T /usr/bin/codesign >
 security set-key-partition-list -S apple-tool:,apple:,codesign: -s -k claims "$keychain" >/dev/null
 xargs security list-keychains -d user -s "$keychain" <"$folder/before"
 codesign --force --keychain "$keychain" --sign "$2" "$1" 2>/dev/null
+# Where nobody trusts the certificate nothing that it has signed is valid, and nothing can be found out with it.
+codesign --verify "$1" 2>/dev/null
 )",
                            {bundle, signer, certificates.path});
-  return status == 0 ? "" : "no temporary certificate can be made to sign with (status " + std::to_string(status) + ")";
+  return status == 0
+             ? ""
+             : "no temporary certificate can be made that signs validly (status " + std::to_string(status) + ")";
 }
 
 Description description() {
