@@ -3,6 +3,8 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <cstdlib>
+
 #include "tests/conformance/Machine.h"
 
 CLAIM(Ends, Well, "One that holds.", "nothing") { EXPECT_TRUE(true); }
@@ -14,6 +16,10 @@ CLAIM(Ends, Untried, "One that cannot be tried.", "nothing") { NOT_TRIED("there 
 CLAIM(Ends, ByASignal, "One that crashes.", "nothing") {
   signal(SIGTERM, SIG_DFL);
   raise(SIGTERM);
+}
+
+CLAIM(Ends, ByASignalAfterwards, "One whose process crashes once it is over.", "nothing") {
+  std::atexit([] { raise(SIGTERM); });
 }
 
 CLAIM(Ends, WithoutAWord, "One that ends its process.", "nothing") { _exit(3); }
