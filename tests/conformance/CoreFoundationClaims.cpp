@@ -48,6 +48,31 @@ CLAIM(CoreFoundation, NumbersAreEqualByValue,
   EXPECT_FALSE(CFEqual(CF::number(5).get(), CF::number(6).get()));
 }
 
+CLAIM(CoreFoundation, NumbersAreComparedWithoutRounding,
+      "A whole number and a real one are equal only when they are the same, also where C would round one to the other.",
+      "CFNumber.h, CFNumberCompare; that CFEqual goes by it is observed (Core Foundation's public sources)") {
+  constexpr std::int64_t large = std::int64_t{1} << 53;
+  EXPECT_TRUE(CFEqual(CF::number(large).get(), real(0x1p53).get()));
+  EXPECT_FALSE(CFEqual(CF::number(large + 1).get(), real(0x1p53).get()));
+  EXPECT_FALSE(CFEqual(CF::number(std::numeric_limits<std::int64_t>::max()).get(), real(0x1p63).get()));
+  EXPECT_TRUE(CFEqual(CF::number(std::numeric_limits<std::int64_t>::min()).get(), real(-0x1p63).get()));
+}
+
+CLAIM(CoreFoundation, ZeroHasASign, "Negative zero is another number than zero.",
+      "CFNumber.h, CFNumberCompare; that CFEqual goes by it is observed (Core Foundation's public sources)") {
+  EXPECT_FALSE(CFEqual(real(0).get(), real(-0.0).get()));
+  EXPECT_FALSE(CFEqual(CF::number(0).get(), real(-0.0).get()));
+  EXPECT_TRUE(CFEqual(CF::number(0).get(), real(0).get()));
+}
+
+CLAIM(CoreFoundation, WhatIsNoNumberIsEqualToAll, "NaN is equal to every number, and to another NaN.",
+      "CFNumber.h, CFNumberCompare, of CFEqual") {
+  const double none = std::numeric_limits<double>::quiet_NaN();
+  EXPECT_TRUE(CFEqual(real(none).get(), real(none).get()));
+  EXPECT_TRUE(CFEqual(real(none).get(), real(1.5).get()));
+  EXPECT_TRUE(CFEqual(CF::number(7).get(), real(none).get()));
+}
+
 CLAIM(CoreFoundation, TruthIsNoNumber, "A boolean object is of another type than a number, and equal to none.",
       "CFNumber.h, CFBooleanGetTypeID; the equality is assumed") {
   EXPECT_NE(CFBooleanGetTypeID(), CFNumberGetTypeID());
@@ -274,7 +299,7 @@ STOPS(CoreFoundation, NothingIsEqualToNull, "To compare with a null reference st
 }
 
 STOPS(CoreFoundation, ArraysHaveTheElementsThatTheyHave, "To ask for an element behind the last one stops the process.",
-      "CFArray.h, CFArrayGetValueAtIndex") {
+      "assumed; CFArray.h calls it undefined") {
   CFArrayGetValueAtIndex(static_cast<CFArrayRef>(CF::listOf(CF::number(1).get()).get()), 1);
 }
 

@@ -5,15 +5,20 @@
 #include <CoreGraphics/CoreGraphics.h>
 #include <IOKit/IOKitLib.h>
 #include <IOKit/IOReturn.h>
+#include <Security/Security.h>
 #include <dispatch/dispatch.h>
 #include <dlfcn.h>
 #include <objc/runtime.h>
+#include <os/log.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <chrono>
 #include <cmath>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -185,6 +190,36 @@ DESK_CLAIM(Monitors, NeedTheirTime, "A reply that is read at once after the requ
   static_cast<void>(wire.read());
 }
 
+DESK_CLAIM(
+    Monitors, WakeUpLate,
+    "A monitor that was asleep with the Mac answers again within 20 seconds after the Mac has woken up, whatever "
+    "the messages before that come to.",
+    "assumed: no monitor's manual says how long it takes") {
+  connectMonitor();
+  const Wire wire;
+  ASSERT_TRUE(wire);
+  const auto before = wire.luminance();
+  ask("Put the Mac to sleep, wait until the monitor is dark, and wake the Mac.",
+      lines::line("sleep", {{"seconds", 60}, {"wakes-after", 8}}));
+  const Wire anew;  // what reached it before the sleep need not
+  EXPECT_TRUE(runUntil([&] { return anew.luminance().has_value(); }, 20));
+  EXPECT_EQ(anew.luminance(), before);
+}
+
+DESK_CLAIM(Monitors, ForgetWhatTheyOweInTheirSleep,
+           "A request that a monitor has not answered before the Mac slept is not answered afterwards.",
+           "assumed; VESA DDC/CI 1.1 says nothing of it") {
+  connectMonitor();
+  const Wire wire;
+  ASSERT_TRUE(wire);
+  EXPECT_EQ(wire.write({0x82, 0x01, 0x10}), kIOReturnSuccess);
+  ask("Put the Mac to sleep, wait until the monitor is dark, wake the Mac, and wait until the monitor is bright.",
+      lines::line("sleep", {{"seconds", 60}, {"wakes-after", 0}}));
+  const Wire anew;
+  const auto [status, reply] = anew.read();
+  EXPECT_TRUE(status != kIOReturnSuccess || (reply[1] & 0x7F) == 0 || reply[2] != 0x02);
+}
+
 DESK_CLAIM(Monitors, ThatAreGoneDoNotAnswer, "Messages to a monitor that has been disconnected fail.",
            "IOReturn.h; which error is assumed") {
   connectMonitor();
@@ -210,6 +245,18 @@ DESK_CLAIM(Displays, ChangesAreTold,
   EXPECT_TRUE(runUntil([&] { return heard > 0; }));
   EXPECT_EQ(NS::Screen::screens().size(), before - 1);
   center.removeObserver(token);
+}
+
+DESK_CLAIM(Displays, ThatMirrorOthersHaveNoScreen, "A display that mirrors another is online and has no screen.",
+           "CGDirectDisplay.h, CGGetOnlineDisplayList; NSScreen.h, screens; observed") {
+  connectMonitor();
+  const auto screens = NS::Screen::screens().size();
+  ask("In the System Settings, let the monitor mirror another display.", lines::display(2, {{"mirrors", 1}}));
+  EXPECT_EQ(NS::Screen::screens().size(), screens - 1);
+  std::uint32_t online = 0;
+  EXPECT_EQ(CGGetOnlineDisplayList(0, nullptr, &online), kCGErrorSuccess);
+  EXPECT_GE(online, screens);
+  ask("Let it mirror none again.", lines::display(2, {{"mirrors", nullptr}}));
 }
 
 DESK_CLAIM(Registry, AWalkEndsWhenTheRegistryChanges,
@@ -303,6 +350,25 @@ DESK_CLAIM(Alerts, OfErrorsHaveTheirText, "The system's alert for an error has t
       confirm("Did it say that a URL was not found?", {{"what", "alert"}, {"message", error.localizedDescription()}}));
 }
 
+DESK_CLAIM(Alerts, KeepTheApplicationAlive,
+           "An application that asks to be ended while an alert is open goes on, and the alert stays.",
+           "NSWindow.h, preventsApplicationTerminationWhenModal") {
+  ask("An alert comes up after you press Return. Wait three seconds, then press its button.", lines::answer(nullptr));
+  dispatch_async(dispatch_get_global_queue(QOS_CLASS_DEFAULT, 0), ^{
+    sleepFor(1000);
+    // Not in a block of the main queue, which would hold up what the alert waits for.
+    CFRunLoopPerformBlock(CFRunLoopGetMain(), kCFRunLoopCommonModes, ^{
+      NS::Application::sharedApplication().terminate();
+      claims::goOn(lines::answer("Done"));
+    });
+    CFRunLoopWakeUp(CFRunLoopGetMain());
+  });
+  const NS::Alert alert = NS::Alert::make();
+  alert.setMessageText("Wait three seconds.");
+  alert.addButtonWithTitle("Done");
+  EXPECT_EQ(alert.runModal(), NS::AlertFirstButtonReturn);
+}
+
 namespace {
 
 struct MenuWatcher : NS::MenuDelegate {
@@ -391,6 +457,7 @@ class NotingTap {
 
   std::vector<long> mediaKeys;  // data1 of system-defined events of subtype 8
   std::vector<std::int64_t> keys;
+  bool swallows = false;
   bool wasSwitchedOff = false;
   int takes = 0;  // milliseconds
 
@@ -406,7 +473,7 @@ class NotingTap {
       const NS::Event made = NS::Event::eventWithCGEvent(event);
       if (made && made.subtype() == 8) mediaKeys.push_back(made.data1());
     }
-    return event;
+    return swallows ? nullptr : event;
   }
 
   CF::Ref<CFMachPortRef> tap_;
@@ -430,6 +497,31 @@ DESK_CLAIM(Events, MediaKeysAreSystemDefined,
   ASSERT_EQ(tap.mediaKeys.size(), 2U);
   EXPECT_EQ(tap.mediaKeys[0], 0x0A00);
   EXPECT_EQ(tap.mediaKeys[1], 0x0B00);
+}
+
+DESK_CLAIM(Events, AreSwallowed,
+           "Of two taps at the head the later one sees an event first, and what it answers null for the other never "
+           "sees, nor does the system.",
+           "CGEvent.h, CGEventTapCreate; CGEventTypes.h, CGEventTapCallBack") {
+  NEEDS_ACCESSIBILITY;
+  const NotingTap behind(CGEventMaskBit(14));
+  NotingTap before(CGEventMaskBit(14));
+  ASSERT_TRUE(behind && before);
+  ask("Press the volume-up key once.", lines::key("volumeUp"));
+  EXPECT_EQ(before.mediaKeys.size(), 2U);
+  EXPECT_EQ(behind.mediaKeys, before.mediaKeys);
+  before.swallows = true;
+  ask("Press the volume-up key once more.", lines::key("volumeUp"));
+  EXPECT_EQ(before.mediaKeys.size(), 4U);
+  EXPECT_EQ(behind.mediaKeys.size(), 2U);
+  EXPECT_TRUE(confirm("Did the volume stay as it was the second time?", {{"what", "input"}, {"swallowed", true}}));
+}
+
+DESK_CLAIM(Events, ATapNeedsThePermission, "A tap that could swallow events is not made without Accessibility.",
+           "CGEvent.h, CGEventTapCreate") {
+  ask("Take Accessibility away from the terminal that this runs in, if it has it.", lines::accessibility(false));
+  EXPECT_FALSE(NotingTap(CGEventMaskBit(14)));
+  ask("Give Accessibility back to the terminal.", lines::accessibility(true));
 }
 
 DESK_CLAIM(Events, KeysHaveTheirCodes, "A key is an event of type 10 with the key's code, and says whether it repeats.",
@@ -576,6 +668,169 @@ DESK_CLAIM(Sleep, UptimeStandsStill,
   EXPECT_GT(byUptime, byWall + 20);
 }
 
+DESK_CLAIM(Dispatch, WallWaitsFollowTheClock,
+           "A wait on the wall clock is over when the user sets the clock beyond its end; one on the uptime is not.",
+           "dispatch/time.h, dispatch_time, dispatch_walltime") {
+  constexpr auto tenMinutes = static_cast<std::int64_t>(600 * NSEC_PER_SEC);
+  static bool byWall;
+  static bool byUptime;
+  byWall = byUptime = false;
+  dispatch_after(dispatch_time(DISPATCH_TIME_NOW, tenMinutes), dispatch_get_main_queue(), ^{
+    byUptime = true;
+  });
+  dispatch_after(dispatch_walltime(nullptr, tenMinutes), dispatch_get_main_queue(), ^{
+    byWall = true;
+  });
+  letRun(1);
+  EXPECT_FALSE(byWall);
+  ask("Set this Mac's clock forward by an hour.", lines::setClockForward(3600));
+  EXPECT_TRUE(runUntil([] { return byWall; }, 30));
+  EXPECT_FALSE(byUptime);
+  ask("Set it back to the right time.", lines::setClockForward(-3600));
+}
+
+DESK_CLAIM(Log, ShowsWhatIsPublic,
+           "An error that is logged is shown with its subsystem, its category and what is marked as public.",
+           "os/log.h, os_log_error; man 1 log") {
+  ask("Enter in another terminal: log stream --predicate 'subsystem == \"example.dalvane.Conformance\"'",
+      lines::pointer(100, 100));
+  os_log_error(os_log_create("example.dalvane.Conformance", "Claims"), "It is %{public}s, and %d.", "seen", 7);
+  letRun(1);
+  EXPECT_TRUE(confirm("Does it show an error of the category Claims that says: It is seen, and 7.",
+                      {{"what", "log"},
+                       {"subsystem", "example.dalvane.Conformance"},
+                       {"category", "Claims"},
+                       {"level", "error"},
+                       {"text", "It is seen, and 7."}}));
+}
+
+// ---- Updates ----
+
+namespace {
+
+namespace fs = std::filesystem;
+
+CF::Ref<SecStaticCodeRef> codeAt(const fs::path& bundle) {
+  const std::string& path = bundle.native();
+  const auto url = CF::adopt(CFURLCreateFromFileSystemRepresentation(
+      kCFAllocatorDefault, reinterpret_cast<const UInt8*>(path.data()), static_cast<CFIndex>(path.size()), true));
+  SecStaticCodeRef code = nullptr;
+  EXPECT_EQ(SecStaticCodeCreateWithPath(url.get(), kSecCSDefaultFlags, &code), errSecSuccess);
+  return CF::adopt(code);
+}
+OSStatus validity(const fs::path& bundle, SecRequirementRef requirement) {
+  return SecStaticCodeCheckValidity(codeAt(bundle).get(), kSecCSCheckAllArchitectures | kSecCSStrictValidate,
+                                    requirement);
+}
+std::string contentOf(const fs::path& file) {
+  std::ifstream stream(file);
+  return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+}  // namespace
+
+DESK_CLAIM(Updates, GoFromOneSignedVersionToTheNext,
+           "A version that is installed is followed by the next of the same signer: another Info.plist, a valid "
+           "signature, and the requirement of the version before is satisfied.",
+           "SecCode.h, SecCodeCopyDesignatedRequirement; Dalvane's own Install and Relaunch") {
+  ask("Build and sign Dalvane twice with one certificate, each time with -DDALVANE_FEED_HOST=HOST of a web server of "
+      "yours: once with -DDALVANE_VERSION=1.0.0, once with 1.0.1. Make a disk image of the newer one "
+      "(docs/releasing.md "
+      "says how). Move the older one to Applications, and open it.",
+      lines::bundle({{"version", "1.0"}}));
+  ASSERT_TRUE(fs::exists(claims::installedApplication()));
+  SecRequirementRef made = nullptr;
+  ASSERT_EQ(SecCodeCopyDesignatedRequirement(codeAt(claims::installedApplication()).get(), kSecCSDefaultFlags, &made),
+            errSecSuccess);
+  const auto requirement = CF::adopt(made);
+  ASSERT_EQ(validity(claims::installedApplication(), requirement.get()), errSecSuccess);
+  const std::string before = contentOf(claims::installedApplication() / "Contents/Info.plist");
+
+  ask("Put the disk image, and a releases.json that names it, on that server, the latter as "
+      "/dalvane-releases/releases/releases.json. Choose \"Check for Updates…\" in Dalvane's menu, then \"Update to "
+      "…\", "
+      "and press \"Install and Relaunch\". Wait until Dalvane is back in the menu bar.",
+      lines::bundle({{"version", "2.0"}}) + lines::snapshot("updated"));
+  EXPECT_NE(contentOf(claims::installedApplication() / "Contents/Info.plist"), before);
+  EXPECT_EQ(validity(claims::installedApplication(), nullptr), errSecSuccess);
+  EXPECT_EQ(validity(claims::installedApplication(), requirement.get()), errSecSuccess);
+  EXPECT_TRUE(
+      confirm("Is the newer version in the menu bar, with its permissions, without a copy of the old one beside "
+              "it in Applications?",
+              {{"what", "snapshot"}, {"bundle", {{"version", "2.0"}, {"backup", false}}}}));
+}
+
+DESK_CLAIM(
+    Updates, OfOthersAreToldApart,
+    "A version that somebody else has signed is valid, and does not satisfy the requirement of the one installed.",
+    "CSCommon.h, errSecCSReqFailed") {
+  ask("Move a Dalvane that you have signed to Applications.", lines::bundle({{"version", "1.0"}}));
+  ASSERT_TRUE(fs::exists(claims::installedApplication()));
+  SecRequirementRef made = nullptr;
+  ASSERT_EQ(SecCodeCopyDesignatedRequirement(codeAt(claims::installedApplication()).get(), kSecCSDefaultFlags, &made),
+            errSecSuccess);
+  const auto requirement = CF::adopt(made);
+  ask("Replace it by one that is signed with another certificate.",
+      lines::bundle({{"version", "2.0"}, {"signer", "Mallory"}}));
+  EXPECT_EQ(validity(claims::installedApplication(), nullptr), errSecSuccess);
+  EXPECT_EQ(validity(claims::installedApplication(), requirement.get()), errSecCSReqFailed);
+}
+
+// ---- The network ----
+
+namespace {
+
+constexpr const char* house = "http://localhost:8099/";
+
+// The body of the answer to a request, or its error.
+std::string bodyOf(NS::URLRequestCachePolicy policy, double timeout = 15) {
+  struct Answer {
+    std::atomic<bool> isThere = false;
+    std::string text;
+  };
+  const auto answer = std::make_shared<Answer>();
+  const auto request = NS::URLRequest::requestWithURL(NS::URL::URLWithString(house, false), policy, timeout);
+  NS::URLSession::sharedSession()
+      .dataTaskWithRequest(request,
+                           [answer](const NS::Data& data, const NS::URLResponse&, const NS::Error& error) {
+                             if (data && data.length() > 0) answer->text.assign(data.bytes(), data.length());
+                             if (error) answer->text = error.localizedDescription();
+                             answer->isThere = true;
+                           })
+      .resume();
+  EXPECT_TRUE(runUntil([&] { return answer->isThere.load(); }, 60));
+  return answer->text;
+}
+std::string server(const std::string& body) {
+  return "Enter in another terminal (and end there what you entered before, by Control-C): while true; do printf "
+         "'HTTP/1.1 200 OK\\r\\nCache-Control: max-age=600\\r\\nConnection: close\\r\\nContent-Length: 3\\r\\n\\r\\n" +
+         body + "' | nc -l 8099; done";
+}
+
+}  // namespace
+
+DESK_CLAIM(
+    Network, AnswersAreKeptAsLongAsTheyMay,
+    "The shared session answers from its cache within an answer's max-age, unless the request ignores the cache.",
+    "NSURLRequest.h, NSURLRequestUseProtocolCachePolicy, NSURLRequestReloadIgnoringLocalCacheData; RFC 9111") {
+  ask(server("old"), lines::image(house, {{"body", "old"}, {"cache-control", "max-age=600"}}));
+  EXPECT_EQ(bodyOf(NS::URLRequestCachePolicy::ReloadIgnoringLocalCacheData), "old");
+  EXPECT_EQ(bodyOf(NS::URLRequestCachePolicy::UseProtocolCachePolicy), "old");
+  ask(server("new"), lines::image(house, {{"body", "new"}, {"cache-control", "max-age=600"}}));
+  EXPECT_EQ(bodyOf(NS::URLRequestCachePolicy::UseProtocolCachePolicy), "old");
+  EXPECT_EQ(bodyOf(NS::URLRequestCachePolicy::ReloadIgnoringLocalCacheData), "new");
+}
+
+DESK_CLAIM(Network, ServersThatSayNothingTimeOut,
+           "A request to a server that says nothing ends with an error after the request's timeout.",
+           "NSURLRequest.h, timeoutInterval; NSURLError.h, NSURLErrorTimedOut") {
+  ask("Enter in another terminal (and end there what you entered before, by Control-C): nc -lk 8099",
+      lines::image(house, {{"body", "late"}, {"delay", 40}}));
+  const CFAbsoluteTime began = CFAbsoluteTimeGetCurrent();
+  EXPECT_EQ(bodyOf(NS::URLRequestCachePolicy::ReloadIgnoringLocalCacheData, 3), "The request timed out.");
+  EXPECT_NEAR(CFAbsoluteTimeGetCurrent() - began, 3, 1);
+}
+
 // ---- Sound ----
 
 namespace {
@@ -598,11 +853,20 @@ double rateOf(AudioObjectID device) {
   return rate;
 }
 
-// Everything that other programs play to the default output, by way of this one and at this gain; muted on its own way
-// meanwhile.
+// How often the callback has come, and how many frames it has played: by themselves, as it may come once more when the
+// loop is gone.
+std::atomic<std::uint64_t> callbacks = 0;
+std::atomic<std::uint64_t> frames = 0;
+
+// Everything that other programs play to the default output, by way of this one and at this gain. Begins at once when
+// it mutes the sound on its own way meanwhile, as it does unless it is told otherwise.
 class Loop {
  public:
-  explicit Loop(float gain) {
+  enum class Begins { atOnce, whenTold };
+
+  explicit Loop(float gain, CA::TapMuteBehavior muting = CA::TapMuteBehavior::MutedWhenTapped,
+                Begins begins = Begins::atOnce) {
+    callbacks = frames = 0;
     CFStringRef text = nullptr;
     UInt32 size = sizeof text;
     constexpr AudioObjectPropertyAddress address = at(kAudioDevicePropertyDeviceUID);
@@ -615,7 +879,7 @@ class Loop {
     AudioObjectGetPropertyData(kAudioObjectSystemObject, &process, sizeof pid, &pid, &size, &self);
     const auto description = CA::TapDescription::initExcludingProcesses({self}, device, 0);
     description.setPrivate(true);
-    description.setMuteBehavior(CA::TapMuteBehavior::MutedWhenTapped);
+    description.setMuteBehavior(muting);
     EXPECT_EQ(CA::AudioHardwareCreateProcessTap(description, &tap_), kAudioHardwareNoError);
     const auto sub = CF::dictionary({{CFSTR(kAudioSubDeviceUIDKey), CF::value(device)}});
     const auto tap = CF::dictionary({{CFSTR(kAudioSubTapUIDKey), CF::value(description.UUID().UUIDString())},
@@ -629,7 +893,6 @@ class Loop {
                                        {CFSTR(kAudioAggregateDeviceSubDeviceListKey), CF::listOf(sub.get())},
                                        {CFSTR(kAudioAggregateDeviceTapListKey), CF::listOf(tap.get())}});
     EXPECT_EQ(AudioHardwareCreateAggregateDevice(whole.get(), &device_), kAudioHardwareNoError);
-    auto* const count = &frames;
     EXPECT_EQ(AudioDeviceCreateIOProcIDWithBlock(
                   &proc_, device_, nullptr,
                   ^(const AudioTimeStamp*, const AudioBufferList* input, const AudioTimeStamp*, AudioBufferList* output,
@@ -642,13 +905,14 @@ class Loop {
                       const bool isThere = in && in->mData && i < in->mDataByteSize / sizeof(float);
                       static_cast<float*>(out.mData)[i] = isThere ? static_cast<float*>(in->mData)[i] * gain : 0;
                     }
-                    *count += samples / out.mNumberChannels;
+                    ++callbacks;
+                    frames += samples / out.mNumberChannels;
                   }),
               kAudioHardwareNoError);
-    EXPECT_EQ(AudioDeviceStart(device_, proc_), kAudioHardwareNoError);
+    if (begins == Begins::atOnce) start();
   }
   ~Loop() {
-    EXPECT_EQ(AudioDeviceStop(device_, proc_), kAudioHardwareNoError);
+    stop();
     EXPECT_EQ(AudioDeviceDestroyIOProcID(device_, proc_), kAudioHardwareNoError);
     EXPECT_EQ(AudioHardwareDestroyAggregateDevice(device_), kAudioHardwareNoError);
     EXPECT_EQ(CA::AudioHardwareDestroyProcessTap(tap_), kAudioHardwareNoError);
@@ -656,9 +920,17 @@ class Loop {
   Loop(const Loop&) = delete;
   Loop& operator=(const Loop&) = delete;
 
-  std::atomic<std::uint64_t> frames = 0;
+  void start() {
+    isStarted_ = true;
+    EXPECT_EQ(AudioDeviceStart(device_, proc_), kAudioHardwareNoError);
+  }
+  void stop() {
+    if (isStarted_.exchange(false)) EXPECT_EQ(AudioDeviceStop(device_, proc_), kAudioHardwareNoError);
+  }
+  [[nodiscard]] AudioObjectID device() const { return device_; }
 
  private:
+  std::atomic<bool> isStarted_ = false;
   AudioObjectID tap_ = kAudioObjectUnknown;
   AudioObjectID device_ = kAudioObjectUnknown;
   AudioDeviceIOProcID proc_ = nullptr;
@@ -705,9 +977,9 @@ DESK_CLAIM(Sound, DoesNotDriftAway,
   playMusic();
   const Loop loop(1);
   letRun(1);
-  const std::uint64_t before = loop.frames;
+  const std::uint64_t before = frames;
   letRun(10);
-  EXPECT_NEAR(static_cast<double>(loop.frames - before) / rateOf(defaultOutput()), 10, 0.2);
+  EXPECT_NEAR(static_cast<double>(frames - before) / rateOf(defaultOutput()), 10, 0.2);
 }
 
 DESK_CLAIM(Sound, MayBeginRoughly,
@@ -720,23 +992,94 @@ DESK_CLAIM(Sound, MayBeginRoughly,
   EXPECT_TRUE(confirm("Is it half as loud as before?", heard(0.25)));
 }
 
+DESK_CLAIM(Sound, IsHeardTwiceThroughATapThatMutesNothing,
+           "Sound that goes through a tap that mutes nothing is heard on its own way too: both are added.",
+           "CATapDescription.h, CATapUnmuted") {
+  playMusic();
+  const Loop loop(0.5F, CA::TapMuteBehavior::Unmuted);
+  letRun(1);
+  listen();
+  EXPECT_TRUE(confirm("Is it louder than before?", heard(0.75)));
+}
+
+DESK_CLAIM(Sound, AStartWaitsForSoundAtMost,
+           "A device that starts with its tap plays nothing while nobody else does, and does once somebody does; its "
+           "start comes back by then.",
+           "AudioHardware.h, kAudioAggregateDeviceTapAutoStartKey") {
+  for (const char* const temper : {"smooth", "rough"}) {
+    playMusic(temper);
+    ask("Stop every sound on this Mac.", lines::playStops("music"));
+    // The block's own too: it may still wait when the claim is given up.
+    const auto loop = std::make_shared<Loop>(0.5F, CA::TapMuteBehavior::MutedWhenTapped, Loop::Begins::whenTold);
+    const auto isBack = std::make_shared<std::atomic<bool>>(false);
+    dispatch_async(dispatch_get_global_queue(QOS_CLASS_DEFAULT, 0), ^{
+      loop->start();
+      *isBack = true;
+    });
+    letRun(1);
+    EXPECT_EQ(frames, 0U);
+    ask("Play the sound again.", lines::play("music", 10));
+    EXPECT_TRUE(runUntil([&] { return *isBack && frames > 0; }));
+    if (!*isBack) loop->stop();
+    ASSERT_TRUE(runUntil([&] { return isBack->load(); }));
+  }
+}
+
+DESK_CLAIM(Sound, ACallbackMayComeOnceMore,
+           "After its stop, and after it has been destroyed, a callback comes once more at most.",
+           "AudioHardware.h, AudioDeviceStop, says nothing of it; that it is once at most is assumed") {
+  for (const char* const temper : {"smooth", "rough"}) {
+    playMusic(temper);
+    std::uint64_t before = 0;
+    {
+      Loop loop(0.5F);
+      ASSERT_TRUE(runUntil([] { return callbacks > 10; }));
+      loop.stop();
+      before = callbacks;
+      letRun(0.5);
+      EXPECT_LE(callbacks, before + 1);
+      loop.start();
+      letRun(1);
+      EXPECT_GT(callbacks, before + 1);
+      before = callbacks;
+    }
+    // Between the look at the count and the stop there is a cycle or so.
+    EXPECT_LE(callbacks, before + 5);
+    before = callbacks;
+    letRun(0.5);
+    EXPECT_LE(callbacks, before + 1);
+  }
+}
+
+DESK_CLAIM(Sound, CallsTakeTheirTime,
+           "A call of Core Audio about a device is answered within a tenth of a second, on a busy Mac too.",
+           "assumed: nobody says how long one may take") {
+  for (const char* const temper : {"smooth", "rough"}) {
+    playMusic(temper);
+    for (int i = 0; i < 100; ++i) {
+      const CFAbsoluteTime began = CFAbsoluteTimeGetCurrent();
+      EXPECT_GT(rateOf(defaultOutput()), 0);
+      EXPECT_LT(CFAbsoluteTimeGetCurrent() - began, 0.1);
+    }
+  }
+}
+
 namespace {
 
-// Counts notices of a property of the system object.
+// Counts notices of a property, of the system object unless it is told of another.
 class Ear {
  public:
-  explicit Ear(AudioObjectPropertySelector selector) : address_(at(selector)) {
+  explicit Ear(AudioObjectPropertySelector selector, AudioObjectID object = kAudioObjectSystemObject)
+      : object_(object), address_(at(selector)) {
     auto* const times = &heard;
     block_ = Block<AudioObjectPropertyListenerBlock>(^(UInt32, const AudioObjectPropertyAddress*) {
       ++*times;
     });
-    EXPECT_EQ(AudioObjectAddPropertyListenerBlock(kAudioObjectSystemObject, &address_, dispatch_get_main_queue(),
-                                                  block_.get()),
+    EXPECT_EQ(AudioObjectAddPropertyListenerBlock(object_, &address_, dispatch_get_main_queue(), block_.get()),
               kAudioHardwareNoError);
   }
   ~Ear() {
-    AudioObjectRemovePropertyListenerBlock(kAudioObjectSystemObject, &address_, dispatch_get_main_queue(),
-                                           block_.get());
+    AudioObjectRemovePropertyListenerBlock(object_, &address_, dispatch_get_main_queue(), block_.get());
     letRun(0.5);  // what is on its way
   }
   Ear(const Ear&) = delete;
@@ -745,6 +1088,7 @@ class Ear {
   int heard = 0;
 
  private:
+  AudioObjectID object_;
   AudioObjectPropertyAddress address_;
   Block<AudioObjectPropertyListenerBlock> block_;
 };
@@ -764,6 +1108,23 @@ DESK_CLAIM(
     EXPECT_NE(defaultOutput(), before);
     letRun(0.5);
     EXPECT_LE(ear.heard, 2);
+  }
+}
+
+DESK_CLAIM(Sound, AnotherRateIsFollowedOrTold,
+           "When an output's rate changes, a callback on it goes on, or its end is told as an abnormal stop.",
+           "AudioHardwareBase.h, kAudioDevicePropertyIOStoppedAbnormally; that one of the two happens is assumed") {
+  for (const char* const temper : {"smooth", "rough"}) {
+    playMusic(temper);
+    const Loop loop(0.5F);
+    const Ear ear(kAudioDevicePropertyIOStoppedAbnormally, loop.device());
+    letRun(1);
+    ask("Choose another rate for the output in Audio MIDI Setup.", lines::output(10, {{"rate", 44100}}));
+    letRun(1);
+    const std::uint64_t before = frames;
+    letRun(0.5);
+    EXPECT_TRUE(frames > before || ear.heard > 0);
+    ask("Choose the rate that it had before.", lines::output(10, {{"rate", 48000}}));
   }
 }
 

@@ -2,7 +2,9 @@
 #include <CoreFoundation/CoreFoundation.h>
 #include <dispatch/dispatch.h>
 
+#include <set>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include "platform/CF.h"
@@ -194,20 +196,24 @@ CLAIM(Preferences, ListsAreNotTrue, "A list that is a preference is not true.", 
 
 // ---- Identifiers ----
 
-CLAIM(Identifiers, HaveTheStandardForm, "An identifier's text has 36 characters, in upper case, with four hyphens.",
-      "NSUUID.h, UUIDString") {
+CLAIM(Identifiers, HaveTheStandardForm,
+      "An identifier's text has 32 hexadecimal digits, in upper case, and four hyphens; it is a random one.",
+      "NSUUID.h, UUID (RFC 4122 version 4), UUIDString") {
   const std::string text = NS::UUID::make().UUIDString();
   ASSERT_EQ(text.size(), 36U);
   for (std::size_t i = 0; i < text.size(); ++i) {
     const bool isHyphen = i == 8 || i == 13 || i == 18 || i == 23;
-    EXPECT_EQ(text[i] == '-', isHyphen) << text;
-    EXPECT_FALSE(text[i] >= 'a' && text[i] <= 'z') << text;
+    const bool isDigit = std::string_view("0123456789ABCDEF").find(text[i]) != std::string_view::npos;
+    EXPECT_TRUE(isHyphen ? text[i] == '-' : isDigit) << text;
   }
-  EXPECT_EQ(text[14], '4') << text;  // a random one (RFC 4122)
+  EXPECT_EQ(text[14], '4') << text;
+  EXPECT_NE(std::string_view("89AB").find(text[19]), std::string_view::npos) << text;
 }
 
-CLAIM(Identifiers, AreNeverTheSame, "Two identifiers that are made are different.", "NSUUID.h, UUID") {
-  EXPECT_NE(NS::UUID::make().UUIDString(), NS::UUID::make().UUIDString());
+CLAIM(Identifiers, AreNeverTheSame, "Of a hundred identifiers that are made no two are the same.", "NSUUID.h, UUID") {
+  std::set<std::string> made;
+  for (int i = 0; i < 100; ++i) made.insert(NS::UUID::make().UUIDString());
+  EXPECT_EQ(made.size(), 100U);
 }
 
 // ---- URLs ----

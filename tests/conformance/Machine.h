@@ -48,6 +48,8 @@ std::vector<double> opacities(const NS::Image& image, int width, int height);
 // TEXT" with the environment's CLAIMS (main.cpp).
 std::filesystem::path childProgram();
 
+// The application that the person installs and updates: Dalvane; on the simulated Mac the program itself.
+std::filesystem::path installedApplication();
 // A disk image of what is in a folder.
 void makeDiskImage(const std::filesystem::path& folder, const std::filesystem::path& image);
 // Signs a bundle with a certificate that is made for it, of the signer "Tessbrook" or "Mallory"; without a name so that

@@ -1,4 +1,4 @@
-// The claims on a Mac: each runs in this process, on its main thread. No claim that is tried without a person at the
+// The claims on a Mac: each runs on its process's main thread. No claim that is tried without a person at the
 // desk may make the system ask one anything.
 #include <CoreFoundation/CoreFoundation.h>
 #include <CoreGraphics/CoreGraphics.h>
@@ -9,11 +9,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
+#include <system_error>
 #include <thread>
 
 #include "platform/Application.h"
@@ -37,6 +39,44 @@ std::string systemValue(const char* name) {
   std::size_t size = text.size() - 1;
   return sysctlbyname(name, text.data(), &size, nullptr, 0) == 0 ? text.data() : "unknown";
 }
+
+// Sends an Objective-C message.
+template <typename Result, typename... Arguments>
+Result send(CFTypeRef receiver, const char* selector, Arguments... arguments) {
+  using Method = Result (*)(CFTypeRef, SEL, Arguments...);
+  return reinterpret_cast<Method>(objc_msgSend)(receiver, sel_registerName(selector), arguments...);
+}
+
+// Whether the user's clicks, and what else comes as an event, are dealt with while the loop runs, as in an application.
+bool takesEvents = false;
+
+void dealWithEvents() {
+  const NS::Application application = NS::Application::sharedApplication();
+  constexpr std::uint64_t any = ~std::uint64_t{0};
+  while (const CFTypeRef event = send<CFTypeRef>(application.get(), "nextEventMatchingMask:untilDate:inMode:dequeue:",
+                                                 any, nullptr, kCFRunLoopDefaultMode, static_cast<BOOL>(1))) {
+    send<void>(application.get(), "sendEvent:", event);
+  }
+}
+
+// A folder that goes with the process.
+struct TemporaryFolder {
+  TemporaryFolder() {
+    std::string pattern = (std::filesystem::temp_directory_path() / "claims-XXXXXX").string();
+    path = mkdtemp(pattern.data());
+  }
+  ~TemporaryFolder() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path, ignored);
+  }
+  TemporaryFolder(const TemporaryFolder&) = delete;
+  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+
+  std::filesystem::path path;
+};
+
+// The person has no way to do what is asked, or no wish.
+struct LeftOut {};
 
 // What the person types, while the main thread's loop runs.
 std::string typed(const std::string& prompt) {
@@ -66,20 +106,17 @@ int shell(const std::string& script, const std::vector<std::string>& words) {
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
-// Sends an Objective-C message.
-template <typename Result, typename... Arguments>
-Result send(CFTypeRef receiver, const char* selector, Arguments... arguments) {
-  using Method = Result (*)(CFTypeRef, SEL, Arguments...);
-  return reinterpret_cast<Method>(objc_msgSend)(receiver, sel_registerName(selector), arguments...);
-}
-
 }  // namespace
 
 void letRun(double seconds, Mode mode) {
+  constexpr double betweenEvents = 0.02;
   const CFAbsoluteTime end = CFAbsoluteTimeGetCurrent() + seconds;
   for (double left = seconds; left > 0; left = end - CFAbsoluteTimeGetCurrent()) {
+    const bool withEvents = takesEvents && mode == Mode::normal;
+    if (withEvents) dealWithEvents();
     // A loop without anything to wait for comes back at once.
-    if (CFRunLoopRunInMode(modeOf(mode), left, false) == kCFRunLoopRunFinished) usleep(1000);
+    const double most = withEvents ? std::min(left, betweenEvents) : left;
+    if (CFRunLoopRunInMode(modeOf(mode), most, false) == kCFRunLoopRunFinished) usleep(1000);
   }
 }
 
@@ -89,14 +126,20 @@ bool runUntil(const std::function<bool()>& done, double seconds) {
 }
 
 void ask(const std::string& instruction, const std::string&) {
-  static_cast<void>(typed("\n>>> " + instruction + "\n    Then press Return here. "));
+  const std::string answer =
+      typed("\n>>> " + instruction + "\n    Then press Return here, or S and Return to leave this out. ");
+  if (!answer.empty() && (answer[0] == 's' || answer[0] == 'S')) throw LeftOut();
 }
 
 void goOn(const std::string&) {}
 
 bool confirm(const std::string& question, const nlohmann::json&) {
-  const std::string answer = typed("\n>>> " + question + " (y/n) ");
-  return !answer.empty() && (answer[0] == 'y' || answer[0] == 'Y');
+  for (;;) {
+    const std::string answer = typed("\n>>> " + question + " (y/n) ");
+    if (answer.empty() && !std::cin) throw LeftOut();
+    if (!answer.empty() && (answer[0] == 'y' || answer[0] == 'Y')) return true;
+    if (!answer.empty() && (answer[0] == 'n' || answer[0] == 'N')) return false;
+  }
 }
 
 void postNotification(bool ofWorkspace, CFStringRef name) {
@@ -141,6 +184,8 @@ std::filesystem::path childProgram() {
   return _NSGetExecutablePath(path.data(), &size) == 0 ? path.data() : "";
 }
 
+std::filesystem::path installedApplication() { return "/Applications/Dalvane.app"; }
+
 void makeDiskImage(const std::filesystem::path& folder, const std::filesystem::path& image) {
   shell("/usr/bin/hdiutil create -quiet -ov -format UDZO -srcfolder \"$1\" \"$2\"", {folder, image});
 }
@@ -149,9 +194,12 @@ std::string sign(const std::filesystem::path& bundle, const std::string& signer)
   if (signer.empty()) {
     return shell("codesign --force --sign - \"$1\" 2>/dev/null", {bundle}) == 0 ? "" : "codesign cannot sign here";
   }
-  // A certificate that nobody but this keychain has, and a keychain that lives as long as this. Nothing asks for a
-  // password: the keychain's is known, and codesign is let at its key.
+  // A certificate that nobody but this process has, the same one whenever that signer signs; and a keychain that lives
+  // as long as the script. Nothing asks for a password: the keychain's is known, and codesign is let at its key.
+  static const TemporaryFolder certificates;
   const int status = shell(R"(
+kept=$3/$2
+mkdir -p "$kept"
 folder=$(mktemp -d)
 keychain=$folder/claims.keychain-db
 security list-keychains -d user >"$folder/before"
@@ -165,18 +213,23 @@ x509_extensions = extensions
 keyUsage = critical, digitalSignature
 extendedKeyUsage = critical, codeSigning
 CONFIG
-openssl req -x509 -newkey rsa:2048 -nodes -days 1 -keyout "$folder/key" -out "$folder/certificate" \
+[ -f "$kept/both.p12" ] || /usr/bin/openssl req -x509 -newkey rsa:2048 -nodes -days 1 -keyout "$folder/key" -out "$folder/certificate" \
   -subj "/CN=$2/OU=$2" -config "$folder/extensions" 2>/dev/null
-openssl pkcs12 -export -inkey "$folder/key" -in "$folder/certificate" -out "$folder/both.p12" -passout pass:claims
+[ -f "$kept/both.p12" ] || /usr/bin/openssl pkcs12 -export -inkey "$folder/key" -in "$folder/certificate" \
+  -out "$kept/both.p12" -passout pass:claims
 security create-keychain -p claims "$keychain"
 security unlock-keychain -p claims "$keychain"
-security import "$folder/both.p12" -k "$keychain" -P claims -T /usr/bin/codesign >/dev/null
+security import "$kept/both.p12" -k "$keychain" -P claims -T /usr/bin/codesign >/dev/null
 security set-key-partition-list -S apple-tool:,apple:,codesign: -s -k claims "$keychain" >/dev/null
 xargs security list-keychains -d user -s "$keychain" <"$folder/before"
 codesign --force --keychain "$keychain" --sign "$2" "$1" 2>/dev/null
+# Where nobody trusts the certificate nothing that it has signed is valid, and nothing can be found out with it.
+codesign --verify "$1" 2>/dev/null
 )",
-                           {bundle, signer});
-  return status == 0 ? "" : "no temporary certificate can be made to sign with (status " + std::to_string(status) + ")";
+                           {bundle, signer, certificates.path});
+  return status == 0
+             ? ""
+             : "no temporary certificate can be made that signs validly (status " + std::to_string(status) + ")";
 }
 
 Description description() {
@@ -184,22 +237,31 @@ Description description() {
           systemValue("hw.model")};
 }
 
-void begin(bool) {
+void begin(bool desk) {
   // A process with several threads is not copied: the claim is tried again in a new one.
   GTEST_FLAG_SET(death_test_style, "threadsafe");
-  static_cast<void>(NS::Application::sharedApplication());
+  const NS::Application application = NS::Application::sharedApplication();
+  if (desk) send<void>(application.get(), "finishLaunching");
 }
 
 void carryOut(const Claim& claim) {
   if (claim.kind == Claim::Kind::stops) {
-    EXPECT_DEATH(claim.body(), "");
+    // An exception of AppKit's stops the process where nobody catches it, as GoogleTest would.
+    EXPECT_DEATH([&claim]() noexcept { claim.body(); }(), "");
     return;
   }
   if (claim.kind == Claim::Kind::ends) {
     EXPECT_EXIT(claim.body(), testing::ExitedWithCode(0), "as claimed");
     return;
   }
-  claim.body();
+  if (claim.kind == Claim::Kind::desk && isatty(STDIN_FILENO) == 0)
+    NOT_TRIED("nobody can answer: there is no terminal");
+  takesEvents = claim.kind == Claim::Kind::desk;
+  try {
+    claim.body();
+  } catch (const LeftOut&) {
+    NOT_TRIED("the person at the desk left it out");
+  }
 }
 
 std::map<std::string, std::set<std::string>> functions() { return {}; }

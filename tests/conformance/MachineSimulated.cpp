@@ -106,9 +106,11 @@ void play(simulator::Scenario& scenario, const std::string& lines) {
 void runOnMachine(const Claim& claim, std::uint64_t seed) {
   records.clear();
   seen = 0;
+  bool cameToItsEnd = false;
   const simulator::Program program = {.main =
-                                          [&claim] {
+                                          [&claim, &cameToItsEnd] {
                                             claim.body();
+                                            cameToItsEnd = true;
                                             return 0;
                                           },
                                       .name = "Conformance",
@@ -136,6 +138,7 @@ void runOnMachine(const Claim& claim, std::uint64_t seed) {
     }
     machine.runReady();
   }
+  if (!cameToItsEnd && claim.kind != Claim::Kind::ends) ADD_FAILURE() << "the claim ended its process";
   for (const auto& [kind, count] : machine.process.leaks()) {
     ADD_FAILURE() << "the claim leaves behind: " << count << " of " << kind;
   }
@@ -237,6 +240,11 @@ std::filesystem::path childProgram() {
     std::filesystem::create_symlink(std::filesystem::read_symlink("/proc/self/exe"), link);
   }
   return name;
+}
+
+std::filesystem::path installedApplication() {
+  const simulator::MachineAtWork work;
+  return simulator::Call::unguarded().part<simulator::SystemRoot>().below("/Applications/Conformance.app");
 }
 
 void makeDiskImage(const std::filesystem::path& folder, const std::filesystem::path& image) {

@@ -102,6 +102,17 @@ CLAIM(Network, PlainHTTPIsRefused, "A request over plain HTTP to a host of the I
   EXPECT_FALSE(answer->hasResponse);
 }
 
+CLAIM(
+    Network, PlainHTTPIsNotRefusedWithinTheHouse,
+    "A request over plain HTTP to an address, or to a host without a dot in its name, is not refused for being plain.",
+    "observed; Apple's documentation of NSAppTransportSecurity has it in part") {
+  for (const char* const url : {"http://127.0.0.1:1/", "http://localhost:1/"}) {
+    const Shared answer = loaded(url);
+    EXPECT_NE(answer->error, "") << url;  // nobody listens there
+    EXPECT_EQ(answer->error.find("secure connection"), std::string::npos) << answer->error;
+  }
+}
+
 CLAIM(Network, UnknownSchemesAreRefused, "A request to a URL of a scheme that nobody serves ends with an error.",
       "NSURLError.h, NSURLErrorUnsupportedURL") {
   EXPECT_EQ(loaded("nobody-serves-this://host/")->error, "unsupported URL");

@@ -1,6 +1,7 @@
 #include "tests/conformance/Report.h"
 
 #include <algorithm>
+#include <cctype>
 #include <fstream>
 #include <iterator>
 #include <sstream>
@@ -30,16 +31,24 @@ const char* word(Result::Kind kind) {
   return "";
 }
 
-// The claims by family, each family where its first claim stands.
+// The claims by family, in the order of the alphabet; in each those last that need a person.
 std::vector<std::pair<std::string, std::vector<Claim>>> families() {
   std::vector<std::pair<std::string, std::vector<Claim>>> found;
-  for (const Claim& claim : all()) {
-    auto family = std::ranges::find(found, claim.family, &std::pair<std::string, std::vector<Claim>>::first);
-    if (family == found.end()) family = found.insert(found.end(), {claim.family, {}});
-    family->second.push_back(claim);
+  for (const bool ofDesk : {false, true}) {
+    for (const Claim& claim : all()) {
+      if ((claim.kind == Claim::Kind::desk) != ofDesk) continue;
+      auto family = std::ranges::find(found, claim.family, &std::pair<std::string, std::vector<Claim>>::first);
+      if (family == found.end()) family = found.insert(found.end(), {claim.family, {}});
+      family->second.push_back(claim);
+    }
   }
   std::ranges::sort(found, {}, &std::pair<std::string, std::vector<Claim>>::first);
   return found;
+}
+
+std::string lowered(std::string text) {
+  std::ranges::transform(text, text.begin(), [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  return text;
 }
 
 const char* const machineLine = "- Machine: ";
@@ -57,10 +66,19 @@ std::string report(const Description& machine, const std::string& date, const Re
        << machineLine << machine.system << ", " << machine.hardware << '\n'
        << dateLine << date << '\n'
        << "- Held: " << count(Result::Kind::held) << ", failed: " << count(Result::Kind::failed)
-       << ", not tried: " << count(Result::Kind::notTried) << "\n\n"
-       << "| Claim | | |\n|---|---|---|\n";
-  for (const auto& [name, result] : results) {
-    text << "| " << name << " | " << word(result.kind) << " | " << cell(result.text) << " |\n";
+       << ", not tried: " << count(Result::Kind::notTried) << '\n';
+  // What somebody has to look at comes first.
+  for (const auto kind : {Result::Kind::failed, Result::Kind::notTried, Result::Kind::held}) {
+    if (count(kind) == 0) continue;
+    text << "\n| Claim | | |\n|---|---|---|\n";
+    for (const auto& [name, result] : results) {
+      if (result.kind != kind) continue;
+      const auto claim = std::ranges::find(all(), name, &Claim::fullName);
+      const std::string said = kind == Result::Kind::failed && claim != all().end()
+                                   ? std::string("\"") + claim->statement + "\" " + result.text
+                                   : result.text;
+      text << "| " << name << " | " << word(kind) << " | " << cell(said) << " |\n";
+    }
   }
   return text.str();
 }
@@ -97,30 +115,45 @@ std::string document(const std::vector<KeptReport>& reports,
     return last == reports.rend() ? "never" : last->machine + ", " + last->date;
   };
   std::ostringstream text;
-  text << "# What is claimed about the Mac\n\n"
-          "Written by `dalvane-conformance --write-claims docs/claims.md`; a test fails when it is not what that "
-          "writes.\n\n"
-          "Each claim is a sentence that Dalvane or its simulated Mac relies on, and a test of `tests/conformance/` "
-          "that finds\n"
-          "out whether it holds. Each is tried on the simulated Mac by `./test`, and on a Mac by the same command "
-          "there\n"
-          "([contributing.md](contributing.md) says how). The last column has the real system on which it was last "
-          "seen to hold,\n"
-          "from the reports in `tests/conformance/reports/`. *Observed* is what is known of macOS though no document "
-          "says it, and\n"
-          "*assumed* what is not even that; neither is certain. *Desk* marks what is "
-          "tried only\n"
-          "where there are a monitor, sound and a person.\n\n"
-       << all().size() << " claims.\n";
-  for (const auto& [family, members] : families()) {
-    text << "\n## " << family << "\n\n| Claim | | Rests on | Last held |\n|---|---|---|---|\n";
+  text
+      << "# What is claimed about the Mac\n\n"
+         "Dalvane and its simulated Mac take "
+      << all().size()
+      << " things for granted about macOS. Each is a sentence "
+         "here, and a piece of\ncode in `tests/conformance/` that finds out whether it holds.\n\n"
+         "**You have a Mac?** Then you can find out:\n\n"
+         "    ./test           # what needs nobody; takes some minutes, and asks nothing\n"
+         "    ./test --desk    # also what is marked *desk*: with a monitor, sound, and you, who are told what to "
+         "do\n\n"
+         "The answer is in `build/macos/claims.md`. Attach it to an issue, also when everything held: "
+         "[contributing.md](contributing.md#the-claims-about-the-platform)\nhas the rest. To try one, name it: `./test "
+         "'--gtest_filter=Audio.ThisProcessHasAnObject'`.\n\n"
+         "*Rests on* has the header or manual page that says so. *Observed* is what is known of macOS though no "
+         "document "
+         "says it,\nand *assumed* what is not even that; neither is certain. *Held* has the real system on which a "
+         "claim was last seen to hold, from\nthe reports in `tests/conformance/reports/`.\n\n"
+         "This page is written by `dalvane-conformance --write-claims docs/claims.md`; a test fails when it is not "
+         "what "
+         "that writes.\n\n";
+  const auto found = families();
+  for (const auto& [family, members] : found) {
+    text << (family == found.front().first ? "" : " · ") << '[' << family << "](#" << lowered(family) << ") "
+         << members.size();
+  }
+  text << '\n';
+  for (const auto& [family, members] : found) {
+    text << "\n## " << family << "\n\n| | Rests on | Held |\n|---|---|---|\n";
     for (const Claim& claim : members) {
-      text << "| " << claim.name << (claim.kind == Claim::Kind::desk ? " (desk)" : "") << " | " << cell(claim.statement)
-           << " | " << cell(claim.source) << " | " << cell(lastHeld(claim)) << " |\n";
+      text << "| " << cell(claim.statement) << "<br>`" << claim.fullName() << '`'
+           << (claim.kind == Claim::Kind::desk ? " *desk*" : "") << " | " << cell(claim.source) << " | "
+           << cell(lastHeld(claim)) << " |\n";
     }
   }
   text << "\n## What the simulated Mac offers\n\n"
           "Every function that it defines for programs, with the claims in which it is called.\n\n"
+          "<details><summary>"
+       << functions.size()
+       << " functions</summary>\n\n"
           "| Function | Called in |\n|---|---|\n";
   for (const auto& [function, callers] : functions) {
     constexpr std::ptrdiff_t shown = 3;
@@ -131,6 +164,7 @@ std::string document(const std::vector<KeptReport>& reports,
     if (total > shown) text << " and " << total - shown << " more";
     text << " |\n";
   }
+  text << "\n</details>\n";
   return text.str();
 }
 

@@ -1,6 +1,7 @@
 // AppKit's geometry: points in rectangles, layout, sliders, and what is drawn.
 #include <CoreGraphics/CoreGraphics.h>
 
+#include <algorithm>
 #include <cmath>
 #include <string>
 #include <vector>
@@ -89,6 +90,34 @@ CLAIM(Layout, AColumnIsAsHighAsItsViews, "A vertical stack is as high as its vie
   stack.setSpacing(3);
   EXPECT_NEAR(stack.fittingSize().height, one.fittingSize().height + 3 + other.fittingSize().height, 0.01);
   EXPECT_NEAR(stack.fittingSize().width, other.fittingSize().width, 0.01);
+}
+
+CLAIM(Layout, ARowOfAMenuIsAsLargeAsItsParts,
+      "A caption above a row of symbol and slider is as high as the caption, the space, and the higher of the two.",
+      "NSStackView.h, orientation, spacing, alignment; that a stack's views keep their heights is assumed") {
+  const auto caption = NS::TextField::labelWithString("Some display");
+  const auto symbol = NS::ImageView::initWithFrame({});
+  symbol.setImage(NS::Image::imageWithSystemSymbolName("sun.max.fill"));
+  const auto slider = NS::Slider::sliderWithValue(4, 0, 16);
+  slider.setNumberOfTickMarks(17);
+  const auto row = NS::StackView::stackViewWithViews({symbol, slider});
+  row.setSpacing(6);
+  const auto column = NS::StackView::stackViewWithViews({caption, row});
+  column.setOrientation(NS::LayoutOrientation::Vertical);
+  column.setAlignment(NS::LayoutAttribute::Leading);
+  column.setSpacing(2);
+  const double higher = std::max(symbol.fittingSize().height, slider.fittingSize().height);
+  EXPECT_NEAR(row.fittingSize().height, higher, 0.01);
+  EXPECT_NEAR(column.fittingSize().height, caption.fittingSize().height + 2 + higher, 0.01);
+}
+
+STOPS(Layout, ViewsOfTwoTreesAreNotTied,
+      "A constraint between views that have no view in common above them cannot be activated: AppKit raises an "
+      "exception.",
+      "observed; NSLayoutConstraint.h, active") {
+  const auto one = emptyView();
+  const auto other = emptyView();
+  NS::LayoutConstraint::activateConstraints({one.widthAnchor().constraintEqualToAnchor(other.widthAnchor())});
 }
 
 CLAIM(Layout, HiddenViewsTakeNoRoom, "A stack leaves out views that are hidden, and the space before them.",
@@ -235,8 +264,13 @@ STOPS(Menus, AnItemIsInOneMenu, "An item that is in a menu cannot be added to an
 
 STOPS(Menus, HaveNoItemsBeyondTheirEnd,
       "An item cannot be inserted behind the end of a menu: AppKit raises an exception.",
-      "NSMenu.h, insertItem:atIndex:; observed") {
+      "NSMenu.h, insertItem:atIndex:") {
   NS::Menu::make().insertItem(NS::MenuItem("Item", nullptr, ""), 1);
+}
+
+STOPS(Menus, AnItemIsRemovedFromItsOwnMenu,
+      "An item cannot be removed from a menu that it is not in: AppKit raises an exception.", "NSMenu.h, removeItem:") {
+  NS::Menu::make().removeItem(NS::MenuItem("Item", nullptr, ""));
 }
 
 // ---- Drawing ----

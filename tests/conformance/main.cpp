@@ -1,10 +1,15 @@
 // Tries the claims, on the machine that it was built for:
 //
-//   dalvane-conformance [--desk] [--report FILE] [--write-claims FILE | --check-claims FILE] [GoogleTest's arguments]
+//   dalvane-conformance [--desk] [--apart [--patience SECONDS]] [--report FILE]
+//                       [--write-claims FILE | --check-claims FILE] [--reports FOLDER] [GoogleTest's arguments]
 //
-// With --desk also those that need a monitor, sound and a person. --report writes what came of it. --write-claims, on
-// the simulated Mac, writes the document that has all claims; --check-claims fails when it would be another, when the
-// simulated Mac offers a function that no claim calls, and when a claim was not tried.
+// With --desk also those that need a monitor, sound and a person. With --apart each is tried in a process of its own,
+// so that what becomes of one does not become of the others; one that needs nobody gets so many seconds (120). --report
+// writes what came of it, anew after every claim. --write-claims, on the simulated Mac, writes the document that has
+// all claims; --check-claims fails when it would be another, when the simulated Mac offers a function that no claim
+// calls, and when a claim was not tried. Reports that were kept are read from --reports, which is
+// tests/conformance/reports where nothing else is said. (--alone FILE is how such a process is started: it leaves its
+// claim's result in that file.)
 #include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -13,12 +18,15 @@
 #include <cstdlib>
 #include <ctime>
 #include <fstream>
+#include <functional>
 #include <iostream>
 #include <iterator>
 #include <optional>
 #include <sstream>
 #include <string_view>
+#include <utility>
 
+#include "tests/conformance/Apart.h"
 #include "tests/conformance/Report.h"
 
 namespace claims {
@@ -36,11 +44,14 @@ bool add(const Claim& claim) {
 namespace {
 
 bool atDesk = false;
+// The program to be started for each claim; empty where all are tried in this process.
+std::string apart;
+double patience = 120;
 
-// Keeps what came of each claim.
+// Keeps what came of each claim, and then does what is to be done after every one.
 class Recorder : public testing::EmptyTestEventListener {
  public:
-  explicit Recorder(Results& results) : results_(results) {}
+  Recorder(Results& results, std::function<void()> afterEach) : results_(results), afterEach_(std::move(afterEach)) {}
 
  private:
   void OnTestEnd(const testing::TestInfo& test) override {
@@ -52,17 +63,22 @@ class Recorder : public testing::EmptyTestEventListener {
     for (int i = 0; i < result.total_part_count(); ++i) {
       const testing::TestPartResult& part = result.GetTestPartResult(i);
       if (part.passed()) continue;
-      // Of what is skipped the reason alone; of what failed where.
-      if (kind == Result::Kind::failed && part.file_name()) {
+      // Of what is skipped the reason alone; of what failed where, which the claim's own process has said.
+      if (kind == Result::Kind::failed && part.file_name() && apart.empty()) {
         text += std::string(part.file_name()) + ":" + std::to_string(part.line_number()) + ": ";
       }
-      text += std::string(part.message()) + "\n";
+      std::string_view message = part.message();
+      constexpr std::string_view unsaid = "Failed\n";
+      if (!apart.empty() && message.starts_with(unsaid)) message.remove_prefix(unsaid.size());
+      text += std::string(message) + "\n";
     }
     while (!text.empty() && text.back() == '\n') text.pop_back();
     results_[std::string(test.test_suite_name()) + "." + test.name()] = {kind, text};
+    afterEach_();
   }
 
   Results& results_;
+  std::function<void()> afterEach_;
 };
 
 std::string today() {
@@ -126,7 +142,10 @@ int tell(const char* path) {
 
 void tryOut(const Claim& claim) {
   if (claim.kind == Claim::Kind::desk && !atDesk) NOT_TRIED("not asked: it needs somebody at the desk (--desk)");
-  carryOut(claim);
+  if (apart.empty()) return carryOut(claim);
+  const Result result = tryApart(claim, apart, patience);
+  if (result.kind == Result::Kind::notTried) NOT_TRIED(result.text);
+  if (result.kind == Result::Kind::failed) ADD_FAILURE() << result.text;
 }
 
 }  // namespace claims
@@ -143,30 +162,48 @@ int main(int argc, char** argv) {
   std::optional<std::string> reportFile;
   std::optional<std::string> writtenFile;
   std::optional<std::string> checkedFile;
+  std::optional<std::string> resultFile;
+  std::optional<std::string> seconds;
+  std::optional<std::string> keptFolder;
   for (int i = 1; i < argc; ++i) {
     const std::string_view argument = argv[i];
-    auto* const file = argument == "--report"         ? &reportFile
-                       : argument == "--write-claims" ? &writtenFile
-                       : argument == "--check-claims" ? &checkedFile
-                                                      : nullptr;
+    auto* const value = argument == "--report"         ? &reportFile
+                        : argument == "--write-claims" ? &writtenFile
+                        : argument == "--check-claims" ? &checkedFile
+                        : argument == "--alone"        ? &resultFile
+                        : argument == "--patience"     ? &seconds
+                        : argument == "--reports"      ? &keptFolder
+                                                       : nullptr;
     if (argument == "--desk") {
       claims::atDesk = true;
-    } else if (file && i + 1 < argc) {
-      *file = argv[++i];
+    } else if (argument == "--apart") {
+      claims::apart = argv[0];
+    } else if (value && i + 1 < argc) {
+      *value = argv[++i];
     } else {
-      std::cerr << "usage: dalvane-conformance [--desk] [--report FILE] [--write-claims FILE | --check-claims FILE]\n";
+      std::cerr << "usage: dalvane-conformance [--desk] [--apart [--patience SECONDS]] [--report FILE] "
+                   "[--write-claims FILE | --check-claims FILE] [--reports FOLDER]\n";
       return 2;
     }
   }
-  claims::begin(claims::atDesk);
+  if (seconds) claims::patience = std::atof(seconds->c_str());
+  if (claims::apart.empty()) claims::begin(claims::atDesk);
+  bool isFine = true;
   claims::Results results;
-  testing::UnitTest::GetInstance()->listeners().Append(new claims::Recorder(results));  // GoogleTest's to delete
-  bool isFine = RUN_ALL_TESTS() == 0;
-  if (reportFile) {
+  const auto writeReport = [&] {
+    if (!reportFile) return;
     isFine &= claims::write(*reportFile, claims::report(claims::description(), claims::today(), results));
+  };
+  testing::UnitTest::GetInstance()->listeners().Append(
+      new claims::Recorder(results, writeReport));  // GoogleTest's to delete
+  isFine &= RUN_ALL_TESTS() == 0;
+  writeReport();
+  if (resultFile) {
+    isFine &= results.size() == 1 && claims::write(*resultFile, claims::written(results.begin()->second));
   }
   if (writtenFile || checkedFile) {
-    const std::string document = claims::document(claims::keptReports(CLAIMS_REPORTS), claims::functions());
+    const std::string document =
+        claims::document(claims::keptReports(keptFolder.value_or(CLAIMS_REPORTS)), claims::functions());
     if (claims::functions().empty()) {
       std::cerr << "The document is written on the simulated Mac, which knows what it offers.\n";
       return 2;
