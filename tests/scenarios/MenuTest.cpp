@@ -1,5 +1,10 @@
 // The status menu's slider rows, as their user meets them.
+#include <CoreGraphics/CoreGraphics.h>
 #include <gtest/gtest.h>
+
+#include <cmath>
+#include <numbers>
+#include <sstream>
 
 #include "simulator/kernel/Object.h"
 #include "tests/support/Lines.h"
@@ -55,6 +60,22 @@ std::vector<Items> menus(const Played& played) {
   std::vector<Items> all;
   for (const json& record : played.of("snapshot")) all.push_back(seen(record["menu"]));
   return all;
+}
+
+// The points that a path of SVG goes through; curves by their ends alone.
+void expectPoints(const std::string& path, const std::vector<CGPoint>& points) {
+  std::istringstream words(path);
+  std::vector<CGPoint> found;
+  for (std::string word; words >> word && word != "Z";) {
+    CGPoint point{};
+    for (int i = 0; i < (word == "C" ? 3 : 1); ++i) words >> point.x >> point.y;
+    found.push_back(point);
+  }
+  ASSERT_EQ(found.size(), points.size()) << path;
+  for (std::size_t i = 0; i < points.size(); ++i) {
+    EXPECT_NEAR(found[i].x, points[i].x, 1e-9) << path;
+    EXPECT_NEAR(found[i].y, points[i].y, 1e-9) << path;
+  }
 }
 
 json sliderOf(const Played& played, const std::string& caption, std::size_t snapshot = 0) {
@@ -388,6 +409,21 @@ TEST(Menu, StatusItemShowsItsIcon) {
     }
     EXPECT_EQ(icon["paths"][1]["d"],
               "M 3.6 9 L 2.2 9 M 4.9 5.9 L 3.9 4.9 M 4.9 12.1 L 3.9 13.1 M 8 4.4 L 8 3 M 8 13.6 L 8 15");
+    // Half a disc: from its top over its left to its bottom, and closed.
+    const std::string sun = icon["paths"][0]["d"];
+    EXPECT_TRUE(sun.ends_with(" Z"));
+    expectPoints(sun, {{8, 5.9}, {8, 5.9}, {4.9, 9}, {8, 12.1}});
+    // Two waves, each from 40° above its centre to 40° below, and nothing that joins them.
+    const auto wave = [](double radius) {
+      const double x = 7.65 + radius * std::cos(40 * std::numbers::pi / 180);
+      const double y = radius * std::sin(40 * std::numbers::pi / 180);
+      return std::vector<CGPoint>{{x, 9 - y}, {x, 9 - y}, {x, 9 + y}};
+    };
+    const std::string waves = icon["paths"][2]["d"];
+    const auto second = waves.find(" M ");
+    ASSERT_NE(second, std::string::npos);
+    expectPoints(waves.substr(0, second), wave(4.2));
+    expectPoints(waves.substr(second + 1), wave(7.0));
   }
 }
 
