@@ -128,9 +128,13 @@ void Life::pointAt(int display) {
   if (!oneIn(4)) say("advance", {{"seconds", 0.2}});
 }
 
+int Life::someDisplay() {
+  return *std::next(connected_.begin(), static_cast<std::ptrdiff_t>(upTo(connected_.size() - 1)));
+}
+
 void Life::pointSomewhere() {
   if (connected_.empty() || oneIn(8)) return pointAt(oneIn(2) ? 1 : 9);
-  pointAt(*std::next(connected_.begin(), static_cast<std::ptrdiff_t>(upTo(connected_.size() - 1))));
+  pointAt(someDisplay());
 }
 
 // ---- What happens ----
@@ -253,31 +257,29 @@ void Life::wakeInStorms() {
 
 void Life::changeOutput() {
   const auto& model = oneOf(outputModels);
-  switch (upTo(7)) {
+  const auto what = upTo(7);
+  if (what == 1) return mayRace("restart-audio");
+  if (what == 0 && outputs_.size() >= 2 && outputs_.erase(model.id) > 0) {
+    return mayRace("output", {{"id", model.id}, {"gone", true}});
+  }
+  if (what == 0 || !outputs_.contains(model.id)) addOutput(model.id);
+  switch (what) {
     case 0:
-      if (outputs_.size() < 2 || !outputs_.contains(model.id)) return addOutput(model.id);
-      outputs_.erase(model.id);
-      return mayRace("output", {{"id", model.id}, {"gone", true}});
-    case 1:
-      return mayRace("restart-audio");
+      return;
     case 2:
     case 3: {
-      if (!outputs_.contains(model.id)) addOutput(model.id);
       static constexpr int rates[] = {44100, 48000, 96000};
       return mayRace("output", {{"id", model.id}, {"rate", oneOf(rates)}});
     }
     case 4:
-      if (!outputs_.contains(model.id)) addOutput(model.id);
       return mayRace("output", {{"id", model.id}, {"channels", 1 + upTo(7)}, {"inputs", upTo(2)}});
     case 5:
-      if (!outputs_.contains(model.id)) addOutput(model.id);
       // A format that cannot be routed, for a while.
       say("output", {{"id", model.id}, {"format", {{"bits", 16}, {"flags", 12}}}});
       wait(60);
       pressVolume();
       return say("output", {{"id", model.id}, {"format", {{"bits", 32}, {"flags", 9}}}});
     default:
-      if (!outputs_.contains(model.id)) addOutput(model.id);
       return mayRace("default-output", {{"id", model.id}});
   }
 }
@@ -313,7 +315,7 @@ void Life::changePermission() {
 
 void Life::monitorMisbehaves() {
   if (connected_.empty()) return;
-  const int display = *std::next(connected_.begin(), static_cast<std::ptrdiff_t>(upTo(connected_.size() - 1)));
+  const int display = someDisplay();
   static constexpr const char* faults[] = {"no-answer", "bad-checksum", "write-fails", "second-write-fails",
                                            "null-message"};
   if (oneIn(4)) {
@@ -352,24 +354,9 @@ void Life::callsFail() {
                                           "TCCAccessPreflight"};
   const char* call = oneOf(calls);
   say("fail", {{"call", call}, {"status", -1}, {"nth", 1 + upTo(6)}, {"times", 1 + upTo(4)}});
-  for (std::uint64_t i = 0, count = 1 + upTo(2); i < count; ++i) {
-    switch (upTo(4)) {
-      case 0:
-        wakeInStorms();
-        break;
-      case 1:
-        plug();
-        break;
-      case 2:
-        changeOutput();
-        break;
-      case 3:
-        pressVolume();
-        break;
-      default:
-        pressBrightness();
-    }
-  }
+  static constexpr Happening meanwhile[] = {&Life::wakeInStorms, &Life::plug, &Life::changeOutput, &Life::pressVolume,
+                                            &Life::pressBrightness};
+  someOf(meanwhile, 1 + upTo(2));
   say("fail", {{"call", call}, {"status", nullptr}});
 }
 
@@ -426,21 +413,9 @@ void Life::leaveAlertOpen() {
   say("answer", {{"button", nullptr}});
   say("click", {{"item", "Check for Updates…"}});
   wait(2);
-  for (std::uint64_t i = 0, count = 1 + upTo(3); i < count; ++i) {
-    switch (upTo(3)) {
-      case 0:
-        wakeInStorms();
-        break;
-      case 1:
-        plug();
-        break;
-      case 2:
-        pressVolume();
-        break;
-      default:
-        pressBrightness();
-    }
-  }
+  static constexpr Happening meanwhile[] = {&Life::wakeInStorms, &Life::plug, &Life::pressVolume,
+                                            &Life::pressBrightness};
+  someOf(meanwhile, 1 + upTo(3));
   wait(7200);
   say("answer", oneIn(2) ? Json::object({{"dismiss", true}}) : Json::object());
   settle();
@@ -478,27 +453,9 @@ void Life::changeTemper() {
 }
 
 void Life::everythingAtOnce() {
-  for (std::uint64_t i = 0, count = 2 + upTo(4); i < count; ++i) {
-    switch (upTo(5)) {
-      case 0:
-        wakeInStorms();
-        break;
-      case 1:
-        plug();
-        break;
-      case 2:
-        changeOutput();
-        break;
-      case 3:
-        pressVolume();
-        break;
-      case 4:
-        pressBrightness();
-        break;
-      default:
-        playSomething();
-    }
-  }
+  static constexpr Happening all[] = {&Life::wakeInStorms, &Life::plug,            &Life::changeOutput,
+                                      &Life::pressVolume,  &Life::pressBrightness, &Life::playSomething};
+  someOf(all, 2 + upTo(4));
 }
 
 void Life::recover() {

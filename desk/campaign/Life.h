@@ -32,6 +32,13 @@ class Life {
     return choices[random_() % std::size(choices)];
   }
 
+  // Things that happen, one after the other, each any of `kinds`.
+  using Happening = void (Life::*)();
+  template <typename Kinds>
+  void someOf(const Kinds& kinds, std::uint64_t count) {
+    for (; count > 0; --count) (this->*oneOf(kinds))();
+  }
+
   // ---- Lines ----
 
   void say(const char* what, Json members = Json::object());
@@ -47,6 +54,8 @@ class Life {
   void disconnect(int display);
   void addOutput(int output);
   void pointAt(int display);
+  // One of those that are connected; there must be one.
+  int someDisplay();
   void pointSomewhere();
 
   // ---- What happens ----
