@@ -453,8 +453,9 @@ void Life::changeTemper() {
 }
 
 void Life::everythingAtOnce() {
-  static constexpr Happening all[] = {&Life::wakeInStorms, &Life::plug,            &Life::changeOutput,
-                                      &Life::pressVolume,  &Life::pressBrightness, &Life::playSomething};
+  static constexpr Happening all[] = {&Life::wakeInStorms,    &Life::plug,
+                                      &Life::changeOutput,    &Life::pressVolume,
+                                      &Life::pressBrightness, &Life::playSomething};
   someOf(all, 2 + upTo(4));
 }
 

@@ -43,7 +43,7 @@ class LoudnessIsStored : public Invariant {
   }
 
   void look(const World& world) override {
-    if (!world.isAtRest() || world.isRough()) return;
+    if (!world.isAtRest() || world.isUnsettled()) return;
     // The ramp to a new level takes one cycle, and is heard in the next.
     if (world.now() < changedAt_ + cycles) return;
     const Expected routed = isRouted(world);
@@ -78,7 +78,7 @@ class NeverBothPaths : public Invariant {
     // A cycle that began before the signal became softer is as loud as that was.
     const double loudest = std::max(signal, std::exchange(before_[output], signal));
     // Rough hardware lets both through for some cycles when it begins.
-    if (world.isRough() || level <= loudest + rounding) return;
+    if (world.isUnsettled() || level <= loudest + rounding) return;
     isBroken("output " + std::to_string(output) + " plays " + text(level) + " of " + text(signal));
   }
 
@@ -92,7 +92,7 @@ class FullScale : public Invariant {
 
   void hear(const World& world, std::int64_t output, float level, bool) override {
     // Of what other programs play, and rough hardware plays twice, nothing is the program's.
-    const double loudest = std::max(1.0, world.signal(output) * (world.isRough() ? 2 : 1));
+    const double loudest = std::max(1.0, world.signal(output) * (world.isUnsettled() ? 2 : 1));
     if (level > loudest + rounding) isBroken("output " + std::to_string(output) + " plays " + text(level));
   }
 };
@@ -123,7 +123,7 @@ class NeverSilent : public Invariant {
  private:
   static bool isExcused(const World& world, std::int64_t number) {
     // Rough hardware delivers nothing for some cycles when it begins.
-    if (world.isRough()) return true;
+    if (world.isUnsettled()) return true;
     const OutputDevice* const output = world.mac.part<Audio>().output(number);
     if (!output || !output->settings().isAlive) return true;
     const auto gain = world.storedGain(*output);
@@ -150,7 +150,8 @@ class NothingIsTapped : public Invariant {
     const auto& audio = world.mac.part<Audio>();
     const std::size_t taps = audio.taps();
     const std::size_t aggregates = audio.aggregates();
-    if (audio.usesMicrophone()) isBroken("a microphone is open");
+    // A router learns late from rough hardware that its output has more inputs now.
+    if (audio.usesMicrophone() && !world.isUnsettled()) isBroken("a microphone is open");
     if (taps > 1 || aggregates > taps) isBroken(said(taps, aggregates));
     if (!world.isRunning() && taps + aggregates > 0) isBroken(said(taps, aggregates) + " without the program");
     if (!world.isAtRest()) return;

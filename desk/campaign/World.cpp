@@ -155,6 +155,7 @@ bool World::concerns(std::string_view line) {
 void World::see(const Record& record) {
   follow();
   if (record.what == "do") return seeLine(record["line"]);
+  if (record.isCall("AudioDeviceStart")) startedIOAt_ = now();
   if (record.isCall("NSURLSession.downloadTaskWithURL")) isInstalling_ = true;
   if (record.what == "log" && record["text"].get_ref<const std::string&>().starts_with("Update install failed")) {
     isInstalling_ = false;
@@ -204,8 +205,8 @@ void World::seeSoundLine(const std::string& name, const json& line) {
   if (name == "wake" || name == "restart-audio") soundRefreshedAt_ = now();
   if (name == "capture") permissionChangedAt_ = now();
   if (name == "temper" && line.contains("audio")) {
-    if (isRough_ && line["audio"] == "smooth") smoothSince_ = now();
-    isRough_ = line["audio"] == "rough";
+    // What has begun on it goes on for a while.
+    roughUntil_ = line["audio"] == "rough" ? Time::max() : std::min(roughUntil_, now() + soundSettles);
   }
   // A level that another program writes is found at the next key or choice.
   if (name == "preference") levelWrittenAt_ = now();
@@ -375,7 +376,9 @@ bool World::canBeRouted(const OutputSettings& settings) {
 
 double World::signal(std::int64_t output) const { return mac.part<Audio>().signal(output); }
 
-bool World::isRough() const { return isRough_ || now() < smoothSince_ + soundSettles; }
+bool World::isUnsettled() const {
+  return now() < std::min(roughUntil_, std::max(soundDisturbedAt_, startedIOAt_) + soundSettles);
+}
 
 Expected World::controlsVolume() const {
   if (!isRunning_) return Expected::no;

@@ -72,8 +72,7 @@ class World {
   [[nodiscard]] Time launchedAt() const { return launchedAt_; }
   // The step was one that let everything come to rest, and nothing has happened since.
   [[nodiscard]] bool isAtRest() const { return isAtRest_; }
-  // The name of the step's first line, and that line.
-  [[nodiscard]] const nlohmann::json& line() const { return line_; }
+  // The name of the step's first line.
   [[nodiscard]] bool lineIs(std::string_view name) const { return line_["do"] == name; }
   // Since when no line has changed anything but time, keys and pointer.
   [[nodiscard]] Time quietSince() const { return disturbedAt_; }
@@ -110,12 +109,11 @@ class World {
   [[nodiscard]] std::optional<float> storedGain(const simulator::OutputDevice& output) const;
   // What a router needs of the output.
   static bool canBeRouted(const simulator::OutputSettings& settings);
-  // The audio hardware does everything as badly as it can, or did a moment ago.
-  [[nodiscard]] bool isRough() const;
+  // The audio hardware does everything as badly as it can, and something about sound has begun or changed a moment ago:
+  // notices are on their way, and I/O that begins lacks sound, or lets it through, for some cycles.
+  [[nodiscard]] bool isUnsettled() const;
   // When the permission to record sound was last given or taken.
   [[nodiscard]] Time permissionChangedAt() const { return permissionChangedAt_; }
-  // Since when nothing about sound has happened.
-  [[nodiscard]] Time soundDisturbedAt() const { return soundDisturbedAt_; }
 
   // ---- Keys ----
 
@@ -161,8 +159,8 @@ class World {
   Time permissionChangedAt_{-1};
   Time outputChangedAt_{-1};
   Time levelWrittenAt_{-1};  // by another program
-  bool isRough_ = false;
-  Time smoothSince_{-1};
+  Time roughUntil_{0};
+  Time startedIOAt_{0};
   bool mayCapture_ = true;  // when the program last looked
 
   Time trustChangedAt_{-1};

@@ -45,8 +45,9 @@ const std::string desk = displayAt(2) + output(11, {{"uid", "U"}, {"name", "Tele
 // A desk that is held against one invariant.
 class OneInvariant {
  public:
-  explicit OneInvariant(const std::string& name)
-      : run_(dalvaneProgram(), simulator::Seed(1), only(name), [this](const Breach& breach) { broken = breach.how; }) {}
+  explicit OneInvariant(const std::string& name, std::uint64_t seed = 1)
+      : run_(dalvaneProgram(), simulator::Seed(seed), only(name),
+             [this](const Breach& breach) { broken = breach.how; }) {}
 
   void play(const std::string& text) { run_.play(split(text)); }
   void finish() { run_.finish(); }
@@ -181,6 +182,34 @@ TEST(Invariant, NothingIsTapped) {
   EXPECT_EQ(saidOf("nothing-is-tapped", desk + key("volumeDown") + settle, failing("AudioHardwareDestroyProcessTap"),
                    key("volumeUp") + advance(5) + settle),
             "there are 1 taps and 0 aggregate devices instead of 0");
+}
+
+// A router is told late that its output has more inputs now, but it is told.
+TEST(Invariant, AMicrophoneIsNeverOpenForLong) {
+  const std::string before = desk + key("volumeDown") + temper({{"audio", "rough"}}) + advance(4) + settle;
+  const auto deafen = [](Mac& mac) {
+    auto& audio = mac.part<Audio>();
+    audio.listeners.clear(audio.output(11)->id);
+  };
+  EXPECT_EQ(saidOf("nothing-is-tapped", before, deafen, race(output(11, {{"inputs", 2}})) + advance(4) + settle),
+            "a microphone is open");
+  for (std::uint64_t seed = 1; seed <= 12; ++seed) {
+    OneInvariant late("nothing-is-tapped", seed);
+    late.play(before + race(output(11, {{"channels", 4}, {"inputs", 2}})) + settle + advance(4));
+    EXPECT_EQ(late.broken, std::nullopt) << seed;
+  }
+}
+
+// What rough hardware does at the beginning it may not go on doing.
+TEST(Invariant, RoughHardwareComesToRest) {
+  const std::string before = desk + temper({{"audio", "rough"}}) + key("volumeDown") + advance(4);
+  EXPECT_EQ(saidOf("never-both-paths", before, playing(0.5F), settle), "output 11 plays 0.5 of 0.25");
+  EXPECT_EQ(saidOf("full-scale", before, playing(1.25F), settle), "output 11 plays 1.25");
+  EXPECT_EQ(saidOf("never-silent", before, playing(0), settle), "output 11 has been silent for 3 cycles");
+  EXPECT_EQ(saidOf(
+                "loudness-is-stored", before, [](Mac& mac) { mac.part<simulator::Preferences>().set("steps.U", 8); },
+                advance(5) + settle),
+            "output 11 plays 0.20599365234375 instead of 0.03125");
 }
 
 TEST(Invariant, PreferencesHold) {
