@@ -8,10 +8,12 @@
 
 namespace campaign {
 
-void attempt(const simulator::Program& program, std::uint64_t seed, const Lines& lines, const Tell& tell) {
+void attempt(const simulator::Program& program, std::uint64_t seed, const Tell& tell,
+             const std::function<void(Run&)>& body) {
   Run run(program, seed, allInvariants(), [&tell](const Breach& breach) { tell("B" + breach.text()); });
   try {
-    if (run.play(lines)) run.finish();
+    body(run);
+    run.finish();
   } catch (const simulator::ScenarioError& error) {
     tell(std::string("E") + error.what());
   }
@@ -31,7 +33,8 @@ void end(Outcome& outcome, int status, std::size_t lines) {
 Outcome playOnce(const simulator::Program& program, std::uint64_t seed, const Lines& lines) {
   Outcome outcome;
   Children children;
-  children.start(0, patience, [&](const Tell& tell) { attempt(program, seed, lines, tell); });
+  children.start(0, patience,
+                 [&](const Tell& tell) { attempt(program, seed, tell, [&lines](Run& run) { run.play(lines); }); });
   while (children.count() > 0) {
     children.wait([&outcome](std::size_t, const std::string& text) { take(outcome, text); },
                   [&](std::size_t, int status) { end(outcome, status, lines.size()); });
@@ -42,8 +45,7 @@ Outcome playOnce(const simulator::Program& program, std::uint64_t seed, const Li
 Breach crash(int status, std::size_t lines) {
   const bool isStuck = status == 128 + SIGALRM;
   return {.name = isStuck ? "comes-to-an-end" : keepsGoing,
-          .sentence = isStuck ? "Everything that happens comes to an end."
-                              : "The program never stops and breaks no rule of the platform.",
+          .sentence = isStuck ? "Everything that happens comes to an end." : keepsGoingSentence,
           .how = isStuck ? "nothing has happened for " + std::to_string(patience) + " seconds"
                          : "the process ended with status " + std::to_string(status),
           .lines = lines,

@@ -24,8 +24,12 @@ struct Outcome {
   std::string misunderstood;  // why it cannot be played
 };
 
-// The work of a child that plays `lines`; what it tells goes to `take`, and how it ended to `end`.
-void attempt(const simulator::Program& program, std::uint64_t seed, const Lines& lines, const Tell& tell);
+// The work of a child that plays what `body` plays, and then finishes: it tells what is broken ("B…") or cannot be
+// played
+// ("E…") and ends the process.
+[[noreturn]] void attempt(const simulator::Program& program, std::uint64_t seed, const Tell& tell,
+                          const std::function<void(Run&)>& body);
+// For its parent: what it told, and how it ended.
 void take(Outcome& outcome, const std::string& told);
 void end(Outcome& outcome, int status, std::size_t lines);
 

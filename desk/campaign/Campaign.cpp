@@ -13,29 +13,22 @@
 #include "desk/campaign/Life.h"
 #include "desk/campaign/Run.h"
 #include "desk/campaign/Shrink.h"
-#include "simulator/kernel/Commands.h"
 
 namespace campaign {
 namespace {
 
 // ---- One seed ----
 
-// In the child: lives day by day, and tells the parent of each.
+// In the child: lives day by day, and tells the parent of each ("D…").
 void live(const simulator::Program& program, std::uint64_t seed, std::uint64_t days, const Tell& tell) {
-  Life life(seed);
-  Run run(program, seed, allInvariants(), [&tell](const Breach& breach) { tell("B" + breach.text()); });
-  try {
+  attempt(program, seed, tell, [&](Run& run) {
+    Life life(seed);
     for (std::uint64_t day = 0; day < days; ++day) {
       const Lines lines = life.day();
-      if (!run.play(lines)) break;
+      if (!run.play(lines)) return;
       tell("D" + std::to_string(lines.size()));
     }
-    run.finish();
-  } catch (const simulator::ScenarioError& error) {
-    tell(std::string("E") + error.what());
-  }
-  run.cutShort();
-  std::_Exit(0);
+  });
 }
 
 Lines linesOf(std::uint64_t seed, std::size_t count) {

@@ -78,7 +78,7 @@ class DisplaysComeBack : public Invariant {
   DisplaysComeBack()
       : Invariant("displays-come-back", "500 ms after the last refresh every monitor that answers is controlled.") {}
 
-  void see(const World& world, const Record& record) override {
+  void see(const World&, const Record& record) override {
     if (record.what == "log" && record["category"] == "BrightnessController") {
       const auto& text = record["text"].get_ref<const std::string&>();
       std::uint32_t id = 0;
@@ -91,7 +91,6 @@ class DisplaysComeBack : public Invariant {
     if (record.what == "do" && record["line"]["do"] == "display" && record["line"].contains("id")) {
       readAt_.erase(record["line"]["id"].get<std::uint32_t>());
     }
-    static_cast<void>(world);
   }
 
   void look(const World& world) override {

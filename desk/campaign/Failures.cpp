@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 #include <set>
 #include <sstream>
+#include <stdexcept>
 
 #include "desk/campaign/Attempt.h"
 #include "simulator/mac/Mac.h"
@@ -22,20 +23,6 @@ struct Failure {
   std::uint64_t nth;
 };
 using Failing = std::vector<Failure>;
-
-// The calls that building a router and taking it down consist of.
-const std::set<std::string> routerCalls = {"AudioObjectGetPropertyDataSize",
-                                           "AudioObjectSetPropertyData",
-                                           "AudioObjectAddPropertyListenerBlock",
-                                           "AudioObjectRemovePropertyListenerBlock",
-                                           "AudioHardwareCreateProcessTap",
-                                           "AudioHardwareDestroyProcessTap",
-                                           "AudioHardwareCreateAggregateDevice",
-                                           "AudioHardwareDestroyAggregateDevice",
-                                           "AudioDeviceCreateIOProcIDWithBlock",
-                                           "AudioDeviceDestroyIOProcID",
-                                           "AudioDeviceStart",
-                                           "AudioDeviceStop"};
 
 // What a desk begins with.
 constexpr const char* desk = R"(
@@ -230,7 +217,10 @@ class Failures {
             if (!names.empty() && !names.contains(call)) return;
             for (std::uint64_t nth = 1; nth <= std::stoull(text); ++nth) calls.push_back({call, nth});
           },
-          [](std::size_t, int) {});
+          [](std::size_t, int status) {
+            if (status != 0)
+              throw std::runtime_error("the day whose calls are to fail ended with status " + std::to_string(status));
+          });
     }
     return calls;
   }
@@ -251,7 +241,7 @@ class Failures {
     for (std::size_t next = 0; next < cases_.size() || children.count() > 0;) {
       while (next < cases_.size() && children.count() < jobs_) {
         children.start(next, patience, [this, next](const Tell& tell) {
-          attempt(program_, 1, failing(*cases_[next].lines, cases_[next].failing), tell);
+          attempt(program_, 1, tell, [&](Run& run) { run.play(failing(*cases_[next].lines, cases_[next].failing)); });
         });
         ++next;
       }

@@ -34,6 +34,7 @@ struct Breach {
 
 // The name of what is broken when the program stops, or breaks a rule of the platform.
 inline constexpr const char* keepsGoing = "keeps-going";
+inline constexpr const char* keepsGoingSentence = "The program never stops and breaks no rule of the platform.";
 
 class Run {
  public:

@@ -174,7 +174,7 @@ class PreferencesHold : public Invariant {
   PreferencesHold()
       : Invariant("preferences-hold", "The preferences hold what the last action says, also after a new launch.") {}
 
-  void see(const World& world, const Record& record) override {
+  void see(const World&, const Record& record) override {
     if (record.what == "do" && record["line"]["do"] == "preference") {
       known_[record["line"]["key"].get<std::string>()] = record["line"]["value"];
     }
@@ -215,7 +215,6 @@ class PreferencesHold : public Invariant {
       if (written.at(key) != value) isBroken(key + " became " + written.at(key).dump() + " instead of " + value.dump());
       known_[key] = value;
     }
-    static_cast<void>(world);
   }
 
   void look(const World& world) override {

@@ -27,24 +27,24 @@ const std::set<std::string> displayCalls = {
     "IOIteratorIsValid",      "IORegistryEntryGetName",        "IORegistryEntryCreateCFProperty",
     "IOObjectRelease",        "IOAVServiceCreateWithService",  "IOAVServiceWriteI2C",
     "IOAVServiceReadI2C",     "CGGetOnlineDisplayList"};
-const std::set<std::string> soundCalls = {"AudioObjectIsPropertySettable",
-                                          "AudioObjectGetPropertyDataSize",
-                                          "AudioObjectGetPropertyData",
-                                          "AudioObjectSetPropertyData",
-                                          "AudioObjectAddPropertyListenerBlock",
-                                          "AudioObjectRemovePropertyListenerBlock",
-                                          "AudioHardwareCreateProcessTap",
-                                          "AudioHardwareDestroyProcessTap",
-                                          "AudioHardwareCreateAggregateDevice",
-                                          "AudioHardwareDestroyAggregateDevice",
-                                          "AudioDeviceCreateIOProcIDWithBlock",
-                                          "AudioDeviceDestroyIOProcID",
-                                          "AudioDeviceStart",
-                                          "AudioDeviceStop",
-                                          "TCCAccessPreflight",
-                                          "TCCAccessRequest",
-                                          "dlopen",
-                                          "dlsym"};
+const std::set<std::string> routerCalls = {"AudioObjectGetPropertyDataSize",
+                                           "AudioObjectSetPropertyData",
+                                           "AudioObjectAddPropertyListenerBlock",
+                                           "AudioObjectRemovePropertyListenerBlock",
+                                           "AudioHardwareCreateProcessTap",
+                                           "AudioHardwareDestroyProcessTap",
+                                           "AudioHardwareCreateAggregateDevice",
+                                           "AudioHardwareDestroyAggregateDevice",
+                                           "AudioDeviceCreateIOProcIDWithBlock",
+                                           "AudioDeviceDestroyIOProcID",
+                                           "AudioDeviceStart",
+                                           "AudioDeviceStop"};
+const std::set<std::string> soundCalls = [] {
+  std::set<std::string> calls = routerCalls;
+  calls.insert({"AudioObjectIsPropertySettable", "AudioObjectGetPropertyData", "TCCAccessPreflight", "TCCAccessRequest",
+                "dlopen", "dlsym"});
+  return calls;
+}();
 const std::set<std::string> keyCalls = {
     "CGEventTapCreate",   "CFMachPortCreateRunLoopSource", "AXIsProcessTrustedWithOptions",
     "AXIsProcessTrusted", "NSEvent.eventWithCGEvent",      "CFRunLoopTimerCreateWithHandler"};

@@ -178,5 +178,7 @@ extern const std::set<std::string> displayCalls;
 extern const std::set<std::string> soundCalls;
 extern const std::set<std::string> keyCalls;
 extern const std::set<std::string> updateCalls;
+// Of those for sound, the ones that building a router and taking it down consist of.
+extern const std::set<std::string> routerCalls;
 
 }  // namespace campaign
