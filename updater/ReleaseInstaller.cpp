@@ -123,7 +123,7 @@ fs::path installedApplication() {
   const CF::Ref<CFURLRef> url = CF::adopt(CFBundleCopyBundleURL(CFBundleGetMainBundle()));
   UInt8 path[PATH_MAX];
   if (!url || !CFURLGetFileSystemRepresentation(url.get(), true, path, sizeof path)) {
-    fatalError("The main bundle has no location");
+    throw AppError("The main bundle has no location");
   }
   return reinterpret_cast<const char*>(path);
 }
@@ -171,6 +171,7 @@ void requireSigned(const fs::path& application, SecRequirementRef requirement) {
   const std::string path = application.string();
   const CF::Ref<CFURLRef> url = CF::adopt(CFURLCreateFromFileSystemRepresentation(
       kCFAllocatorDefault, reinterpret_cast<const UInt8*>(path.data()), static_cast<CFIndex>(path.size()), true));
+  if (!url) throw AppError("Reading the update's signature failed");
   SecStaticCodeRef candidate = nullptr;
   OSStatus status = SecStaticCodeCreateWithPath(url.get(), kSecCSDefaultFlags, &candidate);
   const CF::Ref<SecStaticCodeRef> update = CF::adopt(candidate);

@@ -227,6 +227,8 @@ extern "C" {
 
 CFURLRef CFURLCreateFromFileSystemRepresentation(CFAllocatorRef, const UInt8* buffer, CFIndex bufLen,
                                                  Boolean isDirectory) {
+  using simulator::Call;
+  if (Call::isPossible() && Call("CFURLCreateFromFileSystemRepresentation").fault()) return nullptr;
   std::string path(reinterpret_cast<const char*>(buffer), static_cast<std::size_t>(bufLen));
   if (!path.starts_with('/'))
     simulator::fatal("CFURLCreateFromFileSystemRepresentation: only whole paths are simulated");

@@ -23,7 +23,7 @@
 namespace simulator {
 
 Mac::Mac(Program program, Options options) : Machine(std::move(program), std::move(options)) {
-  faults.declare({"OSDManager.sharedManager"});
+  faults.declare({"OSDManager.sharedManager", "CFURLCreateFromFileSystemRepresentation"});
   auto& root = add<SystemRoot>();
   auto& runLoop = add<RunLoop>();
   auto& dispatch = add<Dispatch>(runLoop);

@@ -124,7 +124,7 @@ class ScratchFolder {
 Applications::Applications(Machine& machine, SystemRoot& root)
     : machine_(machine), root_(root), bundle_(root.below("/Applications") / (machine.process.program().name + ".app")) {
   machine.faults.declare({"SecCodeCopySelf", "SecCodeCopyStaticCode", "SecCodeCopyDesignatedRequirement",
-                          "SecStaticCodeCreateWithPath", "SecStaticCodeCheckValidity"});
+                          "SecStaticCodeCreateWithPath", "SecStaticCodeCheckValidity", "CFBundleCopyBundleURL"});
   fs::create_directories(bundle_.parent_path());
   const std::string& version = machine.process.program().version;
   BundleContent own;
@@ -365,6 +365,7 @@ CFStringRef CFBundleGetIdentifier(CFBundleRef bundle) {
 CFURLRef CFBundleCopyBundleURL(CFBundleRef bundle) {
   const Call call("CFBundleCopyBundleURL");
   simulator::live<__CFBundle>(bundle, "CFBundleCopyBundleURL");
+  if (call.fault()) return nullptr;
   return new __CFURL(simulator::fileURL(call.part<simulator::Applications>().launchedBundle().string() + "/"));
 }
 
