@@ -56,7 +56,8 @@ void Dispatch::submit(dispatch_queue_s& queue, dispatch_block_t block) {
 
 void Dispatch::enqueue(dispatch_queue_s& queue) {
   waiting_.push_back(&queue);
-  if (idleWorkers_ > 0) {
+  // Workers that have been woken for the other queues that wait still count as idle.
+  if (waiting_.size() <= idleWorkers_) {
     idle_.notifyOne();
   } else {
     machine_.scheduler.spawn("dispatch worker", [this] { work(); });

@@ -356,6 +356,31 @@ CLAIM(Dispatch, AQueueIsSerial, "A queue made with the serial attribute does its
   dispatch_release(queue);
 }
 
+CLAIM(Dispatch, AQueueWaitsForNoOther, "A queue does its blocks while a block of another one is being done.",
+      "dispatch/queue.h: serial queues are processed concurrently with respect to each other") {
+  const dispatch_queue_t queues[] = {dispatch_queue_create("one", DISPATCH_QUEUE_SERIAL),
+                                     dispatch_queue_create("other", DISPATCH_QUEUE_SERIAL)};
+  std::atomic<int> done = 0;
+  auto* const count = &done;
+  // There is one thread that has nothing to do any more.
+  dispatch_async(queues[0], ^{
+    ++*count;
+  });
+  EXPECT_TRUE(runUntil([&] { return done == 1; }));
+  work(0.1);
+  std::atomic<bool> otherIsDone = false;
+  auto* const isOtherDone = &otherIsDone;
+  dispatch_async(queues[0], ^{
+    for (int i = 0; i < 100 && !*isOtherDone; ++i) work(0.01);
+    if (*isOtherDone) ++*count;
+  });
+  dispatch_async(queues[1], ^{
+    *isOtherDone = true;
+  });
+  EXPECT_TRUE(runUntil([&] { return done == 2; }));
+  for (const dispatch_queue_t queue : queues) dispatch_release(queue);
+}
+
 CLAIM(Dispatch, AQueueLivesUntilItsBlocksAreDone, "A queue that is released with blocks in it does them first.",
       "dispatch/object.h, dispatch_release; dispatch/queue.h, dispatch_async") {
   std::atomic<int> done = 0;
