@@ -125,24 +125,27 @@ class Campaign {
       return true;
     };
     Lines lines = linesOf(seed, breach.lines);
+    // It is kept whatever becomes of the search.
+    const std::string file = save(lines, breach, seed);
     if (!shows(lines)) {
-      streams_.out << "It does not show when those lines are played again.\n";
+      streams_.out << "It does not show when those lines, in " << file << ", are played again.\n";
       return 1;
     }
     lines = shrink(std::move(lines), linesOfSetUp, shows);
-    write(lines, shortest, seed);
+    save(lines, shortest, seed);
+    streams_.out << shortest.how << "\nThe trace around it now:\n"
+                 << shortest.trace << "The scenario, in " << file << ":\n";
+    for (const std::string& line : lines) streams_.out << line << "\n";
     return 1;
   }
 
-  void write(const Lines& lines, const Breach& breach, std::uint64_t seed) const {
-    const std::string file = options_.folder + "/campaign-" + std::to_string(seed) + "-" + breach.name + ".scenario";
+  std::string save(const Lines& lines, const Breach& breach, std::uint64_t seed) const {
+    std::string file = options_.folder + "/campaign-" + std::to_string(seed) + "-" + breach.name + ".scenario";
     std::ofstream out(file);
     out << "// " << breach.sentence << "\n// " << breach.how << "\n// dalvane-desk campaign --replay " << file
         << " --seed " << seed << "\n";
     for (const std::string& line : lines) out << line << "\n";
-    streams_.out << breach.how << "\nThe trace around it now:\n"
-                 << breach.trace << "The scenario, in " << file << ":\n";
-    for (const std::string& line : lines) streams_.out << line << "\n";
+    return file;
   }
 
   // What is found until then is short enough, or depends on too much.
