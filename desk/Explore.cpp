@@ -1,15 +1,12 @@
 #include "desk/Explore.h"
 
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <cerrno>
 #include <cstdint>
 #include <cstdlib>
+#include <optional>
+#include <sstream>
 #include <string_view>
-#include <system_error>
-#include <utility>
 
+#include "desk/Children.h"
 #include "simulator/mac/Mac.h"
 #include "simulator/mac/Scenario.h"
 #include "simulator/system/SystemRoot.h"
@@ -22,68 +19,32 @@ using simulator::Seed;
 // How one schedule went.
 struct Outcome {
   int status = 0;                      // as that of `play`; of a crash, the signal's number after 128
-  std::string problem;                 // what cannot be understood, or the records that tell of the failure
+  std::vector<std::string> records;    // that tell of its failure
   std::vector<std::uint32_t> choices;  // how many possibilities each choice had
+  std::optional<std::string> misunderstood;
 };
 
-class Pipe {
- public:
-  Pipe() {
-    if (pipe(ends_) != 0) throw std::system_error(errno, std::generic_category(), "pipe");
-  }
-  ~Pipe() {
-    closeEnd(0);
-    closeEnd(1);
-  }
-  Pipe(const Pipe&) = delete;
-  Pipe& operator=(const Pipe&) = delete;
+// What a child's texts begin with.
+constexpr char aboutChoices = 'C';
+constexpr char aboutRecord = 'R';
+constexpr char aboutError = 'E';
 
-  void closeEnd(int which) {
-    if (ends_[which] >= 0) close(std::exchange(ends_[which], -1));
-  }
-  void write(const void* data, std::size_t size) const {
-    for (const char* at = static_cast<const char*>(data); size > 0;) {
-      const ssize_t written = ::write(ends_[1], at, size);
-      if (written < 0 && errno == EINTR) continue;
-      if (written <= 0) return;  // the reader is gone: nobody wants to know
-      at += written;
-      size -= static_cast<std::size_t>(written);
-    }
-  }
-  [[nodiscard]] std::string readAll() const {
-    std::string all;
-    char buffer[4096];
-    for (;;) {
-      const ssize_t size = ::read(ends_[0], buffer, sizeof buffer);
-      if (size < 0 && errno == EINTR) continue;
-      if (size <= 0) return all;
-      all.append(buffer, static_cast<std::size_t>(size));
-    }
-  }
-
- private:
-  int ends_[2] = {-1, -1};
-};
-
-// In the child: plays, and tells the parent the number of choices, the choices and the problem.
+// In the child: plays, and tells the parent what has become of it.
 [[noreturn]] void playAndTell(const simulator::Program& program, const std::vector<std::string>& files,
-                              const Seed& seed, const Pipe& pipe) {
-  std::string problem;
+                              const Seed& seed, const Tell& tell) {
   simulator::Mac* played = nullptr;
-  const auto tell = [&] {
-    const std::vector<std::uint32_t> choices = played->scheduler.choices();
-    const auto count = static_cast<std::uint32_t>(choices.size());
-    pipe.write(&count, sizeof count);
-    pipe.write(choices.data(), choices.size() * sizeof choices[0]);
-    pipe.write(problem.data(), problem.size());
+  const auto tellChoices = [&] {
+    std::string choices(1, aboutChoices);
+    for (const std::uint32_t count : played->scheduler.choices()) choices += std::to_string(count) + " ";
+    tell(choices);
   };
-  const auto trace = [&problem](std::string_view line) {
+  const auto trace = [&tell](std::string_view line) {
     if (line.find("\"what\":\"fatal\"") != line.npos || line.find("\"what\":\"leak\"") != line.npos) {
-      problem.append(line).append("\n");
+      tell(aboutRecord + std::string(line));
     }
   };
-  simulator::Mac machine(program, {.seed = seed, .trace = trace, .fatal = [&tell] {
-                                     tell();
+  simulator::Mac machine(program, {.seed = seed, .trace = trace, .fatal = [&tellChoices] {
+                                     tellChoices();
                                      std::_Exit(1);
                                    }});
   played = &machine;
@@ -94,33 +55,32 @@ class Pipe {
     scenario.play();
     status = machine.shutDown() ? 0 : 1;
   } catch (const simulator::ScenarioError& error) {
-    problem = error.what();
+    tell(aboutError + std::string(error.what()));
     status = 2;
   }
   machine.part<simulator::SystemRoot>().runIsCutShort();
-  tell();
+  tellChoices();
   std::_Exit(status);
 }
 
+void take(Outcome& outcome, const std::string& told) {
+  const std::string text = told.substr(1);
+  if (told[0] == aboutRecord) outcome.records.push_back(text);
+  if (told[0] == aboutError) outcome.misunderstood = text;
+  if (told[0] != aboutChoices) return;
+  std::istringstream choices(text);
+  for (std::uint32_t count = 0; choices >> count;) outcome.choices.push_back(count);
+}
+
 Outcome playOnce(const simulator::Program& program, const std::vector<std::string>& files, const Seed& seed) {
-  Pipe pipe;
-  const pid_t child = fork();
-  if (child < 0) throw std::system_error(errno, std::generic_category(), "fork");
-  if (child == 0) playAndTell(program, files, seed, pipe);
-  pipe.closeEnd(1);
-  const std::string told = pipe.readAll();
-  int status = 0;
-  while (waitpid(child, &status, 0) == -1 && errno == EINTR) {
-  }
+  constexpr unsigned forAsLongAsItTakes = 0;
   Outcome outcome;
-  outcome.status = WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
-  std::uint32_t count = 0;
-  if (told.size() < sizeof count) return outcome;
-  told.copy(reinterpret_cast<char*>(&count), sizeof count);
-  outcome.choices.resize(count);
-  const std::size_t size = count * sizeof outcome.choices[0];
-  told.copy(reinterpret_cast<char*>(outcome.choices.data()), size, sizeof count);
-  outcome.problem = told.substr(sizeof count + size);
+  Children children;
+  children.start(0, forAsLongAsItTakes, [&](const Tell& tell) { playAndTell(program, files, seed, tell); });
+  while (children.count() > 0) {
+    children.wait([&outcome](std::size_t, const std::string& text) { take(outcome, text); },
+                  [&outcome](std::size_t, int status) { outcome.status = status; });
+  }
   return outcome;
 }
 
@@ -135,13 +95,15 @@ class Exploration {
     Seed seed;
     seed.departures = departures;
     const Outcome outcome = playOnce(program_, files_, seed);
-    if (outcome.status == 2) throw simulator::ScenarioError(outcome.problem);
+    if (outcome.misunderstood) throw simulator::ScenarioError(*outcome.misunderstood);
     ++schedules_;
     if (outcome.status != 0) {
       ++failed_;
       out_ << "Fails with status " << outcome.status << ": dalvane-desk play --seed " << seed.text();
       for (const std::string& file : files_) out_ << ' ' << file;
-      out_ << '\n' << outcome.problem << std::flush;
+      out_ << '\n';
+      for (const std::string& record : outcome.records) out_ << record << '\n';
+      out_ << std::flush;
     }
     if (progress_ && schedules_ % 100 == 0) *progress_ << '\r' << schedules_ << " schedules…" << std::flush;
     if (departures.size() == preemptions_) return;

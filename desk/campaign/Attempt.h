@@ -8,7 +8,7 @@
 #include <ostream>
 #include <string>
 
-#include "desk/campaign/Children.h"
+#include "desk/Children.h"
 #include "desk/campaign/Run.h"
 #include "desk/campaign/Shrink.h"
 #include "simulator/kernel/Process.h"

@@ -8,8 +8,8 @@
 #include <optional>
 #include <sstream>
 
+#include "desk/Children.h"
 #include "desk/campaign/Attempt.h"
-#include "desk/campaign/Children.h"
 #include "desk/campaign/Life.h"
 #include "desk/campaign/Run.h"
 #include "desk/campaign/Shrink.h"

@@ -277,8 +277,8 @@ TEST(Invariant, TheProgramKeepsGoing) {
 }
 
 TEST(Invariant, WhatNeverEndsIsEnded) {
-  campaign::Children children;
-  children.start(7, 1, [](const campaign::Tell& tell) {
+  Children children;
+  children.start(7, 1, [](const Tell& tell) {
     tell("begun");
     for (volatile bool forever = true; forever;) {
     }

@@ -1,4 +1,4 @@
-#include "desk/campaign/Children.h"
+#include "desk/Children.h"
 
 #include <poll.h>
 #include <signal.h>
@@ -9,8 +9,6 @@
 #include <cstdlib>
 #include <system_error>
 #include <vector>
-
-namespace campaign {
 
 namespace {
 
@@ -91,5 +89,3 @@ void Children::wait(const std::function<void(std::size_t number, const std::stri
     ended(numbers[i], status);
   }
 }
-
-}  // namespace campaign

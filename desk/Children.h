@@ -9,8 +9,6 @@
 #include <string>
 #include <string_view>
 
-namespace campaign {
-
 // Tells the parent a text of one line.
 using Tell = std::function<void(std::string_view)>;
 
@@ -22,7 +20,8 @@ class Children {
   Children(const Children&) = delete;
   Children& operator=(const Children&) = delete;
 
-  // Starts a child that does `work` and then ends. One that tells nothing for `patience` seconds is ended. `number` is
+  // Starts a child that does `work` and then ends. One that tells nothing for `patience` seconds is ended; 0
+  // lets it take its time. `number` is
   // what the child is called by below; it must be free. Throws std::system_error.
   void start(std::size_t number, unsigned patience, const std::function<void(const Tell&)>& work);
   [[nodiscard]] std::size_t count() const { return children_.size(); }
@@ -41,5 +40,3 @@ class Children {
 
   std::map<std::size_t, Child> children_;
 };
-
-}  // namespace campaign
