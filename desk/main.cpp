@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <charconv>
+#include <cstdint>
 #include <iostream>
 #include <optional>
 #include <stdexcept>
@@ -54,6 +55,15 @@ int misused(const std::string& reason) {
   return 2;
 }
 
+// A number of decimal digits up to `most`; none: the text is something else.
+std::optional<std::uint64_t> number(std::string_view text, std::uint64_t most) {
+  std::uint64_t value = 0;
+  const char* const last = text.data() + text.size();
+  const auto [end, error] = std::from_chars(text.data(), last, value);
+  if (error != std::errc{} || end != last || value > most) return std::nullopt;
+  return value;
+}
+
 // The files that a command is given, and its one option, which takes a value.
 struct FilesAndOption {
   std::vector<std::string> files;
@@ -86,23 +96,10 @@ int playCommand(const std::vector<std::string>& arguments) {
 int exploreCommand(const std::vector<std::string>& arguments) {
   const FilesAndOption given = filesAnd("--preemptions", arguments);
   if (!given.problem.empty()) return misused(given.problem);
-  std::size_t preemptions = 2;
-  if (given.value) {
-    const char* const last = given.value->data() + given.value->size();
-    const auto [end, error] = std::from_chars(given.value->data(), last, preemptions);
-    if (error != std::errc{} || end != last) return misused("\"" + *given.value + "\" is no number of preemptions");
-  }
-  return explore(dalvaneProgram(), given.files, preemptions, std::cout, std::cerr,
+  const auto preemptions = number(given.value.value_or("2"), SIZE_MAX);
+  if (!preemptions) return misused("\"" + *given.value + "\" is no number of preemptions");
+  return explore(dalvaneProgram(), given.files, *preemptions, std::cout, std::cerr,
                  isatty(STDERR_FILENO) != 0 ? &std::cerr : nullptr);
-}
-
-// A number of decimal digits up to `most`; none: the text is something else.
-std::optional<std::uint64_t> number(std::string_view text, std::uint64_t most) {
-  std::uint64_t value = 0;
-  const char* const last = text.data() + text.size();
-  const auto [end, error] = std::from_chars(text.data(), last, value);
-  if (error != std::errc{} || end != last || value > most) return std::nullopt;
-  return value;
 }
 
 // What `campaign` is given.
@@ -225,12 +222,9 @@ int serveCommand(const std::vector<std::string>& arguments) {
   ServeOptions options;
   for (std::size_t i = 1; i < arguments.size(); ++i) {
     if (arguments[i] != "--port") return misused("\"" + arguments[i] + "\" is nothing that serve knows");
-    const std::string number = ++i < arguments.size() ? arguments[i] : "";
-    const char* const last = number.data() + number.size();
-    const auto [end, error] = std::from_chars(number.data(), last, options.port);
-    if (error != std::errc{} || end != last || options.port < 0 || options.port > 65535) {
-      return misused("--port needs a number from 0 (any that is free) to 65535");
-    }
+    const auto port = ++i < arguments.size() ? number(arguments[i], 65535) : std::nullopt;
+    if (!port) return misused("--port needs a number from 0 (any that is free) to 65535");
+    options.port = static_cast<int>(*port);
   }
   const auto isSeed = [](std::string_view text) { return simulator::Seed::parse(text).has_value(); };
   return serve(options, isSeed, std::cout, std::cerr);
