@@ -10,15 +10,12 @@
 #include <dlfcn.h>
 #include <objc/runtime.h>
 #include <os/log.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
 #include <cmath>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -43,24 +40,26 @@
 #include "platform/NotificationCenter.h"
 #include "platform/Screen.h"
 #include "platform/URLSession.h"
+#include "tests/conformance/Common.h"
 #include "tests/conformance/Machine.h"
+#include "tests/conformance/Sound.h"
 #include "tests/support/Lines.h"
 
 namespace {
 
 using claims::ask;
+using claims::at;
 using claims::confirm;
+using claims::contentOf;
+using claims::defaultOutput;
+using claims::functionOf;
+using claims::ioKit;
 using claims::letRun;
 using claims::runUntil;
+using claims::validity;
 using nlohmann::json;
 
 void sleepFor(int milliseconds) { std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds)); }
-
-template <typename Function>
-Function functionOf(const char* library, const char* name) {
-  void* const handle = dlopen(library, RTLD_NOW);
-  return handle ? reinterpret_cast<Function>(dlsym(handle, name)) : nullptr;
-}
 
 }  // namespace
 
@@ -68,7 +67,6 @@ Function functionOf(const char* library, const char* name) {
 
 namespace {
 
-constexpr const char* ioKit = "/System/Library/Frameworks/IOKit.framework/IOKit";
 using Bytes = std::vector<std::uint8_t>;
 
 // The first external monitor's wire (VESA DDC/CI 1.1: chip address 0x37, host address 0x51).
@@ -283,7 +281,7 @@ DESK_CLAIM(Registry, AWalkEndsWhenTheRegistryChanges,
 DESK_CLAIM(PopUps, ShowTheirSquares, "The pop-up shows as many squares as it is told, out of as many.",
            "observed: no public header") {
   ask("Watch the screen with the menu bar.", lines::pointer(100, 100));
-  ASSERT_NE(dlopen("/System/Library/PrivateFrameworks/OSD.framework/OSD", RTLD_LAZY), nullptr);
+  ASSERT_NE(dlopen(claims::osd, RTLD_LAZY), nullptr);
   const Class type = objc_lookUpClass("OSDManager");
   ASSERT_NE(type, nullptr);
   const id receiver = reinterpret_cast<id>(type);
@@ -594,14 +592,12 @@ DESK_CLAIM(Prompts, RecordingIsAskedFor,
   ask("Take the permission to record system audio away from the terminal (tccutil reset AudioCapture). When you are "
       "asked, allow it.",
       lines::capture({{"permission", "undetermined"}, {"answer", true}}));
-  using Preflight = long (*)(CFStringRef, CFDictionaryRef);
   using Request = void (*)(CFStringRef, CFDictionaryRef, void (^)(bool));
-  constexpr const char* tcc = "/System/Library/PrivateFrameworks/TCC.framework/Versions/A/TCC";
-  const auto preflight = functionOf<Preflight>(tcc, "TCCAccessPreflight");
+  const auto preflight = functionOf<claims::Preflight>(claims::tcc, "TCCAccessPreflight");
   ASSERT_NE(preflight, nullptr);
   if (preflight(CFSTR("kTCCServiceAudioCapture"), nullptr) != 2) NOT_TRIED("the consent is decided already");
   const auto answer = std::make_shared<std::atomic<int>>(-1);
-  functionOf<Request>(tcc, "TCCAccessRequest")(CFSTR("kTCCServiceAudioCapture"), nullptr, ^(bool granted) {
+  functionOf<Request>(claims::tcc, "TCCAccessRequest")(CFSTR("kTCCServiceAudioCapture"), nullptr, ^(bool granted) {
     *answer = granted;
   });
   EXPECT_EQ(*answer, -1);
@@ -706,28 +702,7 @@ DESK_CLAIM(Log, ShowsWhatIsPublic,
 
 // ---- Updates ----
 
-namespace {
-
 namespace fs = std::filesystem;
-
-CF::Ref<SecStaticCodeRef> codeAt(const fs::path& bundle) {
-  const std::string& path = bundle.native();
-  const auto url = CF::adopt(CFURLCreateFromFileSystemRepresentation(
-      kCFAllocatorDefault, reinterpret_cast<const UInt8*>(path.data()), static_cast<CFIndex>(path.size()), true));
-  SecStaticCodeRef code = nullptr;
-  EXPECT_EQ(SecStaticCodeCreateWithPath(url.get(), kSecCSDefaultFlags, &code), errSecSuccess);
-  return CF::adopt(code);
-}
-OSStatus validity(const fs::path& bundle, SecRequirementRef requirement) {
-  return SecStaticCodeCheckValidity(codeAt(bundle).get(), kSecCSCheckAllArchitectures | kSecCSStrictValidate,
-                                    requirement);
-}
-std::string contentOf(const fs::path& file) {
-  std::ifstream stream(file);
-  return {std::istreambuf_iterator<char>(stream), {}};
-}
-
-}  // namespace
 
 DESK_CLAIM(Updates, GoFromOneSignedVersionToTheNext,
            "A version that is installed is followed by the next of the same signer: another Info.plist, a valid "
@@ -739,10 +714,9 @@ DESK_CLAIM(Updates, GoFromOneSignedVersionToTheNext,
       "says how). Move the older one to Applications, and open it.",
       lines::bundle({{"version", "1.0"}}));
   ASSERT_TRUE(fs::exists(claims::installedApplication()));
-  SecRequirementRef made = nullptr;
-  ASSERT_EQ(SecCodeCopyDesignatedRequirement(codeAt(claims::installedApplication()).get(), kSecCSDefaultFlags, &made),
-            errSecSuccess);
-  const auto requirement = CF::adopt(made);
+  OSStatus status = errSecSuccess;
+  const auto requirement = claims::requirementOf(claims::installedApplication(), status);
+  ASSERT_EQ(status, errSecSuccess);
   ASSERT_EQ(validity(claims::installedApplication(), requirement.get()), errSecSuccess);
   const std::string before = contentOf(claims::installedApplication() / "Contents/Info.plist");
 
@@ -766,10 +740,9 @@ DESK_CLAIM(
     "CSCommon.h, errSecCSReqFailed") {
   ask("Move a Dalvane that you have signed to Applications.", lines::bundle({{"version", "1.0"}}));
   ASSERT_TRUE(fs::exists(claims::installedApplication()));
-  SecRequirementRef made = nullptr;
-  ASSERT_EQ(SecCodeCopyDesignatedRequirement(codeAt(claims::installedApplication()).get(), kSecCSDefaultFlags, &made),
-            errSecSuccess);
-  const auto requirement = CF::adopt(made);
+  OSStatus status = errSecSuccess;
+  const auto requirement = claims::requirementOf(claims::installedApplication(), status);
+  ASSERT_EQ(status, errSecSuccess);
   ask("Replace it by one that is signed with another certificate.",
       lines::bundle({{"version", "2.0"}, {"signer", "Mallory"}}));
   EXPECT_EQ(validity(claims::installedApplication(), nullptr), errSecSuccess);
@@ -835,22 +808,8 @@ DESK_CLAIM(Network, ServersThatSayNothingTimeOut,
 
 namespace {
 
-constexpr AudioObjectPropertyAddress at(AudioObjectPropertySelector selector) {
-  return {selector, kAudioObjectPropertyScopeGlobal, kAudioObjectPropertyElementMain};
-}
-AudioObjectID defaultOutput() {
-  AudioObjectID device = kAudioObjectUnknown;
-  UInt32 size = sizeof device;
-  constexpr AudioObjectPropertyAddress address = at(kAudioHardwarePropertyDefaultOutputDevice);
-  AudioObjectGetPropertyData(kAudioObjectSystemObject, &address, 0, nullptr, &size, &device);
-  return device;
-}
 double rateOf(AudioObjectID device) {
-  Float64 rate = 0;
-  UInt32 size = sizeof rate;
-  constexpr AudioObjectPropertyAddress address = at(kAudioDevicePropertyNominalSampleRate);
-  AudioObjectGetPropertyData(device, &address, 0, nullptr, &size, &rate);
-  return rate;
+  return claims::read<Float64>(device, at(kAudioDevicePropertyNominalSampleRate)).second;
 }
 
 // How often the callback has come, and how many frames it has played: by themselves, as it may come once more when the
@@ -865,36 +824,13 @@ class Loop {
   enum class Begins { atOnce, whenTold };
 
   explicit Loop(float gain, CA::TapMuteBehavior muting = CA::TapMuteBehavior::MutedWhenTapped,
-                Begins begins = Begins::atOnce) {
+                Begins begins = Begins::atOnce)
+      : tap_(muting) {
     callbacks = frames = 0;
-    CFStringRef text = nullptr;
-    UInt32 size = sizeof text;
-    constexpr AudioObjectPropertyAddress address = at(kAudioDevicePropertyDeviceUID);
-    AudioObjectGetPropertyData(defaultOutput(), &address, 0, nullptr, &size, static_cast<void*>(&text));
-    const std::string device = CF::text(CF::adopt(text).get());
-    AudioObjectID self = kAudioObjectUnknown;
-    const pid_t pid = getpid();
-    size = sizeof self;
-    constexpr AudioObjectPropertyAddress process = at(kAudioHardwarePropertyTranslatePIDToProcessObject);
-    AudioObjectGetPropertyData(kAudioObjectSystemObject, &process, sizeof pid, &pid, &size, &self);
-    const auto description = CA::TapDescription::initExcludingProcesses({self}, device, 0);
-    description.setPrivate(true);
-    description.setMuteBehavior(muting);
-    EXPECT_EQ(CA::AudioHardwareCreateProcessTap(description, &tap_), kAudioHardwareNoError);
-    const auto sub = CF::dictionary({{CFSTR(kAudioSubDeviceUIDKey), CF::value(device)}});
-    const auto tap = CF::dictionary({{CFSTR(kAudioSubTapUIDKey), CF::value(description.UUID().UUIDString())},
-                                     {CFSTR(kAudioSubTapDriftCompensationKey), CF::value(true)}});
-    const auto whole = CF::dictionary({{CFSTR(kAudioAggregateDeviceNameKey), CF::value(std::string("Claims"))},
-                                       {CFSTR(kAudioAggregateDeviceUIDKey), CF::value(NS::UUID::make().UUIDString())},
-                                       {CFSTR(kAudioAggregateDeviceMainSubDeviceKey), CF::value(device)},
-                                       {CFSTR(kAudioAggregateDeviceIsPrivateKey), CF::value(true)},
-                                       {CFSTR(kAudioAggregateDeviceIsStackedKey), CF::value(false)},
-                                       {CFSTR(kAudioAggregateDeviceTapAutoStartKey), CF::value(true)},
-                                       {CFSTR(kAudioAggregateDeviceSubDeviceListKey), CF::listOf(sub.get())},
-                                       {CFSTR(kAudioAggregateDeviceTapListKey), CF::listOf(tap.get())}});
-    EXPECT_EQ(AudioHardwareCreateAggregateDevice(whole.get(), &device_), kAudioHardwareNoError);
+    EXPECT_EQ(tap_.status, kAudioHardwareNoError);
+    EXPECT_EQ(aggregate_.status, kAudioHardwareNoError);
     EXPECT_EQ(AudioDeviceCreateIOProcIDWithBlock(
-                  &proc_, device_, nullptr,
+                  &proc_, device(), nullptr,
                   ^(const AudioTimeStamp*, const AudioBufferList* input, const AudioTimeStamp*, AudioBufferList* output,
                     const AudioTimeStamp*) {
                     const AudioBuffer& out = output->mBuffers[0];
@@ -913,26 +849,24 @@ class Loop {
   }
   ~Loop() {
     stop();
-    EXPECT_EQ(AudioDeviceDestroyIOProcID(device_, proc_), kAudioHardwareNoError);
-    EXPECT_EQ(AudioHardwareDestroyAggregateDevice(device_), kAudioHardwareNoError);
-    EXPECT_EQ(CA::AudioHardwareDestroyProcessTap(tap_), kAudioHardwareNoError);
+    EXPECT_EQ(AudioDeviceDestroyIOProcID(device(), proc_), kAudioHardwareNoError);
   }
   Loop(const Loop&) = delete;
   Loop& operator=(const Loop&) = delete;
 
   void start() {
     isStarted_ = true;
-    EXPECT_EQ(AudioDeviceStart(device_, proc_), kAudioHardwareNoError);
+    EXPECT_EQ(AudioDeviceStart(device(), proc_), kAudioHardwareNoError);
   }
   void stop() {
-    if (isStarted_.exchange(false)) EXPECT_EQ(AudioDeviceStop(device_, proc_), kAudioHardwareNoError);
+    if (isStarted_.exchange(false)) EXPECT_EQ(AudioDeviceStop(device(), proc_), kAudioHardwareNoError);
   }
-  [[nodiscard]] AudioObjectID device() const { return device_; }
+  [[nodiscard]] AudioObjectID device() const { return aggregate_.device; }
 
  private:
   std::atomic<bool> isStarted_ = false;
-  AudioObjectID tap_ = kAudioObjectUnknown;
-  AudioObjectID device_ = kAudioObjectUnknown;
+  const claims::Tap tap_;
+  const claims::Aggregate aggregate_{tap_, claims::Aggregate::Starts::withTheSound};
   AudioDeviceIOProcID proc_ = nullptr;
 };
 
@@ -1144,10 +1078,7 @@ DESK_CLAIM(Sound, DevicesThatAreGoneAreDead,
   ask("Connect a second output for sound, and choose it.", lines::defaultOutput(20));
   const AudioObjectID device = defaultOutput();
   ask("Disconnect that output.", lines::outputGone(20));
-  UInt32 isAlive = 1;
-  UInt32 size = sizeof isAlive;
-  constexpr AudioObjectPropertyAddress address = at(kAudioDevicePropertyDeviceIsAlive);
-  const OSStatus status = AudioObjectGetPropertyData(device, &address, 0, nullptr, &size, &isAlive);
+  const auto [status, isAlive] = claims::read<UInt32>(device, at(kAudioDevicePropertyDeviceIsAlive), 1);
   EXPECT_TRUE(status == kAudioHardwareBadObjectError || isAlive == 0);
   EXPECT_NE(defaultOutput(), device);
 }

@@ -26,101 +26,38 @@
 #include "platform/Event.h"
 #include "platform/IO.h"
 #include "platform/Screen.h"
+#include "tests/conformance/Common.h"
 #include "tests/conformance/Machine.h"
+#include "tests/conformance/Sound.h"
 
 namespace {
 
-constexpr AudioObjectPropertyAddress at(AudioObjectPropertySelector selector,
-                                        AudioObjectPropertyScope scope = kAudioObjectPropertyScopeGlobal) {
-  return {selector, scope, kAudioObjectPropertyElementMain};
-}
+using claims::Aggregate;
+using claims::at;
+using claims::defaultOutput;
+using claims::functionOf;
+using claims::ioKit;
+using claims::osd;
+using claims::Preflight;
+using claims::processObject;
+using claims::read;
+using claims::readText;
+using claims::Tap;
+using claims::tcc;
 
-// A property's status and value.
-template <typename T>
-std::pair<OSStatus, T> read(AudioObjectID object, const AudioObjectPropertyAddress& address, T value = {}) {
-  UInt32 size = sizeof value;
-  const OSStatus status = AudioObjectGetPropertyData(object, &address, 0, nullptr, &size, static_cast<void*>(&value));
-  return {status, value};
-}
-std::string readText(AudioObjectID object, AudioObjectPropertySelector selector) {
-  const auto [status, text] = read<CFStringRef>(object, at(selector));
-  EXPECT_EQ(status, kAudioHardwareNoError);
-  return CF::text(CF::adopt(text).get());
-}
 std::pair<OSStatus, UInt32> sizeOf(AudioObjectID object, const AudioObjectPropertyAddress& address) {
   UInt32 size = 0;
   const OSStatus status = AudioObjectGetPropertyDataSize(object, &address, 0, nullptr, &size);
   return {status, size};
 }
 
-AudioObjectID defaultOutput() {
-  return read<AudioObjectID>(kAudioObjectSystemObject, at(kAudioHardwarePropertyDefaultOutputDevice)).second;
-}
 constexpr AudioObjectID noObject = 0x7FFF'FFF0;
-
-AudioObjectID processObject(pid_t pid) {
-  constexpr AudioObjectPropertyAddress address = at(kAudioHardwarePropertyTranslatePIDToProcessObject);
-  AudioObjectID object = 7;
-  UInt32 size = sizeof object;
-  EXPECT_EQ(AudioObjectGetPropertyData(kAudioObjectSystemObject, &address, sizeof pid, &pid, &size, &object),
-            kAudioHardwareNoError);
-  return object;
-}
-
-// A function of a loadable library, or null.
-template <typename Function>
-Function functionOf(const char* library, const char* name) {
-  void* const handle = dlopen(library, RTLD_NOW);
-  return handle ? reinterpret_cast<Function>(dlsym(handle, name)) : nullptr;
-}
-constexpr const char* ioKit = "/System/Library/Frameworks/IOKit.framework/IOKit";
-constexpr const char* tcc = "/System/Library/PrivateFrameworks/TCC.framework/Versions/A/TCC";
-constexpr const char* osd = "/System/Library/PrivateFrameworks/OSD.framework/OSD";
-using Preflight = long (*)(CFStringRef service, CFDictionaryRef options);
 
 // Whether this program may record what the Mac plays, so that nobody is asked when it does.
 bool mayRecord() {
   const auto preflight = functionOf<Preflight>(tcc, "TCCAccessPreflight");
   return preflight && preflight(CFSTR("kTCCServiceAudioCapture"), nullptr) == 0;
 }
-
-CF::Ref<CFDictionaryRef> aggregate(const std::string& uid, const std::string& device, const std::string& tap) {
-  const auto one = [](const char* key, const std::string& value) {
-    return CF::dictionary({{CF::string(key).get(), CF::value(value)}});
-  };
-  const auto tapEntry = CF::dictionary(
-      {{CFSTR(kAudioSubTapUIDKey), CF::value(tap)}, {CFSTR(kAudioSubTapDriftCompensationKey), CF::value(true)}});
-  return CF::dictionary(
-      {{CFSTR(kAudioAggregateDeviceNameKey), CF::value(std::string("Claims"))},
-       {CFSTR(kAudioAggregateDeviceUIDKey), CF::value(uid)},
-       {CFSTR(kAudioAggregateDeviceMainSubDeviceKey), CF::value(device)},
-       {CFSTR(kAudioAggregateDeviceIsPrivateKey), CF::value(true)},
-       {CFSTR(kAudioAggregateDeviceIsStackedKey), CF::value(false)},
-       // Otherwise a start could wait for ever where nothing is played.
-       {CFSTR(kAudioAggregateDeviceTapAutoStartKey), CF::value(false)},
-       {CFSTR(kAudioAggregateDeviceSubDeviceListKey), CF::listOf(one(kAudioSubDeviceUIDKey, device).get())},
-       {CFSTR(kAudioAggregateDeviceTapListKey), CF::listOf(tapEntry.get())}});
-}
-
-// A process tap of everything that goes to the default output, for as long as it lives.
-struct Tap {
-  Tap() : description(CA::TapDescription::initExcludingProcesses({processObject(getpid())}, device, 0)) {
-    description.setName("Claims");
-    description.setPrivate(true);
-    description.setMuteBehavior(CA::TapMuteBehavior::Unmuted);
-    status = CA::AudioHardwareCreateProcessTap(description, &tap);
-  }
-  ~Tap() {
-    if (status == kAudioHardwareNoError) EXPECT_EQ(CA::AudioHardwareDestroyProcessTap(tap), kAudioHardwareNoError);
-  }
-  Tap(const Tap&) = delete;
-  Tap& operator=(const Tap&) = delete;
-
-  std::string device = readText(defaultOutput(), kAudioDevicePropertyDeviceUID);
-  CA::TapDescription description;
-  AudioObjectID tap = kAudioObjectUnknown;
-  OSStatus status = kAudioHardwareNoError;
-};
 
 }  // namespace
 
@@ -328,14 +265,16 @@ CLAIM(Audio, AnAggregateDeviceHasATapAsInput,
   NEEDS_THE_PERMISSION;
   const Tap tap;
   ASSERT_EQ(tap.status, kAudioHardwareNoError);
-  AudioObjectID device = kAudioObjectUnknown;
-  const auto description = aggregate(NS::UUID::make().UUIDString(), tap.device, tap.description.UUID().UUIDString());
-  ASSERT_EQ(AudioHardwareCreateAggregateDevice(description.get(), &device), kAudioHardwareNoError);
-  EXPECT_EQ(readText(device, kAudioObjectPropertyName), "Claims");
-  EXPECT_GE(sizeOf(device, at(kAudioDevicePropertyStreams, kAudioObjectPropertyScopeInput)).second,
-            sizeof(AudioObjectID));
-  EXPECT_EQ(AudioHardwareDestroyAggregateDevice(device), kAudioHardwareNoError);
-  EXPECT_NE(read<UInt32>(device, at(kAudioDevicePropertyDeviceIsAlive)).first, kAudioHardwareNoError);
+  AudioObjectID gone = kAudioObjectUnknown;
+  {
+    const Aggregate aggregate(tap, Aggregate::Starts::atOnce);
+    ASSERT_EQ(aggregate.status, kAudioHardwareNoError);
+    gone = aggregate.device;
+    EXPECT_EQ(readText(gone, kAudioObjectPropertyName), "Claims");
+    EXPECT_GE(sizeOf(gone, at(kAudioDevicePropertyStreams, kAudioObjectPropertyScopeInput)).second,
+              sizeof(AudioObjectID));
+  }
+  EXPECT_NE(read<UInt32>(gone, at(kAudioDevicePropertyDeviceIsAlive)).first, kAudioHardwareNoError);
 }
 
 CLAIM(Audio, CallbacksComeAndGo,
@@ -345,19 +284,18 @@ CLAIM(Audio, CallbacksComeAndGo,
   NEEDS_THE_PERMISSION;
   const Tap tap;
   ASSERT_EQ(tap.status, kAudioHardwareNoError);
-  AudioObjectID device = kAudioObjectUnknown;
-  const auto description = aggregate(NS::UUID::make().UUIDString(), tap.device, tap.description.UUID().UUIDString());
-  ASSERT_EQ(AudioHardwareCreateAggregateDevice(description.get(), &device), kAudioHardwareNoError);
+  // At once: nobody may be playing anything.
+  const Aggregate aggregate(tap, Aggregate::Starts::atOnce);
+  ASSERT_EQ(aggregate.status, kAudioHardwareNoError);
   AudioDeviceIOProcID proc = nullptr;
-  EXPECT_EQ(AudioDeviceCreateIOProcIDWithBlock(&proc, device, nullptr,
+  EXPECT_EQ(AudioDeviceCreateIOProcIDWithBlock(&proc, aggregate.device, nullptr,
                                                ^(const AudioTimeStamp*, const AudioBufferList*, const AudioTimeStamp*,
                                                  AudioBufferList*, const AudioTimeStamp*){
                                                }),
             kAudioHardwareNoError);
-  EXPECT_EQ(AudioDeviceStart(device, proc), kAudioHardwareNoError);
-  EXPECT_EQ(AudioDeviceStop(device, proc), kAudioHardwareNoError);
-  EXPECT_EQ(AudioDeviceDestroyIOProcID(device, proc), kAudioHardwareNoError);
-  EXPECT_EQ(AudioHardwareDestroyAggregateDevice(device), kAudioHardwareNoError);
+  EXPECT_EQ(AudioDeviceStart(aggregate.device, proc), kAudioHardwareNoError);
+  EXPECT_EQ(AudioDeviceStop(aggregate.device, proc), kAudioHardwareNoError);
+  EXPECT_EQ(AudioDeviceDestroyIOProcID(aggregate.device, proc), kAudioHardwareNoError);
 }
 
 CLAIM(Audio, CallbacksNeedADevice,

@@ -25,7 +25,10 @@ enum class Mode { normal, modalPanel, eventTracking };
 // Runs the main thread's loop for that long.
 void letRun(double seconds, Mode mode = Mode::normal);
 // Runs it until `done`, and at most that long; whether it is done.
-bool runUntil(const std::function<bool()>& done, double seconds = 10);
+inline bool runUntil(const std::function<bool()>& done, double seconds = 10) {
+  for (double waited = 0; !done() && waited < seconds; waited += 0.01) letRun(0.01);
+  return done();
+}
 
 // Asks the person at the desk to do something and waits until they say that it is done, while the main thread's loop
 // runs. `hands` are the scenario lines that do it on the simulated Mac.

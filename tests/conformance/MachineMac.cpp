@@ -15,12 +15,12 @@
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
-#include <system_error>
 #include <thread>
 
 #include "platform/Application.h"
 #include "platform/CFCollections.h"
 #include "platform/NotificationCenter.h"
+#include "tests/conformance/Common.h"
 #include "tests/conformance/Machine.h"
 
 extern char** environ;
@@ -58,22 +58,6 @@ void dealWithEvents() {
     send<void>(application.get(), "sendEvent:", event);
   }
 }
-
-// A folder that goes with the process.
-struct TemporaryFolder {
-  TemporaryFolder() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "claims-XXXXXX").string();
-    path = mkdtemp(pattern.data());
-  }
-  ~TemporaryFolder() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path, ignored);
-  }
-  TemporaryFolder(const TemporaryFolder&) = delete;
-  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-
-  std::filesystem::path path;
-};
 
 // The person has no way to do what is asked, or no wish.
 struct LeftOut {};
@@ -118,11 +102,6 @@ void letRun(double seconds, Mode mode) {
     const double most = withEvents ? std::min(left, betweenEvents) : left;
     if (CFRunLoopRunInMode(modeOf(mode), most, false) == kCFRunLoopRunFinished) usleep(1000);
   }
-}
-
-bool runUntil(const std::function<bool()>& done, double seconds) {
-  for (double waited = 0; !done() && waited < seconds; waited += 0.01) letRun(0.01);
-  return done();
 }
 
 void ask(const std::string& instruction, const std::string&) {
@@ -196,7 +175,7 @@ std::string sign(const std::filesystem::path& bundle, const std::string& signer)
   }
   // A certificate that nobody but this process has, the same one whenever that signer signs; and a keychain that lives
   // as long as the script. Nothing asks for a password: the keychain's is known, and codesign is let at its key.
-  static const TemporaryFolder certificates;
+  static const Folder certificates;
   const int status = shell(R"(
 kept=$3/$2
 mkdir -p "$kept"
@@ -226,7 +205,7 @@ codesign --force --keychain "$keychain" --sign "$2" "$1" 2>/dev/null
 # Where nobody trusts the certificate nothing that it has signed is valid, and nothing can be found out with it.
 codesign --verify "$1" 2>/dev/null
 )",
-                           {bundle, signer, certificates.path});
+                           {bundle, signer, certificates.path()});
   return status == 0
              ? ""
              : "no temporary certificate can be made that signs validly (status " + std::to_string(status) + ")";

@@ -187,11 +187,6 @@ void letRun(double seconds, Mode mode) {
   while (!isOver) loop.runOnce(modes(mode));
 }
 
-bool runUntil(const std::function<bool()>& done, double seconds) {
-  for (double waited = 0; !done() && waited < seconds; waited += 0.01) letRun(0.01);
-  return done();
-}
-
 void ask(const std::string& instruction, const std::string& lines) {
   if (lines.empty()) ADD_FAILURE() << "nothing on the simulated Mac does: " << instruction;
   seen = records.size();

@@ -18,16 +18,15 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <set>
 #include <string>
-#include <system_error>
 #include <thread>
 #include <utility>
 #include <vector>
 
 #include "platform/CF.h"
 #include "platform/UnfairLock.h"
+#include "tests/conformance/Common.h"
 #include "tests/conformance/Machine.h"
 
 extern char** environ;
@@ -36,32 +35,10 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// A folder of the claim's own, which goes with it.
-class Folder {
- public:
-  Folder() {
-    std::string pattern = (fs::temp_directory_path() / "claims-XXXXXX").string();
-    path_ = mkdtemp(pattern.data());
-  }
-  ~Folder() {
-    std::error_code ignored;
-    fs::remove_all(path_, ignored);
-  }
-  Folder(const Folder&) = delete;
-  Folder& operator=(const Folder&) = delete;
-
-  [[nodiscard]] fs::path operator/(const char* name) const { return path_ / name; }
-  [[nodiscard]] const fs::path& path() const { return path_; }
-
- private:
-  fs::path path_;
-};
+using claims::contentOf;
+using claims::Folder;
 
 void write(const fs::path& file, const std::string& text = "content") { std::ofstream(file) << text; }
-std::string contentOf(const fs::path& file) {
-  std::ifstream stream(file);
-  return {std::istreambuf_iterator<char>(stream), {}};
-}
 
 // What a child is started with.
 struct Spawn {
@@ -544,8 +521,6 @@ CLAIM(Copies, GoInIntoWhatIsThere, "ditto copies into a folder that is there, an
 
 namespace {
 
-constexpr SecCSFlags strictly = kSecCSCheckAllArchitectures | kSecCSStrictValidate;
-
 // An application whose program is a script, so that its signature lies beside it in files.
 struct Application {
   Application() {
@@ -563,24 +538,11 @@ struct Application {
     write(contents / "Resources/file", "a resource");
   }
 
-  [[nodiscard]] CF::Ref<SecStaticCodeRef> code(OSStatus& status) const {
-    const std::string path = bundle.string();
-    const auto url = CF::adopt(CFURLCreateFromFileSystemRepresentation(
-        kCFAllocatorDefault, reinterpret_cast<const UInt8*>(path.data()), static_cast<CFIndex>(path.size()), true));
-    SecStaticCodeRef made = nullptr;
-    status = SecStaticCodeCreateWithPath(url.get(), kSecCSDefaultFlags, &made);
-    return CF::adopt(made);
-  }
-  [[nodiscard]] OSStatus check(SecRequirementRef requirement = nullptr, SecCSFlags flags = strictly) const {
-    OSStatus status = errSecSuccess;
-    const auto found = code(status);
-    return status != errSecSuccess ? status : SecStaticCodeCheckValidity(found.get(), flags, requirement);
+  [[nodiscard]] OSStatus check(SecRequirementRef requirement = nullptr) const {
+    return claims::validity(bundle, requirement);
   }
   [[nodiscard]] CF::Ref<SecRequirementRef> requirement(OSStatus& status) const {
-    const auto found = code(status);
-    SecRequirementRef made = nullptr;
-    if (status == errSecSuccess) status = SecCodeCopyDesignatedRequirement(found.get(), kSecCSDefaultFlags, &made);
-    return CF::adopt(made);
+    return claims::requirementOf(bundle, status);
   }
 
   Folder folder;
