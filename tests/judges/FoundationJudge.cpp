@@ -39,7 +39,7 @@
 #include "simulator/kernel/Call.h"
 #include "simulator/mac/Mac.h"
 #include "simulator/system/FileContent.h"
-#include "tests/judges/Command.h"
+#include "tests/support/Command.h"
 
 namespace {
 

@@ -18,8 +18,8 @@
 
 #include "simulator/displays/EDID.h"
 #include "simulator/displays/Monitor.h"
-#include "tests/judges/Command.h"
 #include "tests/judges/Wire.h"
+#include "tests/support/Command.h"
 
 namespace {
 

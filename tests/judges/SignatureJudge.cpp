@@ -14,7 +14,7 @@
 #include "simulator/foundation/PropertyList.h"
 #include "simulator/software/CodeSignature.h"
 #include "simulator/system/FileContent.h"
-#include "tests/judges/Command.h"
+#include "tests/support/Command.h"
 
 namespace {
 

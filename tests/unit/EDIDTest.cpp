@@ -3,11 +3,11 @@
 
 #include <array>
 #include <cstdio>
-#include <fstream>
 #include <string>
 #include <vector>
 
 #include "simulator/displays/EDID.h"
+#include "tests/support/Command.h"
 #include "tests/support/Lines.h"
 #include "tests/support/Play.h"
 
@@ -17,16 +17,9 @@ namespace {
 
 // What edid-decode says of these bytes, and whether they conform to the standard.
 std::string decoded(const EDID::Block& block) {
-  const std::string file = ::testing::TempDir() + ::testing::UnitTest::GetInstance()->current_test_info()->name();
-  std::ofstream(file, std::ios::binary)
-      .write(reinterpret_cast<const char*>(block.data()), static_cast<std::streamsize>(block.size()));
-  FILE* const output = popen(("edid-decode --check " + file).c_str(), "r");
-  std::string text;
-  std::array<char, 4096> buffer{};
-  while (const std::size_t size = std::fread(buffer.data(), 1, buffer.size(), output)) text.append(buffer.data(), size);
-  EXPECT_EQ(pclose(output), 0) << text;
-  std::remove(file.c_str());
-  return text;
+  Command command({"edid-decode", "--check"}, {block.begin(), block.end()});
+  EXPECT_EQ(command.status(), 0) << command.output();
+  return command.output();
 }
 
 std::string hexadecimal(const EDID::Block& block) {

@@ -1,4 +1,4 @@
-#include "tests/judges/Command.h"
+#include "tests/support/Command.h"
 
 #include <gtest/gtest.h>
 #include <sys/mman.h>
