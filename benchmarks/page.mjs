@@ -6,7 +6,7 @@ import { spawn } from 'node:child_process';
 import { once } from 'node:events';
 import { readFileSync } from 'node:fs';
 import http from 'node:http';
-import { Browser, sleep } from '../tests/browser/Browser.mjs';
+import { Browser, follow, sleep } from '../tests/browser/Browser.mjs';
 
 const presses = 60;
 const tabs = 100;
@@ -32,26 +32,15 @@ const act = (line) => new Promise((resolve, reject) => {
   sent.on('error', reject);
   sent.end(JSON.stringify(line));
 });
-function follow() {
+function listen() {
   const seen = { records: 0, gaps: 0, last: -1 };
-  const sent = http.get({ host: '127.0.0.1', port, path: '/trace', agent: false }, (response) => {
-    let unread = '';
-    response.setEncoding('utf8').on('data', (piece) => {
-      unread += piece;
-      const events = unread.split('\n\n');
-      unread = events.pop();
-      for (const event of events) {
-        if (!event.startsWith('id: ')) continue;
-        const number = Number(event.slice(4).split('-')[1]);
-        if (seen.last >= 0 && number !== seen.last + 1) ++seen.gaps;
-        seen.last = number;
-        ++seen.records;
-      }
-    });
-    response.on('end', () => { seen.ended = true; });
-  });
-  sent.on('error', () => {});
-  seen.close = () => sent.destroy();
+  const take = (id) => {
+    const number = Number(id.split('-')[1]);
+    if (seen.last >= 0 && number !== seen.last + 1) ++seen.gaps;
+    seen.last = number;
+    ++seen.records;
+  };
+  seen.close = follow(port, take, { ended: () => { seen.ended = true; } });
   return seen;
 }
 
@@ -88,7 +77,7 @@ let times = await latency(page);
 console.log(`key press to changed pixel: median ${middle(times).toFixed(1)} ms, 95 % ${worst(times).toFixed(1)} ms (${presses} presses)`);
 
 console.log(`memory of server and machine: ${both()}`);
-const streams = Array.from({ length: tabs }, follow);
+const streams = Array.from({ length: tabs }, listen);
 await sleep(1000);
 times = await latency(page);
 console.log(`with ${tabs} more streams: median ${middle(times).toFixed(1)} ms, 95 % ${worst(times).toFixed(1)} ms`);

@@ -1,10 +1,32 @@
 // A browser without a window, driven by the DevTools protocol over two pipes.
 import { spawn } from 'node:child_process';
 import { mkdtempSync, rmSync } from 'node:fs';
+import http from 'node:http';
 import { tmpdir } from 'node:os';
 import { join } from 'node:path';
 
 export const sleep = (ms) => new Promise((resolve) => setTimeout(resolve, ms));
+
+// Listens to the records of the desk at this port, from the one after `after`, as the page does: `take` gets the id and the
+// text of each, and `ended` is called when the desk has ended the stream. The function that ends it from here.
+export function follow(port, take, { after = '', ended = () => {} } = {}) {
+  const headers = after ? { 'Last-Event-ID': after } : {};
+  const sent = http.get({ host: '127.0.0.1', port, path: '/trace', agent: false, headers }, (response) => {
+    let unread = '';
+    response.setEncoding('utf8').on('data', (piece) => {
+      unread += piece;
+      const events = unread.split('\n\n');
+      unread = events.pop();
+      for (const event of events) {
+        const [, id, text] = /^id: (.*)\ndata: (.*)$/.exec(event) ?? [];
+        if (id) take(id, text);
+      }
+    });
+    response.on('end', ended);
+  });
+  sent.on('error', () => {});
+  return () => sent.destroy();
+}
 
 export class Browser {
   #next = 1;

@@ -10,7 +10,7 @@ import net from 'node:net';
 import { tmpdir } from 'node:os';
 import { join } from 'node:path';
 import { fileURLToPath } from 'node:url';
-import { Browser, sleep } from './Browser.mjs';
+import { Browser, follow, sleep } from './Browser.mjs';
 
 const desk = process.argv[2];
 const pictures = process.argv[3] === '--pictures' ? process.argv[4] : null;
@@ -39,23 +39,10 @@ function request(port, path, { method = 'GET', headers = {}, body = undefined } 
 }
 const act = (port, line) => request(port, '/do', { method: 'POST', body: typeof line === 'string' ? line : JSON.stringify(line) });
 
-// Everything that a stream says, as [id, record].
-function follow(port, path = '/trace', after = '') {
+// Everything that the desk says, as [id, record].
+function record(port, after = '') {
   const records = [];
-  const sent = http.get({ host: '127.0.0.1', port, path, agent: false, headers: after ? { 'Last-Event-ID': after } : {} }, (response) => {
-    let unread = '';
-    response.setEncoding('utf8').on('data', (piece) => {
-      unread += piece;
-      const events = unread.split('\n\n');
-      unread = events.pop();
-      for (const event of events) {
-        const id = /^id: (.*)$/m.exec(event)?.[1];
-        if (id) records.push([id, /^data: (.*)$/m.exec(event)[1]]);
-      }
-    });
-  });
-  sent.on('error', () => {});
-  return { records, close: () => sent.destroy() };
+  return { records, close: follow(port, (id, text) => records.push([id, text]), { after }) };
 }
 
 const tests = [];
@@ -217,7 +204,7 @@ test('each record is tied to what caused it', async ({ page }) => {
 test('the clock stands, steps, and goes an hour on', async ({ page, port }) => {
   let column = 2700;
   const t = async () => {
-    const stream = follow(port);
+    const stream = record(port);
     const at = `"at":[${++column},`;
     await act(port, { do: 'pointer', at: [column, 760] });
     const mine = () => stream.records.find(([, record]) => record.includes(at));
@@ -271,7 +258,7 @@ test('a saved scenario is opened and played line by line', async ({ page, port, 
   await page.click('#rest');
   await page.until('document.getElementById("upcoming").textContent.includes("last line")', 'the end');
   await page.until('Number(document.querySelector("[data-display=\\"5\\"]").dataset.light) > 10', 'the light');
-  const stream = follow(port);
+  const stream = record(port);
   await until(() => stream.records.some(([, record]) => record.includes('"do":"settle"')), 'the trace');
   await sleep(100);
   stream.close();
@@ -337,7 +324,7 @@ test('several tabs show one machine, and one that stands still harms nobody', as
     socket.write(`GET /trace?with=state HTTP/1.1\r\nHost: 127.0.0.1:${port}\r\n\r\n`);
     return socket;
   });
-  const stream = follow(port);
+  const stream = record(port);
   await sleep(200);
   const first = stream.records.length;
   for (let i = 0; i < 300; ++i) assert.equal((await act(port, { do: 'pointer', at: [1600 + i, 700] })).status, 200);
@@ -345,7 +332,7 @@ test('several tabs show one machine, and one that stands still harms nobody', as
   const numbers = stream.records.map(([id]) => Number(id.split('-')[1]));
   numbers.forEach((number, i) => assert.equal(number, numbers[0] + i));
   // Whoever comes back goes on where they were.
-  const back = follow(port, '/trace', stream.records.at(-10)[0]);
+  const back = record(port, stream.records.at(-10)[0]);
   await until(() => back.records.length >= 9, 'the rest');
   assert.equal(back.records[0][0], stream.records.at(-9)[0]);
   back.close();
@@ -454,7 +441,7 @@ test('the pictures of the page are taken', async ({ page, port }) => {
 const server = await start('--port', '0');
 const browser = new Browser();
 let failed = 0;
-const trace = follow(server.port);
+const trace = record(server.port);
 const page = await browser.open(server.url);
 for (const { name, body } of tests) {
   const began = Date.now();
