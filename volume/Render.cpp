@@ -141,9 +141,10 @@ void render(RenderState& state, const AudioBufferList& input, AudioBufferList& o
   const float target = state.targetGain.load(std::memory_order_relaxed);
   const float applied = std::exchange(state.appliedGain, target);
 
-  // A negative index is, without its sign, behind every buffer.
+  // The tap is the last. When it is not where it was, the device's inputs have changed, and what stands there may be one
+  // of them: a microphone. A negative index is, without its sign, behind every buffer, and so is the last of none.
   const auto index = static_cast<std::size_t>(state.tapBufferIndex);
-  if (index >= input.mNumberBuffers || output.mNumberBuffers == 0) return silence(output, 0);
+  if (index != input.mNumberBuffers - 1 || output.mNumberBuffers == 0) return silence(output, 0);
   const AudioBuffer& tap = input.mBuffers[index];
   const AudioBuffer& out = output.mBuffers[0];
   // A stream that is switched off has no data.

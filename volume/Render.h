@@ -14,7 +14,7 @@ struct RenderState {
   std::atomic<float> targetGain;
   static_assert(std::atomic<float>::is_always_lock_free);
 
-  // Which input buffer carries the tap's sound: those of the device's own input streams come before it.
+  // Which input buffer carries the tap's sound: the last, behind those of the device's own input streams.
   const long tapBufferIndex;
 
   // The gain at the end of the last cycle. The I/O thread's own once it runs.
@@ -23,7 +23,7 @@ struct RenderState {
 
 // Renders one I/O cycle: the tap's buffer times the gain into the first output buffer, silence into the others. Samples
 // are interleaved 32-bit floats. The gain moves to its target in equal steps, one a frame, and is there on the last
-// frame. Input and output must not overlap.
+// frame. It is silent while the tap's buffer is not where it should be. Input and output must not overlap.
 //
 // For the I/O thread: no allocation, lock, log or system call.
 void render(RenderState& state, const AudioBufferList& input, AudioBufferList& output) noexcept;

@@ -200,6 +200,16 @@ TEST(Invariant, AMicrophoneIsNeverOpenForLong) {
   }
 }
 
+// Until the program knows that its output has inputs now, they come before the tap.
+TEST(Invariant, AMicrophoneIsNeverHeard) {
+  for (std::uint64_t seed = 1; seed <= 20; ++seed) {
+    OneInvariant noise("never-both-paths", seed);
+    noise.play(desk + key("volumeDown") + advance(1) + play("Music", 11, {{"tone", 0}, {"level", 0}}) + advance(1) +
+               race(output(11, {{"inputs", 2}})) + advance(1));
+    EXPECT_EQ(noise.broken, std::nullopt) << seed;
+  }
+}
+
 // What rough hardware does at the beginning it may not go on doing.
 TEST(Invariant, RoughHardwareComesToRest) {
   const std::string before = desk + temper({{"audio", "rough"}}) + key("volumeDown") + advance(4);

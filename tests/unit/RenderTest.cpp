@@ -211,6 +211,17 @@ TEST(Render, TakesTheTapBehindTheDevicesOwnInputs) {
   EXPECT_EQ(output[0], (Samples{0.5F, 1}));
 }
 
+// The device has got inputs since: what stands where the tap was is a microphone.
+TEST(Render, IsSilentWhenTheTapIsNotTheLastInput) {
+  RenderState state(0.5F, 1);
+  state.targetGain = 0.25F;
+  Buffers input({{1, filled(2, 7)}, {1, filled(2, 7)}, {1, {1, 2}}});
+  Buffers output = one(1, filled(2, untouched));
+  render(state, *input, *output);
+  EXPECT_EQ(output[0], filled(2, 0));
+  EXPECT_EQ(state.appliedGain, 0.25F);
+}
+
 TEST(Render, IsSilentWithoutATapAndStillReachesItsTarget) {
   for (const long index : {-1L, 1L, 2L, 1000L, 1L << 32}) {
     RenderState state(1, index);
