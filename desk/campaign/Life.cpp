@@ -84,6 +84,8 @@ void Life::furnish() {
   for (const auto& model : outputModels) {
     if (model.id <= 11 || oneIn(2)) addOutput(model.id);
   }
+  // The program's own copy is not always the first.
+  if (oneIn(4)) say("bundle", {{"backup", true}});
   say("default-output", {{"id", oneIn(4) ? 10 : 11}});
   say("play", {{"process", "Music"}, {"output", 11}, {"tone", 0}, {"level", 0.25}});
   say("launch");
@@ -140,7 +142,7 @@ void Life::pointSomewhere() {
 // ---- What happens ----
 
 void Life::episode() {
-  switch (upTo(27)) {
+  switch (upTo(30)) {
     case 0:
     case 1:
     case 2:
@@ -182,6 +184,12 @@ void Life::episode() {
       return relaunch();
     case 26:
       return oneIn(2) ? disturbKeys() : changeTemper();
+    case 27:
+      return interruptACall();
+    case 28:
+      return mirror();
+    case 29:
+      return oneIn(2) ? setClock() : sendRawEvents();
     default:
       return everythingAtOnce();
   }
@@ -271,14 +279,26 @@ void Life::changeOutput() {
       static constexpr int rates[] = {44100, 48000, 96000};
       return mayRace("output", {{"id", model.id}, {"rate", oneOf(rates)}});
     }
-    case 4:
-      return mayRace("output", {{"id", model.id}, {"channels", 1 + upTo(7)}, {"inputs", upTo(2)}});
-    case 5:
-      // A format that cannot be routed, for a while.
-      say("output", {{"id", model.id}, {"format", {{"bits", 16}, {"flags", 12}}}});
+    case 4: {
+      static constexpr int frames[] = {128, 512, 4096};
+      return mayRace("output",
+                     {{"id", model.id}, {"channels", 1 + upTo(7)}, {"inputs", upTo(2)}, {"frames", oneOf(frames)}});
+    }
+    case 5: {
+      // Something that makes it useless, for a while.
+      const std::pair<Json, Json> changes[] = {
+          {{{"format", {{"bits", 16}, {"flags", 12}}}}, {{"format", {{"bits", 32}, {"flags", 9}}}}},
+          {{{"tap-format", {{"bits", 16}, {"flags", 12}}}}, {{"tap-format", {{"bits", 32}, {"flags", 9}}}}},
+          {{{"alive", false}}, {{"alive", true}}},
+          {{{"uid", nullptr}}, {{"uid", "UID-" + std::to_string(model.id)}}},
+          {{{"name", nullptr}}, {{"name", model.name}}}};
+      auto [harm, mend] = oneOf(changes);
+      harm["id"] = mend["id"] = model.id;
+      mayRace("output", harm);
       wait(60);
       pressVolume();
-      return say("output", {{"id", model.id}, {"format", {{"bits", 32}, {"flags", 9}}}});
+      return say("output", mend);
+    }
     default:
       return mayRace("default-output", {{"id", model.id}});
   }
@@ -440,7 +460,9 @@ void Life::relaunch() {
 
 void Life::disturbKeys() {
   if (oneIn(2)) return mayRace("disable-tap", {{"by", oneIn(2) ? "timeout" : "user-input"}});
-  say("tap", {{"process", "Helper"}, {"place", oneIn(2) ? "head" : "tail"}});
+  say("tap", {{"process", "Helper"},
+              {"place", oneIn(2) ? "head" : "tail"},
+              {"swallows", oneIn(2) ? Json::array() : Json::array({"mute"})}});
   pressVolume();
   pressBrightness();
   say("tap", {{"process", "Helper"}, {"gone", true}});
@@ -450,6 +472,85 @@ void Life::changeTemper() {
   say("temper", {{oneIn(3) ? "threads" : "audio", "rough"}});
   for (std::uint64_t i = 0, count = 1 + upTo(4); i < count; ++i) episode();
   say("temper", {{"audio", "smooth"}, {"threads", "smooth"}});
+}
+
+// Something happens in the middle of a call.
+void Life::interruptACall() {
+  static constexpr std::pair<const char*, Happening> calls[] = {
+      {"IOIteratorNext", &Life::wakeInStorms},
+      {"IOAVServiceCreateWithService", &Life::wakeInStorms},
+      {"CGGetOnlineDisplayList", &Life::plug},
+      {"IOAVServiceReadI2C", &Life::plug},
+      {"IOAVServiceWriteI2C", &Life::pressBrightness},
+      {"NSEvent.eventWithCGEvent", &Life::pressVolume},
+      {"AudioObjectGetPropertyData", &Life::changeOutput},
+      {"AudioObjectGetPropertyDataSize", &Life::pressVolume},
+      {"AudioHardwareCreateProcessTap", &Life::changeOutput},
+      {"AudioHardwareCreateAggregateDevice", &Life::pressVolume},
+      {"AudioDeviceStart", &Life::changeOutput},
+      {"AudioDeviceStop", &Life::pressVolume},
+      {"TCCAccessPreflight", &Life::wakeInStorms}};
+  const auto& [call, happening] = oneOf(calls);
+  const int display = oneOf(monitors).id;
+  const int output = oneOf(outputModels).id;
+  Json line;
+  switch (upTo(7)) {
+    case 0:
+      line = {{"do", "display"}, {"id", display}, {"gone", true}};
+      connected_.erase(display);
+      break;
+    case 1:
+      line = {{"do", "output"}, {"id", output}, {"gone", true}};
+      outputs_.erase(output);
+      break;
+    case 2:
+      line = {{"do", "output"}, {"id", output}, {"rate", oneIn(2) ? 44100 : 96000}};
+      break;
+    case 3:
+      line = {{"do", "default-output"}, {"id", output}};
+      break;
+    case 4:
+      line = {{"do", "restart-audio"}};
+      break;
+    case 5:
+      line = {{"do", "wake"}};
+      break;
+    case 6:
+      line = {{"do", "capture"}, {"permission", "denied"}};
+      break;
+    default:
+      line = {{"do", "accessibility"}, {"granted", false}};
+  }
+  say("during", {{"call", call}, {"line", line}, {"nth", 1 + upTo(5)}});
+  someOf(std::array{happening}, 1 + upTo(2));
+}
+
+void Life::mirror() {
+  if (connected_.empty()) return;
+  const int display = someDisplay();
+  const int shown = oneIn(2) ? 1 : someDisplay();
+  if (shown == display) return;
+  mayRace("display", {{"id", display}, {"mirrors", shown}});
+  static constexpr Happening meanwhile[] = {&Life::pressBrightness, &Life::useMenu, &Life::wakeInStorms, &Life::plug};
+  someOf(meanwhile, 1 + upTo(2));
+  mayRace("display", {{"id", display}, {"mirrors", nullptr}});
+}
+
+void Life::setClock() {
+  const auto by = static_cast<double>(upTo(oneIn(2) ? 3600 : 3 * 86400));
+  mayRace("clock", {{"by", oneIn(2) ? by : -by}});
+}
+
+// Keys that are none of the program's, and what no keyboard sends.
+void Life::sendRawEvents() {
+  for (std::uint64_t i = 0, count = 1 + upTo(6); i < count; ++i) {
+    if (oneIn(3)) {
+      mayRace("event", {{"type", 10}, {"keycode", upTo(127)}});
+      continue;
+    }
+    static constexpr std::uint64_t states[] = {0x0A, 0x0B, 0x00, 0xFF};
+    mayRace("event", {{"type", 14}, {"subtype", 8}, {"data1", (4 + upTo(24)) << 16 | oneOf(states) << 8 | upTo(1)}});
+  }
 }
 
 void Life::everythingAtOnce() {

@@ -79,6 +79,10 @@ class Life {
   void relaunch();
   void disturbKeys();
   void changeTemper();
+  void interruptACall();
+  void mirror();
+  void setClock();
+  void sendRawEvents();
   void everythingAtOnce();
   // So that what is to be known can be known again.
   void recover();

@@ -155,7 +155,7 @@ bool World::concerns(std::string_view line) {
 void World::see(const Record& record) {
   follow();
   if (record.what == "do") return seeLine(record["line"]);
-  if (record.isCall("AudioDeviceStart")) startedIOAt_ = now();
+  if (record.isCall("AudioDeviceStart") || record.what == "preference") soundChangedAt_ = now();
   if (record.isCall("NSURLSession.downloadTaskWithURL")) isInstalling_ = true;
   if (record.what == "log" && record["text"].get_ref<const std::string&>().starts_with("Update install failed")) {
     isInstalling_ = false;
@@ -195,7 +195,9 @@ void World::seeDisplayLine(const std::string& name, const json& line) {
     displaysRefreshed_ = {.from = now(), .until = std::max(displaysRefreshed_.until, now())};
   if (name == "sleep") sleeps_ = true;
   if (name == "monitor") troubledAt_[line["display"].get<std::uint32_t>()] = now();
-  if (name == "display" && line.contains("id")) troubledAt_.erase(line["id"].get<std::uint32_t>());
+  if (name == "display" && (line.contains("name") || line.contains("gone"))) {
+    troubledAt_.erase(line["id"].get<std::uint32_t>());
+  }
 }
 
 void World::seeSoundLine(const std::string& name, const json& line) {
@@ -377,7 +379,7 @@ bool World::canBeRouted(const OutputSettings& settings) {
 double World::signal(std::int64_t output) const { return mac.part<Audio>().signal(output); }
 
 bool World::isUnsettled() const {
-  return now() < std::min(roughUntil_, std::max(soundDisturbedAt_, startedIOAt_) + soundSettles);
+  return now() < std::min(roughUntil_, std::max(soundDisturbedAt_, soundChangedAt_) + soundSettles);
 }
 
 Expected World::controlsVolume() const {

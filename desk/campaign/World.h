@@ -160,7 +160,7 @@ class World {
   Time outputChangedAt_{-1};
   Time levelWrittenAt_{-1};  // by another program
   Time roughUntil_{0};
-  Time startedIOAt_{0};
+  Time soundChangedAt_{0};  // by the program
   bool mayCapture_ = true;  // when the program last looked
 
   Time trustChangedAt_{-1};

@@ -109,10 +109,12 @@ Scenario::Scenario(Mac& mac) : mac_(mac) {
     // Time does not pass in the middle of a call.
     if (letsTimePass(inner) || inner.name == "launch") line.fail("member \"line\" must not let anything run");
     if (inner.races) line.fail("member \"line\" happens in the middle of the call, not at another moment");
-    const auto happens = [&mac, call, action = inner.action] {
+    const auto happens = [this, &mac, call, action = inner.action, text = line.jsonObject("line").dump()] {
+      mac.trace.record("do").json("line", text);
       try {
         action();
       } catch (const ScenarioError& error) {
+        if (forgives_) return;
         // The call is the program's, which has no part in this mistake.
         mac.fatal("during " + call + ": " + error.what());
       }

@@ -70,10 +70,19 @@ TEST(Race, HappensEvenWhereNothingRuns) {
   EXPECT_EQ(placeOf(played, "pointer"), played.records.size() - 1);
 }
 
+// The trace tells when something happened in the middle of a call.
+TEST(Race, TellsWhatHappensDuringACall) {
+  const Played played = playScenario(twoDisplays + launch + settle + during("NSEvent.eventWithCGEvent", wake) +
+                                     key("brightnessUp") + settle);
+  EXPECT_LT(placeOf(played, "key"), placeOf(played, "wake"));
+  EXPECT_LT(placeOf(played, "wake"), played.records.size());
+}
+
 // What the Mac sleeps in the middle of a wait comes on top of it.
 TEST(Race, NeverTurnsTimeBack) {
   WITH_SEEDS(seed, 20) {
-    const Played played = playScenario(twoDisplays + launch + race(macSleeps(4)) + advance(0.1) + snapshot("end"), seed);
+    const Played played =
+        playScenario(twoDisplays + launch + race(macSleeps(4)) + advance(0.1) + snapshot("end"), seed);
     EXPECT_EQ(played.records[placeOf(played, "snapshot")]["t"], 4.1);
     double before = 0;
     for (const json& record : played.records) {
