@@ -396,9 +396,9 @@ Expected World::controlsVolume() const {
 }
 
 std::optional<float> World::storedGain(const OutputDevice& device) const {
-  if (levelWrittenAt_ >= Time{0}) return std::nullopt;
+  if (levelWrittenAt_ >= Time{0} || !device.settings().uid) return std::nullopt;
   const auto& preferences = mac.part<simulator::Preferences>();
-  const std::string uid = device.settings().uid.value_or("");
+  const std::string uid = *device.settings().uid;
   const json* const muted = preferences.value("muted." + uid);
   if (muted && *muted == json(true)) return 0.0F;
   const json* const steps = preferences.value("steps." + uid);

@@ -105,7 +105,7 @@ class World {
   // What other programs play to that output: the sum of their levels.
   [[nodiscard]] double signal(std::int64_t output) const;
   // The stored level of that output: 1 at full volume. None: another program has written it since the program last
-  // looked.
+  // looked, or the output does not say which it is.
   [[nodiscard]] std::optional<float> storedGain(const simulator::OutputDevice& output) const;
   // What a router needs of the output.
   static bool canBeRouted(const simulator::OutputSettings& settings);
