@@ -33,8 +33,9 @@ void end(Outcome& outcome, int status, std::size_t lines) {
 Outcome playOnce(const simulator::Program& program, std::uint64_t seed, const Lines& lines) {
   Outcome outcome;
   Children children;
-  children.start(0, patience,
-                 [&](const Tell& tell) { attempt(program, seed, tell, [&lines](Run& run) { run.play(lines); }); });
+  children.start(0, patience, [&](const Tell& tell) {
+    attempt(program, seed, tell, [&](Run& run) { run.play(lines, [&tell] { tell("goes on"); }); });
+  });
   while (children.count() > 0) {
     children.wait([&outcome](std::size_t, const std::string& text) { take(outcome, text); },
                   [&](std::size_t, int status) { end(outcome, status, lines.size()); });

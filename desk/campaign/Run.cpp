@@ -1,6 +1,7 @@
 #include "desk/campaign/Run.h"
 
 #include <sstream>
+#include <utility>
 
 #include "simulator/audio/Audio.h"
 #include "simulator/mac/Mac.h"
@@ -63,14 +64,16 @@ void Run::take(std::string_view line) {
   for (const auto& invariant : invariants_) invariant->see(*world_, record);
 }
 
-bool Run::play(const std::vector<std::string>& lines) {
+bool Run::play(const std::vector<std::string>& lines, const std::function<void()>& goesOn) {
+  constexpr std::size_t often = 1000;  // lines
   std::string text;
   for (const std::string& line : lines) text += line + "\n";
   std::istringstream in(text);
   scenario_->add(in, "campaign");
   given_ = lines_ + lines.size();
-  scenario_->play([this](std::size_t count) {
-    lines_ += count;
+  scenario_->play([this, &goesOn](std::size_t count) {
+    const std::size_t before = std::exchange(lines_, lines_ + count);
+    if (goesOn && before / often != lines_ / often) goesOn();
     return look();
   });
   return !isBroken_;

@@ -46,8 +46,9 @@ class Run {
   Run& operator=(const Run&) = delete;
 
   // Plays the lines; those that make no sense where they stand, because others have raced past them, are left out.
-  // False when an invariant does not hold. Throws ScenarioError at a line that cannot be understood.
-  bool play(const std::vector<std::string>& lines);
+  // False when an invariant does not hold. Calls `goesOn` now and then. Throws ScenarioError at a line that cannot be
+  // understood.
+  bool play(const std::vector<std::string>& lines, const std::function<void()>& goesOn = {});
   // Quits the program, and counts what is left of it. False when an invariant does not hold.
   bool finish();
 
