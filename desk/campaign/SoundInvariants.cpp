@@ -115,7 +115,7 @@ class NeverSilent : public Invariant {
     int& silent = silent_[output];
     if (level > 0 || world.signal(output) == 0 || isDeaf_ || isExcused(world, output)) {
       silent = 0;
-    } else if (++silent > 2) {
+    } else if (++silent > 2 + world.lateCycles(*world.mac.part<Audio>().output(output))) {
       isBroken("output " + std::to_string(output) + " has been silent for " + std::to_string(silent) + " cycles");
     }
   }

@@ -92,6 +92,9 @@ constexpr Duration trustPoll = 2100ms;
 // Until the program has launched, it sees nothing.
 constexpr Duration launchTime = 1s;
 
+// A thread of a busy Mac is held back for so many seconds at most.
+constexpr double heldBack = 0.005;
+
 // A callback is through with an event in that time, on rough hardware too.
 constexpr Duration callTime = 100ms;
 
@@ -210,6 +213,7 @@ void World::seeSoundLine(const std::string& name, const json& line) {
     // What has begun on it goes on for a while.
     roughUntil_ = line["audio"] == "rough" ? Time::max() : std::min(roughUntil_, now() + soundSettles);
   }
+  if (name == "temper" && line.contains("threads")) isBusy_ = line["threads"] == "rough";
   // A level that another program writes is found at the next key or choice.
   if (name == "preference") levelWrittenAt_ = now();
   // The program is told of new rates, channels and streams of what it routes, and of nothing else.
@@ -380,6 +384,11 @@ double World::signal(std::int64_t output) const { return mac.part<Audio>().signa
 
 bool World::isUnsettled() const {
   return now() < std::min(roughUntil_, std::max(soundDisturbedAt_, soundChangedAt_) + soundSettles);
+}
+
+int World::lateCycles(const OutputDevice& device) const {
+  const double cycle = device.settings().frames / device.settings().rate;
+  return isBusy_ ? static_cast<int>(std::ceil(heldBack / cycle)) : 0;
 }
 
 Expected World::controlsVolume() const {

@@ -112,6 +112,8 @@ class World {
   // The audio hardware does everything as badly as it can, and something about sound has begun or changed a moment ago:
   // notices are on their way, and I/O that begins lacks sound, or lets it through, for some cycles.
   [[nodiscard]] bool isUnsettled() const;
+  // How many cycles of that output a thread may be held back for: some when the Mac is busy.
+  [[nodiscard]] int lateCycles(const simulator::OutputDevice& output) const;
   // When the permission to record sound was last given or taken.
   [[nodiscard]] Time permissionChangedAt() const { return permissionChangedAt_; }
 
@@ -160,6 +162,7 @@ class World {
   Time outputChangedAt_{-1};
   Time levelWrittenAt_{-1};  // by another program
   Time roughUntil_{0};
+  bool isBusy_ = false;
   Time soundChangedAt_{0};  // by the program
   bool mayCapture_ = true;  // when the program last looked
 
