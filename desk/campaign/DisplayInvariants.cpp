@@ -1,4 +1,5 @@
 // What must be so of monitors.
+#include <algorithm>
 #include <cmath>
 #include <map>
 
@@ -49,7 +50,8 @@ class LastValueArrives : public Invariant {
       if (world.now() < value.shownAt + protocolTime) return false;
       const Display* const display = world.mac.part<Displays>().find(id);
       if (!display || !display->monitor || world.troubledAt(id) >= value.shownAt) return true;
-      if (world.failsSince(displayCalls, value.shownAt)) return true;
+      // Also when the displays were looked for: then a monitor may have been taken for another's.
+      if (world.failsSince(displayCalls, std::min(value.shownAt, world.displaysRefreshed().from))) return true;
       if (display->monitor->current() != value.raw) {
         isBroken("display " + std::to_string(id) + " was to be at " + std::to_string(value.raw) + " and is at " +
                  std::to_string(display->monitor->current()));
