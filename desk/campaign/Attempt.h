@@ -24,9 +24,8 @@ struct Outcome {
   std::string misunderstood;  // why it cannot be played
 };
 
-// The work of a child that plays what `body` plays, and then finishes: it tells what is broken ("B…") or cannot be
-// played
-// ("E…") and ends the process.
+// The work of a child: plays what `body` plays and finishes, tells what is broken ("B…") or cannot be played ("E…"),
+// and ends the process.
 [[noreturn]] void attempt(const simulator::Program& program, std::uint64_t seed, const Tell& tell,
                           const std::function<void(Run&)>& body);
 // For its parent: what it told, and how it ended.

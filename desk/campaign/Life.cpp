@@ -84,7 +84,7 @@ void Life::furnish() {
   for (const auto& model : outputModels) {
     if (model.id <= 11 || oneIn(2)) addOutput(model.id);
   }
-  // The program's own copy is not always the first.
+  // An installation was cut short.
   if (oneIn(4)) say("bundle", {{"backup", true}});
   say("default-output", {{"id", oneIn(4) ? 10 : 11}});
   say("play", {{"process", "Music"}, {"output", 11}, {"tone", 0}, {"level", 0.25}});
