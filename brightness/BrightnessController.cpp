@@ -112,7 +112,6 @@ void BrightnessController::observe(const NS::NotificationCenter& center, CFStrin
 
 void BrightnessController::refreshDisplays() {
   assertMainThread();
-  if (!api_) return;
   Channels channels;
   try {
     channels = DDCChannel::externalChannels(*api_, queues_);

@@ -162,11 +162,11 @@ std::optional<DDCChannel::Write> DDCChannel::nextWrite() {
   return *pendingWrites_.begin();
 }
 
-// A newer value that arrived meanwhile stays, for the next pass.
+// A newer value that arrived meanwhile stays, for the next pass. Nothing else takes values out.
 void DDCChannel::finish(const Write& write) {
   const UnfairLock locked(lock_);
   const auto entry = pendingWrites_.find(write.first);
-  if (entry != pendingWrites_.end() && entry->second == write.second) pendingWrites_.erase(entry);
+  if (entry->second == write.second) pendingWrites_.erase(entry);
 }
 
 bool DDCChannel::send(const Write& write) const {

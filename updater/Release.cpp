@@ -129,8 +129,7 @@ class FeedHandler {
       case notes:
         release_.notes = std::move(text);
         break;
-      case sizeBytes:
-      case ignored:
+      default:  // ignored
         break;
     }
     return true;
