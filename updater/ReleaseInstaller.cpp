@@ -15,7 +15,6 @@
 #include <utility>
 #include <vector>
 
-#include "base/Assertions.h"
 #include "platform/CF.h"
 #include "platform/URLSession.h"
 #include "platform/UUID.h"
@@ -123,7 +122,7 @@ fs::path installedApplication() {
   const CF::Ref<CFURLRef> url = CF::adopt(CFBundleCopyBundleURL(CFBundleGetMainBundle()));
   UInt8 path[PATH_MAX];
   if (!url || !CFURLGetFileSystemRepresentation(url.get(), true, path, sizeof path)) {
-    throw AppError("The main bundle has no location");
+    throw AppError("The system does not say where Dalvane is");
   }
   return reinterpret_cast<const char*>(path);
 }

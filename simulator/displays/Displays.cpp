@@ -107,7 +107,7 @@ Monitor::Fault faultNamed(const std::string& name, Arguments& line) {
 
 Displays::Displays(Machine& machine, Registry& registry, NotificationCenters& notifications)
     : machine_(machine), registry_(registry), notifications_(notifications) {
-  machine.faults.declare({"CGGetOnlineDisplayList"});
+  machine.faults.declare({"CGGetOnlineDisplayList", "NSScreen.deviceDescription"});
 }
 
 const Display* Displays::find(std::uint32_t id) const {
@@ -381,6 +381,11 @@ std::string Screen::localizedName() const {
 CF::Ref<CFDictionaryRef> Screen::deviceDescription() const {
   const Call call("NSScreen.deviceDescription", Call::On::mainThread);
   const Display& display = displayOf(*this, "NSScreen.deviceDescription");
+  if (const auto told = call.fault()) {
+    return *told == 0
+               ? CF::adopt(static_cast<CFDictionaryRef>(simulator::createPropertyList({{"NSDeviceIsScreen", "YES"}})))
+               : CF::Ref<CFDictionaryRef>();
+  }
   return CF::adopt(static_cast<CFDictionaryRef>(
       simulator::createPropertyList({{"NSScreenNumber", display.id}, {"NSDeviceIsScreen", "YES"}})));
 }

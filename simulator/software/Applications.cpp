@@ -74,7 +74,9 @@ std::optional<std::string> parseTampering(Arguments& line, const char* member) {
 BundleContent parseBundle(Arguments& line, const json& ownVersion, const std::string& publisher) {
   BundleContent content;
   content.version = line.json("version", ownVersion);
-  content.identifier = line.text("identifier", "");
+  if (line.has("identifier")) {
+    content.identifier = line.json("identifier").is_null() ? std::nullopt : std::optional(line.text("identifier"));
+  }
   content.signer = publisher;
   if (line.has("signer")) {
     content.signer = line.json("signer").is_null() ? std::nullopt : std::optional(line.text("signer"));
@@ -164,7 +166,8 @@ void Applications::makeBundle(const fs::path& folder, const BundleContent& conte
   // What is there already goes into the bundle, and its signature.
   if (!fs::create_directories(folder)) return makeBundle(folder, content, program);
   const json signer = content.signer ? json(*content.signer) : json();
-  const json what = {program.name, program.identifier, content.version,  content.identifier,
+  const json identifier = content.identifier ? json(*content.identifier) : json();
+  const json what = {program.name, program.identifier, content.version,  identifier,
                      signer,       content.forged,     content.tampering};
   std::string& image = images[what.dump()];
   if (!image.empty()) return extractDiskImage(image, folder);
@@ -177,11 +180,13 @@ void Applications::makeBundle(const fs::path& folder, const BundleContent& conte
   fs::create_directories(contents / "MacOS");
   fs::create_directories(contents / "Resources/en.lproj");
   json info = {{"CFBundleExecutable", program.name},
-               {"CFBundleIdentifier", content.identifier.empty() ? program.identifier : content.identifier},
                {"CFBundleName", program.name},
                {"CFBundlePackageType", "APPL"},
                {"LSMinimumSystemVersion", "15.0"},
                {"LSUIElement", true}};
+  if (content.identifier) {
+    info["CFBundleIdentifier"] = content.identifier->empty() ? program.identifier : *content.identifier;
+  }
   const std::string version = content.version.is_string() ? content.version.get<std::string>() : content.version.dump();
   if (!content.version.is_null()) info["CFBundleShortVersionString"] = content.version;
   writeFile(contents / "Info.plist", writePropertyList(info));

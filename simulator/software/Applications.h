@@ -20,11 +20,11 @@ struct Program;
 
 // One application bundle to be made.
 struct BundleContent {
-  nlohmann::json version;             // CFBundleShortVersionString; null: left out
-  std::string identifier;             // empty: the program's own
-  std::optional<std::string> signer;  // none: not signed
-  bool forged = false;                // the signer's certificate is a forger's
-  std::string tampering;              // what is changed after signing; empty: nothing
+  nlohmann::json version;                      // CFBundleShortVersionString; null: left out
+  std::optional<std::string> identifier = "";  // CFBundleIdentifier; empty: the program's own, none: left out
+  std::optional<std::string> signer;           // none: not signed
+  bool forged = false;                         // the signer's certificate is a forger's
+  std::string tampering;                       // what is changed after signing; empty: nothing
 };
 
 // A disk image to be made.

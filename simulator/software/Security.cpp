@@ -34,7 +34,7 @@ class SecurityCall : public Call {
   SecurityCall(const char* name, SecCSFlags flags, SecCSFlags allowed, const void* result) : Call(name) {
     if (const auto told = fault()) {
       status = *told;
-      handsOver = result != nullptr;
+      handsOver = result != nullptr && status != errSecSuccess;
     } else if ((flags & ~allowed) != 0) {
       status = errSecCSInvalidFlags;
     } else if (!result) {
@@ -45,7 +45,8 @@ class SecurityCall : public Call {
   }
 
   CodeStatus status = errSecSuccess;
-  // Whether there is a result. That there is none after an error is promised nowhere.
+  // Whether there is a result. That there is none after an error is promised nowhere, and by its type it can be null
+  // without one.
   bool handsOver = false;
 
  private:

@@ -121,11 +121,13 @@ std::size_t __wrap_confstr(int name, char* buffer, std::size_t size);
 
 static std::size_t temporaryDirectoryOf(char* buffer, std::size_t size) {
   const simulator::Call call("confstr");
-  if (const auto told = call.fault()) {
+  const auto told = call.fault();
+  if (told && *told != ERANGE) {
     errno = *told;
     return 0;
   }
-  const std::string path = call.part<simulator::SystemRoot>().temporaryDirectory().string() + "/";
+  std::string path = call.part<simulator::SystemRoot>().temporaryDirectory().string() + "/";
+  if (told) path.append(size, '/');  // the same place, but in too many words
   if (size > 0) buffer[path.copy(buffer, size - 1)] = '\0';
   return path.size() + 1;
 }

@@ -385,6 +385,34 @@ TEST(Brightness, MonitorsThatFailAtTheSameMomentAreAllLogged) {
 
 // ---- Monitors that are not read yet ----
 
+// As it may be of a screen that is just about to go.
+TEST(Brightness, KeyOverAScreenWithoutANumberGoesOn) {
+  for (const int status : {-1, 0}) {
+    const Played played = playScenario(launched + fail("NSScreen.deviceDescription", status, 1, 2) + brighter + settle +
+                                       brighter + settle);
+    EXPECT_EQ(played.swallowed(), (Swallowed{false, false, true, true}));
+    EXPECT_EQ(played.lights(2), (Lights{56}));
+  }
+}
+
+TEST(Brightness, AScreenWithoutANumberHasNoSlider) {
+  const auto captions = [](const std::string& before) {
+    const Played played =
+        playScenario(twoDisplays + displayAt(30) + launch + settle + before + menu(true) + snapshot("open"));
+    const nlohmann::json menu = played.of("snapshot")[0]["menu"];
+    std::vector<std::string> rows;
+    for (const auto& item : menu) {
+      if (!item["slider"].is_null()) rows.push_back(item["slider"]["caption"]);
+    }
+    return rows;
+  };
+  EXPECT_EQ(captions(""), (std::vector<std::string>{"Left", "D"}));
+  for (const int status : {-1, 0}) {
+    // The first is the built-in screen's.
+    EXPECT_EQ(captions(fail("NSScreen.deviceDescription", status, 2)), std::vector<std::string>{"D"});
+  }
+}
+
 TEST(Brightness, KeyBeforeTheFirstReadGoesOn) {
   const Played played = playScenario(twoDisplays + launch + brighter + settle);
   EXPECT_EQ(played.swallowed(), (Swallowed{false, false}));

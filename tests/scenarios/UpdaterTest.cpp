@@ -601,3 +601,12 @@ TEST(Updater, ABundleWithoutAVersionIsABuildDefect) {
         testing::ExitedWithCode(1), "Info.plist has no CFBundleShortVersionString.*fatal");
   }
 }
+
+TEST(Updater, SoIsOneWithoutAnIdentifier) {
+  EXPECT_EXIT(
+      {
+        Seat seat;
+        seat.play(bundle({{"identifier", nullptr}, {"signer", nullptr}}) + launch);
+      },
+      testing::ExitedWithCode(1), "The main bundle has no identifier.*fatal");
+}

@@ -209,9 +209,29 @@ TEST(ReleaseTest, WhatStandsBesideSuchNumbersIsReadAsItIs) {
     EXPECT_EQ(notesBeside("\"n\"", std::string(count, '9')), "n") << count;
     EXPECT_EQ(notesBeside("\"n\"", std::string(count, '9') + ".9"), "n") << count;
   }
-  // A document may end anywhere: nothing behind it is looked at.
-  const std::string cut = "[" + digits;
-  EXPECT_THROW(decodeNewestRelease({std::vector(cut.begin(), cut.end()).data(), cut.size()}), json::exception);
+}
+
+TEST(ReleaseTest, ADocumentMayEndAnywhere) {
+  const auto errorOf = [](std::string_view document) -> std::string {
+    try {
+      static_cast<void>(decodeNewestRelease(document));
+    } catch (const json::exception& error) {
+      return error.what();
+    }
+    return "none";
+  };
+  // Nothing behind its end is looked at, however the number there could go on.
+  for (std::size_t count = 1; count <= 50; ++count) {
+    const std::string digits = "[{\"a\":" + std::string(count, '9');
+    const std::string whole = digits + ".59";
+    for (const auto& [cut, wrong] : {std::pair(whole.substr(0, digits.size()), "unexpected end of input"),
+                                     std::pair(whole.substr(0, digits.size() + 1), "invalid ")}) {
+      const std::string error = errorOf(std::string_view(whole).substr(0, cut.size()));
+      EXPECT_NE(error.find(wrong), std::string::npos) << error;
+      EXPECT_EQ(errorOf({std::vector(cut.begin(), cut.end()).data(), cut.size()}), error);
+    }
+    EXPECT_EQ(errorOf(std::string_view(digits + "9").substr(0, digits.size())), errorOf(digits));
+  }
 }
 
 // Other numbers than those change nothing about what is a document and what is none. By a seed: where throwing takes
