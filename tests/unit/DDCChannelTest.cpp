@@ -197,3 +197,8 @@ TEST(DDCChannel, ChannelsOfOneMonitorTakeTurns) {
                                      "get", "get", "read", "set 16 = 5", "set 16 = 5"}));
   }
 }
+
+TEST(DDCChannelDeathTest, SaysWhyItStopsAtAPayloadThatIsTooLong) {
+  EXPECT_EXIT(runStrictly([] { static_cast<void>(DDCChannel::packet(0x03, Bytes(255, 0), 0x3F)); }),
+              testing::ExitedWithCode(1), "A DDC/CI payload must not exceed 254 bytes.*fatal");
+}
