@@ -112,6 +112,7 @@ void BrightnessController::observe(const NS::NotificationCenter& center, CFStrin
 
 void BrightnessController::refreshDisplays() {
   assertMainThread();
+  if (!api_) return;
   Channels channels;
   try {
     channels = DDCChannel::externalChannels(*api_, queues_);
