@@ -14,10 +14,10 @@
 namespace simulator {
 namespace {
 
-// What a thread draws into, and the colour that it has set.
+// What a thread draws into, and the colour that it has set. Which it begins with is left open: one that cannot be seen.
 struct GraphicsContext {
   drawing::Picture picture;
-  drawing::Color color;
+  drawing::Color color = {.opacity = 0};
 };
 
 // Each thread that draws has its own. Under the machine's lock.

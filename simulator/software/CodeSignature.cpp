@@ -281,7 +281,8 @@ void CodeSigners::sign(const fs::path& bundle, const std::string& developer, boo
   fs::create_directories(layout.seals);
   const json info = readPropertyList(readFile(layout.infoPlist));
   const fs::path executable = layout.contents / "MacOS" / info.at("CFBundleExecutable").get<std::string>();
-  const std::string identifier = info.at("CFBundleIdentifier");
+  // As codesign does it, a bundle that does not say who it is goes by its program's name.
+  const std::string identifier = info.value("CFBundleIdentifier", info.at("CFBundleExecutable").get<std::string>());
   writeFile(layout.resources(), writePropertyList(sealedResources(layout, executable)));
   writeFile(layout.requirements(), "designated => " + CodeRequirement{identifier, team}.text());
   const ExecutableDigests digests(readFile(executable));
