@@ -113,3 +113,25 @@ TEST(StatusIcon, IsDrawnAgainWheneverItIsNeeded) {
   EXPECT_EQ(drawing::svg(*seat.machine().part<simulator::MenuBar>().iconPicture()), first);
   EXPECT_TRUE(seat.shutDown());
 }
+
+// So close do the pixels not tell: the arcs begin where their figures do, and the half sun is closed.
+TEST(StatusIcon, ItsArcsJoinTheirFirstPoints) {
+  using Kind = drawing::Path::Element::Kind;
+  const auto picture = icon();
+  ASSERT_TRUE(picture);
+  ASSERT_EQ(picture->operations.size(), 3U);
+  const auto& sun = picture->operations[0].path.elements();
+  ASSERT_EQ(sun.size(), 5U);
+  EXPECT_LT(distance(sun[0].points[0], {8, 5.9}), 1e-9);
+  EXPECT_LT(distance(sun[1].points[0], {8, 5.9}), 1e-9);  // the line from there to the arc
+  EXPECT_LT(distance(sun[3].points[2], {8, 12.1}), 1e-9);
+  EXPECT_EQ(sun[4].kind, Kind::close);
+  const auto& waves = picture->operations[2].path.elements();
+  ASSERT_EQ(waves.size(), 6U);
+  for (const std::size_t wave : {0U, 3U}) {
+    const CGPoint begin = waves[wave].points[0];
+    EXPECT_EQ(waves[wave].kind, Kind::move);
+    EXPECT_LT(distance(waves[wave + 1].points[0], begin), 1e-9);
+    EXPECT_LT(distance(waves[wave + 2].points[2], {begin.x, 18 - begin.y}), 1e-9);
+  }
+}
