@@ -11,6 +11,7 @@
 #include "simulator/mac/Mac.h"
 #include "tests/support/Lines.h"
 #include "tests/support/Program.h"
+#include "tests/support/Seat.h"
 
 using namespace lines;
 using namespace std::chrono_literals;
@@ -84,4 +85,15 @@ TEST(AppDelegate, IsNotKeptByATapThatWasSwitchedOff) {
   EXPECT_EQ(played.calls("CGEventTapEnable").size(), 1U);
   EXPECT_EQ(played.calls("CGEventTapCreate").size(), 1U);
   EXPECT_TRUE(played.of("leak").empty());
+}
+
+// The poll for the permission, the observer of wakes and the updater's checks hold it weakly.
+TEST(AppDelegate, WhatOutlivesItDoesNothing) {
+  WITH_SEEDS(seed, 3) {
+    Seat seat(application([] { std::make_shared<AppDelegate>()->applicationDidFinishLaunching(); }), seed);
+    seat.play(accessibility(false) + launch + accessibility(true) + wake + advance(30));
+    const auto records = seat.takeRecords();
+    for (const auto& log : recordsOf(records, "log")) EXPECT_NE(log["text"], "Media key tap installed");
+    EXPECT_EQ(seat.snapshot()["running"], true);
+  }
 }

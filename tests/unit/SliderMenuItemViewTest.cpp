@@ -168,6 +168,19 @@ TEST(SliderMenuItemView, DoesNothingOnceItsOwnerHasLetItGo) {
   });
 }
 
+TEST(SliderMenuItemView, TakesEveryNumberThatIsOne) {
+  runProgram([] {
+    Reported reported;
+    const auto row = makeRow(8, reported);
+    using Limits = std::numeric_limits<int>;
+    for (const int value : {Limits::min(), Limits::max()}) {
+      sliderOf(*row).value = value;
+      sliderOf(*row).action();
+    }
+    EXPECT_EQ(reported, (Reported{Limits::min(), Limits::max()}));
+  });
+}
+
 TEST(SliderMenuItemViewDeathTest, StopsAtNumbersBeyondAllSteps) {
   EXPECT_EXIT(
       runStrictly([] { SliderMenuItemView::make({"Left", 0, std::numeric_limits<int>::max()}, "sun.max.fill", {}); }),
