@@ -1,4 +1,4 @@
-// Broken assumptions stop the program: a call off the main thread, a bundle without an identifier.
+// Broken assumptions stop the program.
 #include <dispatch/dispatch.h>
 #include <gtest/gtest.h>
 
@@ -14,6 +14,7 @@
 #include "base/Alerts.h"
 #include "base/Log.h"
 #include "brightness/BrightnessController.h"
+#include "brightness/DDCChannel.h"
 #include "desk/Desk.h"
 #include "tests/support/Lines.h"
 #include "tests/support/Program.h"
@@ -108,4 +109,9 @@ TEST(BrokenAssumptionsDeathTest, BundleWithoutAnIdentifierStopsTheProgram) {
   simulator::Program program = programOf([] { makeLogger("Any"); });
   program.identifier.clear();
   EXPECT_EXIT(Seat(program, 1).play(launch + settle), testing::ExitedWithCode(1), "The main bundle has no identifier");
+}
+
+TEST(BrokenAssumptionsDeathTest, PayloadWhoseLengthFitsNoByteStopsTheProgram) {
+  EXPECT_EXIT(runStrictly([] { static_cast<void>(DDCChannel::packet(0x03, std::vector<std::uint8_t>(255), 0x3F)); }),
+              testing::ExitedWithCode(1), "A DDC/CI payload must not exceed 254 bytes");
 }

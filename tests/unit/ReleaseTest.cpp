@@ -1,6 +1,7 @@
 // The decoding of feed documents.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <ctime>
 #include <iterator>
 #include <nlohmann/json.hpp>
@@ -34,6 +35,16 @@ std::string feedWith(const std::string& key, const std::string& value) {
   changed[key] = "@";
   std::string text = json::array({changed}).dump();
   return text.replace(text.find("\"@\""), 3, value);
+}
+
+// What is said of a document that is refused.
+std::string errorOf(std::string_view document) {
+  try {
+    static_cast<void>(decodeNewestRelease(document));
+  } catch (const json::exception& error) {
+    return error.what();
+  }
+  return "none";
 }
 
 TEST(ReleaseTest, TheFirstReleaseIsTaken) {
@@ -349,6 +360,28 @@ TEST(ReleaseTest, AnErrorQuotesLittleOfWhatWasRead) {
       const std::regex beginning(
           R"(\[json\.exception\.parse_error\.101\] parse error at (byte \d+|line \d+, column \d+): syntax error while .*)");
       EXPECT_TRUE(std::regex_match(text.substr(0, 150), beginning)) << text;
+    }
+  }
+}
+
+TEST(ReleaseTest, AnErrorQuotesUpTo200BytesWhole) {
+  std::size_t longest = 0;
+  for (std::size_t length = 150; length < 250; ++length) {
+    const std::string text = errorOf("[\"" + std::string(length, 'n'));
+    const std::string before = "last read: '";
+    if (text.ends_with("'")) longest = std::max(longest, text.size() - 1 - text.find(before) - before.size());
+  }
+  EXPECT_EQ(longest, 200U);
+}
+
+TEST(ReleaseTest, ANumberMayEndTheDocument) {
+  for (std::size_t count = 1; count <= 50; ++count) {
+    for (const std::string& end : {std::string(), std::string(".5")}) {
+      const std::string document = std::string(count, '9') + end;
+      // Nothing behind it is looked at.
+      const std::vector<char> cut(document.begin(), document.end());
+      EXPECT_EQ(errorOf({cut.data(), cut.size()}), "[json.exception.type_error.302] type must be array, but is number")
+          << document;
     }
   }
 }
