@@ -543,10 +543,15 @@ TEST(Volume, WatchesTheDeviceOnlyWhileTheRouterRuns) {
 }
 
 TEST(Volume, AStartThatFailsLeavesNoListener) {
-  const Played played = playScenario(playing + fail("AudioDeviceStart", -50) + down + settle + snapshot("failed"));
-  EXPECT_EQ(watched(played, "AudioObjectAddPropertyListenerBlock").size(), 8U);
-  EXPECT_EQ(unwatchedBeforeSnapshot(played), 6U);
-  expectNothingLeft(played);
+  // The first of them before the aggregate device is there, which has a listener of its own.
+  const std::pair<const char*, std::size_t> failures[] = {{"AudioHardwareCreateProcessTap", 5},
+                                                          {"AudioDeviceStart", 6}};
+  for (const auto& [call, listeners] : failures) {
+    const Played played = playScenario(playing + fail(call, -50) + down + settle + snapshot("failed"));
+    EXPECT_EQ(watched(played, "AudioObjectAddPropertyListenerBlock").size(), 2 + listeners) << call;
+    EXPECT_EQ(unwatchedBeforeSnapshot(played), listeners) << call;
+    expectNothingLeft(played);
+  }
 }
 
 TEST(Volume, ADeviceThatVanishesWhileTheRouterRuns) {
@@ -884,6 +889,17 @@ TEST(Volume, AListenerThatIsRefusedIsLoggedAndDoneWithout) {
   expectSpeaker(played, "15", 0.5F * gain(15), false);
   for (const std::string& property : watched(played, "AudioObjectRemovePropertyListenerBlock")) {
     EXPECT_NE(property, "dOut glob");
+  }
+  expectNothingLeft(played);
+}
+
+TEST(Volume, RestartsThatCannotBeWatchedAreLoggedAndDoneWithout) {
+  const Played played =
+      playScenario(fail("AudioObjectAddPropertyListenerBlock", -4, 2) + playing + down + settle + snapshot("15"));
+  EXPECT_TRUE(logged(played, "error VolumeController: Could not watch the audio service (OSStatus -4)"));
+  expectRouted(played, "15", 0.5F * gain(15));
+  for (const std::string& property : watched(played, "AudioObjectRemovePropertyListenerBlock")) {
+    EXPECT_NE(property, "srst glob");
   }
   expectNothingLeft(played);
 }

@@ -18,7 +18,7 @@ namespace {
 using Samples = std::vector<float>;
 
 // What a buffer holds before render has been there.
-constexpr float untouched = 99;
+constexpr float untouched = 99.9F;  // none of its bytes is 0
 
 // A buffer list with samples of its own; null samples stand for a stream that is switched off.
 class Buffers {
