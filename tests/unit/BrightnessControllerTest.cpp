@@ -1,12 +1,14 @@
 // The controller without the rest of the program: the sliders' side of it.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <memory>
 #include <tuple>
 
 #include "brightness/BrightnessController.h"
 #include "simulator/displays/Displays.h"
+#include "simulator/foundation/Dispatch.h"
 #include "simulator/foundation/NotificationCenters.h"
 #include "simulator/foundation/RunLoop.h"
 #include "simulator/kernel/Call.h"
@@ -203,4 +205,25 @@ TEST(BrightnessController, IsNotKeptByWhatItWaitsFor) {
     run(200ms);
   });
   EXPECT_TRUE(played.of("leak").empty());
+}
+
+// The system tells of changed screens a while after they have changed.
+TEST(BrightnessController, LeavesABuiltInDisplayToTheSystemBeforeItIsTold) {
+  withController(desk, [](BrightnessController& controller) {
+    run(500ms);
+    EXPECT_TRUE(controller.handle(MediaKey::brightnessUp, true));
+    auto& displays = simulator::Call::unguarded().part<simulator::Displays>();
+    simulator::Display display = *displays.find(2);
+    display.builtin = true;
+    displays.disconnect(2);
+    displays.connect(display);
+    EXPECT_FALSE(controller.handle(MediaKey::brightnessUp, true));
+  });
+}
+
+TEST(BrightnessController, HasAQueueForEachMonitorThatItCanReach) {
+  withController(desk, [](BrightnessController&) {
+    const auto queues = simulator::liveObjectsOf<dispatch_queue_s>();
+    EXPECT_EQ(std::ranges::count(queues, "DDCChannel", &dispatch_queue_s::label), 2);
+  });
 }
