@@ -42,6 +42,8 @@ constexpr const char* shell = "/bin/sh";
 
 // What posix_spawn's attributes and file actions are made of.
 struct SpawnAttributes : Object {
+  // POSIX leaves open which mask they begin with.
+  SpawnAttributes() { sigfillset(&settings.mask); }
   std::string_view kind() const override { return "posix_spawnattr_t"; }
   SpawnSettings settings;
 };
@@ -90,8 +92,10 @@ std::string listOf(const Trace& trace, const std::vector<std::string>& texts) {
 
 ChildProcesses::ChildProcesses(Machine& machine, SystemRoot& root, Open open)
     : machine_(machine), root_(root), open_(std::move(open)) {
-  machine.faults.declare({"posix_spawn", "posix_spawnattr_init", "posix_spawn_file_actions_init", "waitpid", "hdiutil",
-                          "hdiutil attach", "hdiutil detach", "ditto"});
+  machine.faults.declare({"posix_spawn", "posix_spawnattr_init", "posix_spawnattr_setflags",
+                          "posix_spawnattr_setsigdefault", "posix_spawnattr_setsigmask",
+                          "posix_spawn_file_actions_init", "posix_spawn_file_actions_addinherit_np", "waitpid",
+                          "hdiutil", "hdiutil attach", "hdiutil detach", "ditto"});
   declareFileFaults(machine.faults);
 }
 
@@ -288,6 +292,8 @@ int posix_spawnattr_destroy(posix_spawnattr_t* attributes) {
 }
 
 int posix_spawnattr_setflags(posix_spawnattr_t* attributes, short flags) {
+  const Call call("posix_spawnattr_setflags");
+  if (const auto told = call.fault()) return *told;
   constexpr int known =
       POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_CLOEXEC_DEFAULT;
   if ((flags & ~known) != 0) simulator::fatal("posix_spawnattr_setflags: other flags are not simulated");
@@ -296,11 +302,15 @@ int posix_spawnattr_setflags(posix_spawnattr_t* attributes, short flags) {
 }
 
 int posix_spawnattr_setsigdefault(posix_spawnattr_t* attributes, const sigset_t* signals) {
+  const Call call("posix_spawnattr_setsigdefault");
+  if (const auto told = call.fault()) return *told;
   live<SpawnAttributes>(*attributes, "posix_spawnattr_setsigdefault").settings.defaults = *signals;
   return 0;
 }
 
 int posix_spawnattr_setsigmask(posix_spawnattr_t* attributes, const sigset_t* signals) {
+  const Call call("posix_spawnattr_setsigmask");
+  if (const auto told = call.fault()) return *told;
   live<SpawnAttributes>(*attributes, "posix_spawnattr_setsigmask").settings.mask = *signals;
   return 0;
 }
@@ -320,6 +330,8 @@ int posix_spawn_file_actions_destroy(posix_spawn_file_actions_t* actions) {
 
 int posix_spawn_file_actions_addinherit_np(posix_spawn_file_actions_t* actions, int file) {
   constexpr const char* name = "posix_spawn_file_actions_addinherit_np";
+  const Call call(name);
+  if (const auto told = call.fault()) return *told;
   live<SpawnFileActions>(*actions, name).inherited.push_back(file);
   return 0;
 }
