@@ -375,7 +375,7 @@ TEST(ReleaseTest, AnErrorQuotesUpTo200BytesWhole) {
 }
 
 TEST(ReleaseTest, ANumberMayEndTheDocument) {
-  for (std::size_t count = 1; count <= 50; ++count) {
+  for (const std::size_t count : {1U, 19U, 20U, 21U, 22U, 23U, 30U, 400U}) {
     for (const std::string& end : {std::string(), std::string(".5")}) {
       const std::string document = std::string(count, '9') + end;
       // Nothing behind it is looked at.
