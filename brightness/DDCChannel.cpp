@@ -162,11 +162,10 @@ std::optional<DDCChannel::Write> DDCChannel::nextWrite() {
   return *pendingWrites_.begin();
 }
 
-// A newer value that arrived meanwhile stays, for the next pass. Nothing else takes values out.
+// A newer value that arrived meanwhile stays, for the next pass. Only here does an entry go.
 void DDCChannel::finish(const Write& write) {
   const UnfairLock locked(lock_);
-  const auto entry = pendingWrites_.find(write.first);
-  if (entry->second == write.second) pendingWrites_.erase(entry);
+  if (pendingWrites_.at(write.first) == write.second) pendingWrites_.erase(write.first);
 }
 
 bool DDCChannel::send(const Write& write) const {
@@ -197,7 +196,7 @@ std::optional<DisplayIdentity> DDCChannel::IdentityFinder::visit(std::string_vie
     if (product) pending_ = DisplayIdentity::fromProductAttributes(product.get());
     return std::nullopt;
   }
-  if (entryName != serviceName || !pending_) return std::nullopt;
+  if (entryName != serviceName) return std::nullopt;
   const auto location = property(CFSTR("Location"));
   if (!location || !CFEqual(location.get(), CFSTR("External"))) return std::nullopt;
   return pending_;

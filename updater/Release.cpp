@@ -57,7 +57,7 @@ class ReaderInput {
       hasPoint_ = true;
     } else if (c == 'e' || c == 'E') {
       inExponent_ = true;
-    } else if (!inExponent_ || (c != '+' && c != '-')) {
+    } else if (c != '+' && c != '-') {
       inText_ = c == '"';
       digits_ = 0;
       hasPoint_ = hasOwnPoint_ = inExponent_ = false;

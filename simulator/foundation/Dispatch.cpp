@@ -192,7 +192,10 @@ extern "C" {
 
 dispatch_queue_main_t dispatch_get_main_queue(void) { return &simulator::mainQueue(); }
 
-dispatch_queue_global_t dispatch_get_global_queue(intptr_t, uintptr_t) { return &simulator::globalQueue(); }
+dispatch_queue_global_t dispatch_get_global_queue(intptr_t, uintptr_t flags) {
+  // The header keeps the flags for later: any but 0 may answer null.
+  return flags == 0 ? &simulator::globalQueue() : nullptr;
+}
 
 dispatch_queue_t dispatch_queue_create(const char* label, dispatch_queue_attr_t) {
   const simulator::Call call("dispatch_queue_create");
