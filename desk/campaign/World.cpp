@@ -92,8 +92,8 @@ constexpr Duration trustPoll = 2100ms;
 // Until the program has launched, it sees nothing.
 constexpr Duration launchTime = 1s;
 
-// A thread of a busy Mac is held back for so many seconds at most.
-constexpr double heldBack = 0.005;
+// A thread of a busy Mac is held back for so many seconds at most: 5 ms, before a cycle and in the middle of it.
+constexpr double heldBack = 0.010;
 
 // A callback is through with an event in that time, on rough hardware too.
 constexpr Duration callTime = 100ms;

@@ -185,12 +185,11 @@ void Applications::makeBundle(const fs::path& folder, const BundleContent& conte
                {"LSMinimumSystemVersion", "15.0"},
                {"LSUIElement", true}};
   if (content.identifier) {
-    info["CFBundleIdentifier"] = content.identifier->empty() ? program.identifier : *content.identifier;
+    const std::string& identifier = content.identifier->empty() ? program.identifier : *content.identifier;
+    if (!identifier.empty()) info["CFBundleIdentifier"] = identifier;
   }
   const std::string version = content.version.is_string() ? content.version.get<std::string>() : content.version.dump();
   if (!content.version.is_null()) info["CFBundleShortVersionString"] = content.version;
-  const std::string& identifier = content.identifier.empty() ? program.identifier : content.identifier;
-  if (!identifier.empty()) info["CFBundleIdentifier"] = identifier;
   writeFile(contents / "Info.plist", writePropertyList(info));
   writeFile(contents / "PkgInfo", "APPL????");
   // What stands for the program's machine code and its resources.
