@@ -182,6 +182,22 @@ TEST(Render, SilencesOutputsAfterTheFirst) {
   EXPECT_EQ(output[0], (Samples{1, 2, 3, 4}));
   EXPECT_EQ(output[1], filled(4, 0));
   EXPECT_EQ(output[2], filled(2, 0));
+  Buffers two({{2, filled(4, untouched)}, {2, filled(4, untouched)}});
+  render(state, *input, *two);
+  EXPECT_EQ(two[1], filled(4, 0));
+}
+
+TEST(Render, RampsHoweverManyChannelsThereAre) {
+  for (UInt32 channels = 1; channels <= 20; ++channels) {
+    RenderState state(1, 0);
+    state.targetGain = 0.25F;
+    Samples in(7 * channels);
+    for (std::size_t i = 0; i < in.size(); ++i) in[i] = static_cast<float>(i) * 0.1F;
+    Buffers input = one(channels, in);
+    Buffers output = one(channels, filled(in.size(), untouched));
+    render(state, *input, *output);
+    EXPECT_TRUE(sameBits(output[0], expected(in, channels, 1, 0.25F))) << channels;
+  }
 }
 
 TEST(Render, SilencesTheTailBehindAShorterTap) {
