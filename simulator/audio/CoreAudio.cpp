@@ -106,6 +106,7 @@ OSStatus AudioObjectGetPropertyDataSize(AudioObjectID inObjectID, const AudioObj
                                         UInt32 inQualifierDataSize, const void* inQualifierData, UInt32* outDataSize) {
   const Call call("AudioObjectGetPropertyDataSize");
   require(inAddress && outDataSize, "AudioObjectGetPropertyDataSize", "no address or nowhere to write");
+  require(inQualifierData || inQualifierDataSize == 0, "AudioObjectGetPropertyDataSize", "no qualifier of that size");
   return answer(call, [&](Audio& audio) {
     *outDataSize =
         audio.property(inObjectID, *inAddress, simulator::bytes(inQualifierData, inQualifierDataSize)).size();
@@ -117,6 +118,7 @@ OSStatus AudioObjectGetPropertyData(AudioObjectID inObjectID, const AudioObjectP
                                     void* outData) {
   const Call call("AudioObjectGetPropertyData");
   require(inAddress && ioDataSize && outData, "AudioObjectGetPropertyData", "no address or nowhere to write");
+  require(inQualifierData || inQualifierDataSize == 0, "AudioObjectGetPropertyData", "no qualifier of that size");
   return answer(call, [&](Audio& audio) {
     const auto value = audio.property(inObjectID, *inAddress, simulator::bytes(inQualifierData, inQualifierDataSize));
     if (*ioDataSize < value.size()) throw AudioError{kAudioHardwareBadPropertySizeError};
