@@ -286,7 +286,8 @@ TEST_P(ReleaseNumbersTest, AreHeldAgainstTheGrammarWhateverTheirSize) {
     ASSERT_EQ(isTaken, isDocument) << extreme;
   }
   EXPECT_GT(accepted, 300);
-  for (const char* const after : {".", "..7", ".e7", "e", "e.7", "e-.7", "e-", "-", "+7", ".7.7", "e7.7", "e7e7"}) {
+  for (const char* const after :
+       {".", "..7", ".e7", "e", "e.7", "e-.7", "e-", "-", "+7", ".7.7", "e7.7", "e7e7", "-7", " 7"}) {
     EXPECT_THROW(decodeNewestRelease(feedWith("notes", "\"n\",\"extra\":" + tooMany + after)), json::parse_error)
         << after;
   }
