@@ -1,5 +1,6 @@
 // Installing an update: that it ends in the new version, or, whatever goes wrong, in the old one.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -165,7 +166,8 @@ TEST(Installer, ANameWithShellCharactersIsOnlyAName) {
 }
 
 TEST(Installer, TheHostsTemporaryDirectoryMayHaveAnyName) {
-  const fs::path folder = fs::path(testing::TempDir()) / R"(a b'c"$d)";
+  // One of its own: this test may run in several processes at a time.
+  const fs::path folder = fs::path(testing::TempDir()) / (R"(a b'c"$d)" + std::to_string(getpid()));
   fs::create_directories(folder / "inner");
   const char* const before = std::getenv("TMPDIR");
   const std::string restored = before ? before : "";
