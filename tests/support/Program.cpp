@@ -6,6 +6,9 @@
 
 #include "desk/Desk.h"
 #include "platform/Application.h"
+#include "platform/CF.h"
+#include "simulator/foundation/RunLoop.h"
+#include "simulator/kernel/Call.h"
 #include "tests/support/Lines.h"
 #include "tests/support/Seat.h"
 
@@ -18,6 +21,22 @@ Played runAsProgram(const std::string& scenario, const std::function<void()>& bo
       playScenario(scenario + lines::launch + lines::settle, seed, simulator::Clock::deterministic, preparation);
   EXPECT_EQ(played.of("exit").size(), 1U) << "the program did not come to its end";
   return played;
+}
+
+void runProgram(const std::function<void()>& body) {
+  const Played played = runAsProgram("", body);
+  EXPECT_EQ(played.status, 0) << played.bytes;
+}
+
+void runLoopFor(std::chrono::milliseconds time) {
+  __block bool isOver = false;
+  const auto timer = CF::adopt(CFRunLoopTimerCreateWithHandler(
+      kCFAllocatorDefault, CFAbsoluteTimeGetCurrent() + std::chrono::duration<double>(time).count(), 0, 0, 0,
+      ^(CFRunLoopTimerRef) {
+        isOver = true;
+      }));
+  CFRunLoopAddTimer(CFRunLoopGetMain(), timer.get(), kCFRunLoopCommonModes);
+  while (!isOver) simulator::Call::unguarded().part<simulator::RunLoop>().runOnce(simulator::defaultMode);
 }
 
 simulator::Program programOf(std::function<void()> body) {

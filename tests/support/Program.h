@@ -1,6 +1,7 @@
 // Runs a test's own code as the program on the simulated Mac.
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <string>
 
@@ -9,6 +10,12 @@
 
 // Sets the machine up by the lines of `scenario`, runs `body` on the program's main thread, and ends the program.
 Played runAsProgram(const std::string& scenario, const std::function<void()>& body, std::uint64_t seed = 1);
+
+// The same on a machine without anything, to a good end.
+void runProgram(const std::function<void()>& body);
+
+// In such a program: lets the main thread do its work for that long.
+void runLoopFor(std::chrono::milliseconds time);
 
 // A program that does `body` and ends.
 simulator::Program programOf(std::function<void()> body);

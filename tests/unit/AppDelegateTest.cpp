@@ -23,16 +23,6 @@ Part& part() {
   return simulator::Call::unguarded().part<Part>();
 }
 
-// Lets the main thread do its work for that long.
-void run(std::chrono::seconds time) {
-  const CFAbsoluteTime end = CFAbsoluteTimeGetCurrent() + std::chrono::duration<double>(time).count();
-  const auto timer = CF::adopt(CFRunLoopTimerCreateWithHandler(kCFAllocatorDefault, end, 0, 0, 0,
-                                                               ^(CFRunLoopTimerRef){
-                                                               }));
-  CFRunLoopAddTimer(CFRunLoopGetMain(), timer.get(), kCFRunLoopCommonModes);
-  while (CFAbsoluteTimeGetCurrent() < end) part<simulator::RunLoop>().runOnce(simulator::defaultMode);
-}
-
 }  // namespace
 
 // As when the user logs out in that moment.
@@ -50,11 +40,11 @@ TEST(AppDelegate, IsNotKeptByWhatItWaitsFor) {
   const auto program = [] {
     auto delegate = std::make_shared<AppDelegate>();
     delegate->applicationDidFinishLaunching();
-    run(1s);
+    runLoopFor(1s);
     const std::weak_ptr<AppDelegate> weak = delegate;
     delegate.reset();
     EXPECT_TRUE(weak.expired());
-    run(20s);
+    runLoopFor(20s);
     return 0;
   };
   // Nobody asks for keys any more, and nobody looks for monitors or updates.
@@ -71,7 +61,7 @@ TEST(AppDelegate, IsNotKeptByATapThatWasSwitchedOff) {
   const Played played = runAsProgram(twoDisplays, [] {
     auto delegate = std::make_shared<AppDelegate>();
     delegate->applicationDidFinishLaunching();
-    run(1s);
+    runLoopFor(1s);
     auto& events = part<simulator::EventStream>();
     events.permissionLost();
     events.disableTaps(kCGEventTapDisabledByTimeout);
@@ -80,7 +70,7 @@ TEST(AppDelegate, IsNotKeptByATapThatWasSwitchedOff) {
     delegate->applicationWillTerminate();
     delegate.reset();
     EXPECT_TRUE(weak.expired());
-    run(1s);
+    runLoopFor(1s);
   });
   EXPECT_EQ(played.calls("CGEventTapEnable").size(), 1U);
   EXPECT_EQ(played.calls("CGEventTapCreate").size(), 1U);

@@ -57,28 +57,16 @@ Played withController(const std::string& scenario, const std::function<void(Brig
   return played;
 }
 
-// Lets the main thread do its work for that long.
-void run(std::chrono::milliseconds time) {
-  __block bool isOver = false;
-  const auto timer = CF::adopt(CFRunLoopTimerCreateWithHandler(
-      kCFAllocatorDefault, CFAbsoluteTimeGetCurrent() + std::chrono::duration<double>(time).count(), 0, 0, 0,
-      ^(CFRunLoopTimerRef) {
-        isOver = true;
-      }));
-  CFRunLoopAddTimer(CFRunLoopGetMain(), timer.get(), kCFRunLoopCommonModes);
-  while (!isOver) simulator::Call::unguarded().part<simulator::RunLoop>().runOnce(simulator::defaultMode);
-}
-
 }  // namespace
 
 TEST(BrightnessController, HasASliderForEachMonitorThatWasRead) {
   withController(desk + screen(4, "Mute", 200, nullptr) + fault(3, "no-answer", 5),
                  [](BrightnessController& controller) {
                    EXPECT_EQ(sliders(controller), Sliders{});
-                   run(500ms);
+                   runLoopFor(500ms);
                    EXPECT_EQ(sliders(controller), (Sliders{{2, "Left", 8, 16}}));
                    controller.readUnreadDisplays();
-                   run(100ms);
+                   runLoopFor(100ms);
                    // In the order of the screens: that with the menu bar first.
                    EXPECT_EQ(sliders(controller), (Sliders{{2, "Left", 8, 16}, {3, "Right", 4, 16}}));
                    controller.handle(MediaKey::brightnessUp, true);
@@ -91,16 +79,16 @@ TEST(BrightnessController, ASliderSetsItsMonitorWithinTheScaleAndWithoutAPopUp) 
     const auto controller = std::make_shared<BrightnessController>(std::make_shared<NativeOSD>());
     controller->start();
     controller->setSteps(1, 2);  // not read yet
-    run(100ms);
+    runLoopFor(100ms);
     controller->setSteps(12, 3);
     EXPECT_EQ(sliders(*controller), (Sliders{{2, "Left", 8, 16}, {3, "Right", 12, 16}}));
-    run(100ms);
+    runLoopFor(100ms);
     controller->setSteps(-1, 3);
-    run(100ms);
+    runLoopFor(100ms);
     controller->setSteps(17, 3);
     EXPECT_EQ(sliders(*controller), (Sliders{{2, "Left", 8, 16}, {3, "Right", 16, 16}}));
     controller->setSteps(5, 4);  // there is no such display
-    run(100ms);
+    runLoopFor(100ms);
     controller->stop();
   });
   EXPECT_EQ(played.lights(3), (std::vector<int>{75, 0, 100}));
@@ -110,7 +98,7 @@ TEST(BrightnessController, ASliderSetsItsMonitorWithinTheScaleAndWithoutAPopUp) 
 
 TEST(BrightnessController, ForgetsEverythingWhenItStopsAndFinishesWhatItWasGiven) {
   const Played played = withController(desk, [](BrightnessController& controller) {
-    run(100ms);
+    runLoopFor(100ms);
     controller.setSteps(12, 2);
     controller.stop();
     EXPECT_EQ(sliders(controller), Sliders{});
@@ -122,7 +110,7 @@ TEST(BrightnessController, ForgetsEverythingWhenItStopsAndFinishesWhatItWasGiven
     auto& displays = simulator::Call::unguarded().part<simulator::Displays>();
     displays.disconnect(3);
     displays.screensChanged();
-    run(500ms);
+    runLoopFor(500ms);
     EXPECT_EQ(sliders(controller), Sliders{});
   });
   EXPECT_EQ(played.lights(2), (std::vector<int>{75}));
@@ -131,14 +119,14 @@ TEST(BrightnessController, ForgetsEverythingWhenItStopsAndFinishesWhatItWasGiven
 
 TEST(BrightnessController, NotificationsThatComeTooLateDoNothing) {
   const Played played = withController(desk, [](BrightnessController& controller) {
-    run(100ms);
+    runLoopFor(100ms);
     const auto& machine = simulator::Call::unguarded();
     machine.part<simulator::Displays>().disconnect(3);
     machine.part<simulator::Displays>().screensChanged();
     machine.part<simulator::NotificationCenters>().post(simulator::NotificationCenters::workspaceCenter,
                                                         NS::WorkspaceDidWakeNotification());
     controller.stop();
-    run(500ms);
+    runLoopFor(500ms);
     EXPECT_EQ(sliders(controller), Sliders{});
   });
   EXPECT_EQ(played.calls("IOAVServiceCreateWithService").size(), 2U);
@@ -147,7 +135,7 @@ TEST(BrightnessController, NotificationsThatComeTooLateDoNothing) {
 TEST(BrightnessController, LetsReadsRunOutWhenItStops) {
   const Played played = withController(desk + fault(2, "no-answer", 2), [](BrightnessController& controller) {
     controller.stop();
-    run(500ms);
+    runLoopFor(500ms);
     EXPECT_EQ(sliders(controller), Sliders{});
   });
   EXPECT_EQ(played.calls("IOAVServiceReadI2C").size(), 3U + 1U);
@@ -156,22 +144,22 @@ TEST(BrightnessController, LetsReadsRunOutWhenItStops) {
 
 TEST(BrightnessController, CanBeStartedAgain) {
   withController(desk, [](BrightnessController& controller) {
-    run(100ms);
+    runLoopFor(100ms);
     controller.stop();
     controller.start();
-    run(100ms);
+    runLoopFor(100ms);
     EXPECT_EQ(sliders(controller), (Sliders{{2, "Left", 8, 16}, {3, "Right", 4, 16}}));
   });
 }
 
 TEST(BrightnessController, LeavesVolumeKeysAlone) {
   const Played played = withController(desk + fault(2, "no-answer", 5), [](BrightnessController& controller) {
-    run(500ms);
+    runLoopFor(500ms);
     for (const MediaKey key : {MediaKey::volumeUp, MediaKey::volumeDown, MediaKey::mute}) {
       EXPECT_FALSE(controller.handle(key, true));
       EXPECT_FALSE(controller.handle(key, false));
     }
-    run(500ms);
+    runLoopFor(500ms);
   });
   // The monitor under the pointer did not answer, but that is no business of theirs.
   EXPECT_EQ(played.calls("IOAVServiceReadI2C").size(), 5U + 1U);
@@ -181,14 +169,14 @@ TEST(BrightnessController, IsNotKeptByWhatItWatches) {
   const Played played = runAsProgram(desk, [] {
     auto controller = std::make_shared<BrightnessController>(nullptr);
     controller->start();
-    run(100ms);
+    runLoopFor(100ms);
     const std::weak_ptr<BrightnessController> weak = controller;
     controller.reset();
     EXPECT_TRUE(weak.expired());
     auto& displays = simulator::Call::unguarded().part<simulator::Displays>();
     displays.disconnect(3);
     displays.screensChanged();
-    run(100ms);
+    runLoopFor(100ms);
   });
   EXPECT_EQ(played.calls("IOAVServiceCreateWithService").size(), 2U);
 }
@@ -198,11 +186,11 @@ TEST(BrightnessController, IsNotKeptByWhatItWaitsFor) {
     auto controller = std::make_shared<BrightnessController>(nullptr);
     controller->start();
     const std::weak_ptr<BrightnessController> weak = controller;
-    run(5ms);
+    runLoopFor(5ms);
     controller->stop();
     controller.reset();
     EXPECT_TRUE(weak.expired());
-    run(200ms);
+    runLoopFor(200ms);
   });
   EXPECT_TRUE(played.of("leak").empty());
 }
@@ -210,7 +198,7 @@ TEST(BrightnessController, IsNotKeptByWhatItWaitsFor) {
 // The system tells of changed screens a while after they have changed.
 TEST(BrightnessController, LeavesABuiltInDisplayToTheSystemBeforeItIsTold) {
   withController(desk, [](BrightnessController& controller) {
-    run(500ms);
+    runLoopFor(500ms);
     EXPECT_TRUE(controller.handle(MediaKey::brightnessUp, true));
     auto& displays = simulator::Call::unguarded().part<simulator::Displays>();
     simulator::Display display = *displays.find(2);

@@ -12,9 +12,7 @@
 #include "app/AppDelegate.h"
 #include "app/SliderMenuItemView.h"
 #include "base/Alerts.h"
-#include "base/Log.h"
 #include "brightness/BrightnessController.h"
-#include "brightness/DDCChannel.h"
 #include "desk/Desk.h"
 #include "tests/support/Lines.h"
 #include "tests/support/Program.h"
@@ -103,15 +101,4 @@ TEST(BrokenAssumptionsDeathTest, CallsOffTheMainThreadStopTheProgram) {
     const std::string scenario = missingSymbol("IOAVServiceCreateWithService") + launch + settle;
     EXPECT_EXIT(Seat(programOf(body), 1).play(scenario), testing::ExitedWithCode(1), "dispatch_assert_queue") << name;
   }
-}
-
-TEST(BrokenAssumptionsDeathTest, BundleWithoutAnIdentifierStopsTheProgram) {
-  simulator::Program program = programOf([] { makeLogger("Any"); });
-  program.identifier.clear();
-  EXPECT_EXIT(Seat(program, 1).play(launch + settle), testing::ExitedWithCode(1), "The main bundle has no identifier");
-}
-
-TEST(BrokenAssumptionsDeathTest, PayloadWhoseLengthFitsNoByteStopsTheProgram) {
-  EXPECT_EXIT(runStrictly([] { static_cast<void>(DDCChannel::packet(0x03, std::vector<std::uint8_t>(255), 0x3F)); }),
-              testing::ExitedWithCode(1), "A DDC/CI payload must not exceed 254 bytes");
 }

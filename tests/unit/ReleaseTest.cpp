@@ -223,14 +223,6 @@ TEST(ReleaseTest, WhatStandsBesideSuchNumbersIsReadAsItIs) {
 }
 
 TEST(ReleaseTest, ADocumentMayEndAnywhere) {
-  const auto errorOf = [](std::string_view document) -> std::string {
-    try {
-      static_cast<void>(decodeNewestRelease(document));
-    } catch (const json::exception& error) {
-      return error.what();
-    }
-    return "none";
-  };
   // Nothing behind its end is looked at, however the number there could go on.
   for (std::size_t count = 1; count <= 50; ++count) {
     const std::string digits = "[{\"a\":" + std::string(count, '9');

@@ -22,11 +22,6 @@ using Reported = std::vector<int>;
 ViewObject& viewOf(const SliderMenuItemView& row) { return simulator::live<ViewObject>(row.get(), "the test"); }
 SliderObject& sliderOf(const SliderMenuItemView& row) { return *firstViewOf<SliderObject>(viewOf(row)); }
 
-void runProgram(const std::function<void()>& body) {
-  const Played played = runAsProgram("", body);
-  EXPECT_EQ(played.status, 0) << played.bytes;
-}
-
 // A row whose reports go to `reported`.
 std::shared_ptr<SliderMenuItemView> makeRow(int steps, Reported& reported, const std::string& title = "Left",
                                             const std::string& symbol = "sun.max.fill") {

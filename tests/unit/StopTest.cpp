@@ -24,11 +24,6 @@ Owned owned() {
   return all;
 }
 
-void runProgram(const std::function<void()>& body) {
-  const Played played = runAsProgram("", body);
-  EXPECT_EQ(played.status, 0) << played.bytes;
-}
-
 }  // namespace
 
 TEST(Stop, OfAKeyTap) {

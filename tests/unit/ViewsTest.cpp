@@ -26,11 +26,6 @@ void expectFatal(const std::function<void()>& body, const std::string& text) {
   EXPECT_EXIT(runStrictly(body), testing::ExitedWithCode(1), "\"text\":\"" + text);
 }
 
-void runProgram(const std::function<void()>& body) {
-  const Played played = runAsProgram("", body);
-  EXPECT_EQ(played.status, 0) << played.bytes;
-}
-
 NS::View emptyView() { return NS::View::initWithFrame({}); }
 
 }  // namespace
