@@ -142,10 +142,9 @@ Lines linesOf(const std::vector<const char*>& texts) {
 // What a call fails with: an errno, a tool's exit status, or any number.
 int statusOf(const std::string& call) {
   static const std::set<std::string> errnos = {
-      "rename", "remove",      "remove_all", "create_directories",   "directory_iterator",
-      "access", "posix_spawn", "waitpid",    "posix_spawnattr_init", "posix_spawn_file_actions_init",
-      "kqueue", "kevent",      "confstr"};
-  if (errnos.contains(call)) return EIO;
+      "rename", "remove", "remove_all", "create_directories", "directory_iterator", "access", "waitpid",
+      "kqueue", "kevent", "confstr"};
+  if (errnos.contains(call) || call.starts_with("posix_spawn")) return EIO;
   if (call.starts_with("hdiutil") || call == "ditto") return 1;
   return call.starts_with("NSURLSession") ? -1005 : -1;
 }

@@ -55,7 +55,7 @@ class FateOfKeys : public Invariant {
   void see(const World& world, const Record& record) override {
     const auto event = KeyEvent::of(record);
     // An event that cannot be converted is passed on as it is.
-    if (!event || world.failsSince({"NSEvent.eventWithCGEvent", "NSScreen.deviceDescription"}, record.time)) return;
+    if (!event || world.failsSince({"NSEvent.eventWithCGEvent"}, record.time)) return;
     const Expected expected = event->isVolume() ? world.controlsVolume() : world.takesBrightnessKeys();
     if (expected == Expected::unknown) return;
     const bool isTaken = record["swallowed"] == true;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <iterator>
+#include <numeric>
 #include <utility>
 
 namespace campaign {
@@ -142,57 +143,36 @@ void Life::pointSomewhere() {
 // ---- What happens ----
 
 void Life::episode() {
-  switch (upTo(30)) {
-    case 0:
-    case 1:
-    case 2:
-    case 3:
-    case 4:
-    case 5:
-      return pressBrightness();
-    case 6:
-    case 7:
-    case 8:
-    case 9:
-    case 10:
-      return pressVolume();
-    case 11:
-    case 12:
-    case 13:
-      return useMenu();
-    case 14:
-    case 15:
-      return plug();
-    case 16:
-      return wakeInStorms();
-    case 17:
-    case 18:
-      return changeOutput();
-    case 19:
-      return playSomething();
-    case 20:
-      return changePermission();
-    case 21:
-      return monitorMisbehaves();
-    case 22:
-      return callsFail();
-    case 23:
-      return oneIn(2) ? update() : publish();
-    case 24:
-      return oneIn(2) ? leaveAlertOpen() : toggleLogin();
-    case 25:
-      return relaunch();
-    case 26:
-      return oneIn(2) ? disturbKeys() : changeTemper();
-    case 27:
-      return interruptACall();
-    case 28:
-      return mirror();
-    case 29:
-      return oneIn(2) ? setClock() : sendRawEvents();
-    default:
-      return everythingAtOnce();
-  }
+  // How likely each is, and what happens in its place half of the time, if anything does.
+  struct Kind {
+    std::uint64_t weight;
+    Happening one;
+    Happening other = nullptr;
+  };
+  static constexpr Kind kinds[] = {{6, &Life::pressBrightness},
+                                   {5, &Life::pressVolume},
+                                   {3, &Life::useMenu},
+                                   {2, &Life::plug},
+                                   {1, &Life::wakeInStorms},
+                                   {2, &Life::changeOutput},
+                                   {1, &Life::playSomething},
+                                   {1, &Life::changePermission},
+                                   {1, &Life::monitorMisbehaves},
+                                   {1, &Life::callsFail},
+                                   {1, &Life::update, &Life::publish},
+                                   {1, &Life::leaveAlertOpen, &Life::toggleLogin},
+                                   {1, &Life::relaunch},
+                                   {1, &Life::disturbKeys, &Life::changeTemper},
+                                   {1, &Life::interruptACall},
+                                   {1, &Life::mirror},
+                                   {1, &Life::setClock, &Life::sendRawEvents},
+                                   {1, &Life::everythingAtOnce}};
+  constexpr auto all = std::accumulate(std::begin(kinds), std::end(kinds), std::uint64_t{0},
+                                       [](std::uint64_t sum, const Kind& kind) { return sum + kind.weight; });
+  std::uint64_t drawn = upTo(all - 1);
+  const Kind* kind = kinds;
+  for (; drawn >= kind->weight; ++kind) drawn -= kind->weight;
+  (this->*(kind->other && !oneIn(2) ? kind->other : kind->one))();
 }
 
 void Life::pressBrightness() {
@@ -549,7 +529,9 @@ void Life::sendRawEvents() {
       continue;
     }
     static constexpr std::uint64_t states[] = {0x0A, 0x0B, 0x00, 0xFF};
-    mayRace("event", {{"type", 14}, {"subtype", 8}, {"data1", (4 + upTo(24)) << 16 | oneOf(states) << 8 | upTo(1)}});
+    const std::uint64_t key = 4 + upTo(24);
+    const std::uint64_t state = oneOf(states);
+    mayRace("event", {{"type", 14}, {"subtype", 8}, {"data1", key << 16 | state << 8 | upTo(1)}});
   }
 }
 

@@ -29,19 +29,18 @@ Breach Breach::of(const std::string& text) {
 Run::Run(const simulator::Program& program, const simulator::Seed& seed, Invariants invariants,
          std::function<void(const Breach&)> broken)
     : invariants_(std::move(invariants)), broken_(std::move(broken)) {
-  mac_ = std::make_unique<simulator::Mac>(program,
-                                          simulator::Options{.clock = simulator::Clock::deterministic,
-                                                             .seed = seed,
-                                                             .trace = [this](std::string_view line) { take(line); },
-                                                             .fatal =
-                                                                 [this] {
-                                                                   tell({.name = keepsGoing,
-                                                                         .sentence = keepsGoingSentence,
-                                                                         .how = trace_.empty() ? "" : trace_.back(),
-                                                                         .lines = given_,
-                                                                         .trace = {}});
-                                                                   std::_Exit(1);
-                                                                 }});
+  const auto stops = [this] {
+    tell({.name = keepsGoing,
+          .sentence = keepsGoingSentence,
+          .how = trace_.empty() ? "" : trace_.back(),
+          .lines = given_,
+          .trace = {}});
+    std::_Exit(1);
+  };
+  const auto trace = [this](std::string_view line) { take(line); };
+  mac_ = std::make_unique<simulator::Mac>(
+      program,
+      simulator::Options{.clock = simulator::Clock::deterministic, .seed = seed, .trace = trace, .fatal = stops});
   world_ = std::make_unique<World>(*mac_);
   scenario_ = std::make_unique<simulator::Scenario>(*mac_);
   scenario_->forgive();

@@ -361,6 +361,8 @@ Expected World::takesBrightnessKeys() const {
   if (!isRunning_) return Expected::no;
   // The program may have looked at how it was.
   if (now() < pointerMovedAt_ + callTime || now() < displaysRefreshed_.until + controlTime) return Expected::unknown;
+  // A screen that does not say which display it is cannot be told from another.
+  if (failsSince({"NSScreen.deviceDescription"}, now())) return Expected::unknown;
   bool isOne = false;
   const Display* const display = underPointer(isOne);
   if (!isOne) return Expected::unknown;

@@ -381,13 +381,11 @@ std::string Screen::localizedName() const {
 CF::Ref<CFDictionaryRef> Screen::deviceDescription() const {
   const Call call("NSScreen.deviceDescription", Call::On::mainThread);
   const Display& display = displayOf(*this, "NSScreen.deviceDescription");
-  if (const auto told = call.fault()) {
-    return *told == 0
-               ? CF::adopt(static_cast<CFDictionaryRef>(simulator::createPropertyList({{"NSDeviceIsScreen", "YES"}})))
-               : CF::Ref<CFDictionaryRef>();
-  }
-  return CF::adopt(static_cast<CFDictionaryRef>(
-      simulator::createPropertyList({{"NSScreenNumber", display.id}, {"NSDeviceIsScreen", "YES"}})));
+  const auto told = call.fault();
+  if (told && *told != 0) return {};
+  nlohmann::json description = {{"NSDeviceIsScreen", "YES"}};
+  if (!told) description["NSScreenNumber"] = display.id;
+  return CF::adopt(static_cast<CFDictionaryRef>(simulator::createPropertyList(description)));
 }
 
 // As Foundation has it for coordinates that are not flipped: the top and left edges belong to the rectangle, the

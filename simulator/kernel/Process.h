@@ -17,7 +17,7 @@ class Machine;
 struct Program {
   std::function<int()> main;
   std::string name;            // the bundle's, without its ending
-  std::string identifier;      // CFBundleIdentifier; empty: the bundle has none
+  std::string identifier;      // CFBundleIdentifier
   std::string version;         // CFBundleShortVersionString
   std::string publisher = {};  // who signs it
   std::string feedURL = {};    // where its releases are published

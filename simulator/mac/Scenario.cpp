@@ -105,18 +105,17 @@ Scenario::Scenario(Mac& mac) : mac_(mac) {
   commands_.add("during", [this, &mac](Arguments& line) -> Action {
     const std::string call = line.text("call");
     if (!mac.faults.knows(call)) line.fail("there is no call \"" + call + "\" that can be interrupted");
-    const Line inner = commands_.parse(line.jsonObject("line").dump(), line.folder());
+    const std::string text = line.jsonObject("line").dump();
+    const Line inner = commands_.parse(text, line.folder());
     // Time does not pass in the middle of a call.
     if (letsTimePass(inner) || inner.name == "launch") line.fail("member \"line\" must not let anything run");
     if (inner.races) line.fail("member \"line\" happens in the middle of the call, not at another moment");
-    const auto happens = [this, &mac, call, action = inner.action, text = line.jsonObject("line").dump()] {
-      mac.trace.record("do").json("line", text);
+    const auto happens = [this, &mac, step = Step{"during " + call + ": ", text, inner}] {
       try {
-        action();
+        carryOut(step);
       } catch (const ScenarioError& error) {
-        if (forgives_) return;
         // The call is the program's, which has no part in this mistake.
-        mac.fatal("during " + call + ": " + error.what());
+        mac.fatal(error.what());
       }
     };
     const std::uint64_t nth = line.count("nth", 1);

@@ -185,8 +185,7 @@ void Applications::makeBundle(const fs::path& folder, const BundleContent& conte
                {"LSMinimumSystemVersion", "15.0"},
                {"LSUIElement", true}};
   if (content.identifier) {
-    const std::string& identifier = content.identifier->empty() ? program.identifier : *content.identifier;
-    if (!identifier.empty()) info["CFBundleIdentifier"] = identifier;
+    info["CFBundleIdentifier"] = content.identifier->empty() ? program.identifier : *content.identifier;
   }
   const std::string version = content.version.is_string() ? content.version.get<std::string>() : content.version.dump();
   if (!content.version.is_null()) info["CFBundleShortVersionString"] = content.version;
