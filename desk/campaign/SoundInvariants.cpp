@@ -44,12 +44,13 @@ class LoudnessIsStored : public Invariant {
 
   void look(const World& world) override {
     if (!world.isAtRest() || world.isUnsettled()) return;
-    // The ramp to a new level takes one cycle, and is heard in the next.
-    if (world.now() < changedAt_ + cycles) return;
     const Expected routed = isRouted(world);
     if (routed == Expected::unknown) return;
     const OutputDevice* const output = world.output();
     if (!output) return;
+    // The ramp to a new level takes one cycle, and is heard in the next; and there is the rest of the one before.
+    const int cycles = 3 + world.lateCycles(*output);
+    if (world.now() < changedAt_ + cycles * World::cycle(output->settings())) return;
     const double signal = output->settings().isAlive ? world.signal(output->number) : 0;
     const bool isRoutedNow = routed == Expected::yes;
     const double wanted = isRoutedNow ? signal * *world.storedGain(*output) : signal;
@@ -62,9 +63,6 @@ class LoudnessIsStored : public Invariant {
   }
 
  private:
-  // Two cycles of 512 frames at 44.1 kHz, and the rest of the one that was under way.
-  static constexpr Duration cycles = std::chrono::milliseconds(35);
-
   Time changedAt_{0};
 };
 

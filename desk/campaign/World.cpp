@@ -57,12 +57,18 @@ const std::set<std::string> updateCalls = {"rename",
                                            "confstr",
                                            "posix_spawn",
                                            "posix_spawnattr_init",
+                                           "posix_spawnattr_setflags",
+                                           "posix_spawnattr_setsigmask",
+                                           "posix_spawnattr_setsigdefault",
                                            "posix_spawn_file_actions_init",
+                                           "posix_spawn_file_actions_addinherit_np",
                                            "waitpid",
                                            "hdiutil",
                                            "hdiutil attach",
                                            "hdiutil detach",
                                            "ditto",
+                                           "CFBundleCopyBundleURL",
+                                           "CFURLCreateFromFileSystemRepresentation",
                                            "NSURLSession.dataTaskWithRequest",
                                            "NSURLSession.downloadTaskWithURL",
                                            "SecCodeCopySelf",
@@ -93,7 +99,7 @@ constexpr Duration trustPoll = 2100ms;
 constexpr Duration launchTime = 1s;
 
 // A thread of a busy Mac is held back for so many seconds at most: 5 ms, before a cycle and in the middle of it.
-constexpr double heldBack = 0.010;
+constexpr Duration heldBack = 10ms;
 
 // A callback is through with an event in that time, on rough hardware too.
 constexpr Duration callTime = 100ms;
@@ -382,6 +388,10 @@ bool World::canBeRouted(const OutputSettings& settings) {
          settings.layout == simulator::SampleLayout{} && settings.tapLayout == simulator::SampleLayout{};
 }
 
+Duration World::cycle(const OutputSettings& settings) {
+  return std::chrono::duration_cast<Duration>(std::chrono::duration<double>(settings.frames / settings.rate));
+}
+
 double World::signal(std::int64_t output) const { return mac.part<Audio>().signal(output); }
 
 bool World::isUnsettled() const {
@@ -389,8 +399,7 @@ bool World::isUnsettled() const {
 }
 
 int World::lateCycles(const OutputDevice& device) const {
-  const double cycle = device.settings().frames / device.settings().rate;
-  return isBusy_ ? static_cast<int>(std::ceil(heldBack / cycle)) : 0;
+  return isBusy_ ? static_cast<int>(heldBack / cycle(device.settings())) + 1 : 0;
 }
 
 Expected World::controlsVolume() const {

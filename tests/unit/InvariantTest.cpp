@@ -164,6 +164,22 @@ TEST(Invariant, LoudnessIsStored) {
             "output 11 plays 0.20599365234375 instead of 0.03125");
 }
 
+// A new level is heard when the cycle that was under way, the one with the ramp and the one before it are over.
+TEST(Invariant, LoudnessFollowsInCycles) {
+  OneInvariant slow("loudness-is-stored");
+  slow.play(output(11, {{"uid", "U"}, {"name", "Television"}, {"frames", 4096}, {"default", true}}) +
+            play("Music", 11, {{"tone", 0}, {"level", 0.25}}) + launch + settle + advance(20) +
+            key("volumeDown", {{"hold", 1.3}}) + settle);
+  EXPECT_EQ(slow.broken, std::nullopt);
+}
+
+TEST(Invariant, LoudnessFollowsAtOnceInShortCycles) {
+  EXPECT_EQ(saidOf(
+                "loudness-is-stored", desk + key("volumeDown") + advance(5),
+                [](Mac& mac) { mac.part<simulator::Preferences>().set("steps.U", 8); }, advance(0.033) + settle),
+            "output 11 plays 0.20599365234375 instead of 0.03125");
+}
+
 TEST(Invariant, NeverBothPaths) {
   EXPECT_EQ(saidOf("never-both-paths", desk, playing(0.5F), settle), "output 11 plays 0.5 of 0.25");
 }
