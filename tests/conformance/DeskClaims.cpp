@@ -11,9 +11,11 @@
 #include <objc/runtime.h>
 #include <os/log.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cmath>
+#include <cstddef>
 #include <cstring>
 #include <filesystem>
 #include <memory>
@@ -812,10 +814,17 @@ double rateOf(AudioObjectID device) {
   return claims::read<Float64>(device, at(kAudioDevicePropertyNominalSampleRate)).second;
 }
 
-// How often the callback has come, and how many frames it has played: by themselves, as it may come once more when the
-// loop is gone.
+// How often the callback has come, how many frames it has played, and how many inputs it had data of: by themselves, as
+// it may come once more when the loop is gone.
 std::atomic<std::uint64_t> callbacks = 0;
 std::atomic<std::uint64_t> frames = 0;
+std::atomic<std::ptrdiff_t> inputs = 0;
+
+std::size_t inputsOf(AudioObjectID device) {
+  const auto [status, size] = claims::sizeOf(device, at(kAudioDevicePropertyStreams, kAudioObjectPropertyScopeInput));
+  EXPECT_EQ(status, kAudioHardwareNoError);
+  return size / sizeof(AudioObjectID);
+}
 
 // Everything that other programs play to the default output, by way of this one and at this gain. Begins at once when
 // it mutes the sound on its own way meanwhile, as it does unless it is told otherwise.
@@ -841,6 +850,8 @@ class Loop {
                       const bool isThere = in && in->mData && i < in->mDataByteSize / sizeof(float);
                       static_cast<float*>(out.mData)[i] = isThere ? static_cast<float*>(in->mData)[i] * gain : 0;
                     }
+                    inputs = std::count_if(input->mBuffers, input->mBuffers + last,
+                                           [](const AudioBuffer& each) { return each.mData != nullptr; });
                     ++callbacks;
                     frames += samples / out.mNumberChannels;
                   }),
@@ -861,6 +872,19 @@ class Loop {
   void stop() {
     if (isStarted_.exchange(false)) EXPECT_EQ(AudioDeviceStop(device(), proc_), kAudioHardwareNoError);
   }
+  // Does without all inputs but the last, or says what comes of the wish.
+  [[nodiscard]] OSStatus useLastInputOnly() const {
+    const std::size_t count = inputsOf(device());
+    constexpr std::size_t header = offsetof(AudioHardwareIOProcStreamUsage, mStreamIsOn);
+    std::vector<std::max_align_t> storage(header + count * sizeof(UInt32));  // more than is needed
+    auto* const usage = reinterpret_cast<AudioHardwareIOProcStreamUsage*>(storage.data());
+    usage->mIOProc = reinterpret_cast<void*>(proc_);
+    usage->mNumberStreams = static_cast<UInt32>(count);
+    usage->mStreamIsOn[count - 1] = 1;
+    constexpr auto address = at(kAudioDevicePropertyIOProcStreamUsage, kAudioObjectPropertyScopeInput);
+    return AudioObjectSetPropertyData(device(), &address, 0, nullptr,
+                                      static_cast<UInt32>(header + count * sizeof(UInt32)), usage);
+  }
   [[nodiscard]] AudioObjectID device() const { return aggregate_.device; }
 
  private:
@@ -876,6 +900,9 @@ void playMusic(const std::string& temper = "smooth") {
 }
 json heard(double level) { return {{"what", "snapshot"}, {"speakers", {{{"id", 10}, {"level", level}}}}}; }
 void listen() { ask("Listen.", lines::snapshot("listening")); }
+void chooseHeadset() {
+  ask("Choose an output that has a microphone too, such as a headset on a cable.", lines::output(10, {{"inputs", 1}}));
+}
 
 }  // namespace
 
@@ -903,6 +930,34 @@ DESK_CLAIM(
   letRun(1);
   listen();
   EXPECT_TRUE(confirm("Is it half as loud as before, without an echo?", heard(0.25)));
+}
+
+DESK_CLAIM(Sound, ATapComesBehindTheInputsOfItsDevice,
+           "The inputs of an aggregate device are those of its output, and the tap's is the last.",
+           "AudioHardware.h, kAudioAggregateDeviceTapListKey, says nothing of their order, which is assumed") {
+  playMusic();
+  chooseHeadset();
+  const Loop loop(0.5F);
+  EXPECT_EQ(inputsOf(loop.device()), inputsOf(defaultOutput()) + 1);
+  EXPECT_GT(inputsOf(defaultOutput()), 0U);
+  letRun(1);
+  listen();
+  EXPECT_TRUE(confirm("Is it half as loud as before, and nothing else, also when you speak?", heard(0.25)));
+}
+
+DESK_CLAIM(Sound, InputsCanBeDoneWithout,
+           "A callback whose stream usage leaves out the inputs of its output gets no data of them, and the tap's as "
+           "before.",
+           "AudioHardware.h, kAudioDevicePropertyIOProcStreamUsage") {
+  playMusic();
+  chooseHeadset();
+  Loop loop(0.5F, CA::TapMuteBehavior::MutedWhenTapped, Loop::Begins::whenTold);
+  EXPECT_EQ(loop.useLastInputOnly(), kAudioHardwareNoError);
+  loop.start();
+  letRun(1);
+  EXPECT_EQ(inputs, 1);
+  listen();
+  EXPECT_TRUE(confirm("Is it half as loud as before?", heard(0.25)));
 }
 
 DESK_CLAIM(Sound, DoesNotDriftAway,

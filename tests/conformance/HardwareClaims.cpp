@@ -42,14 +42,9 @@ using claims::Preflight;
 using claims::processObject;
 using claims::read;
 using claims::readText;
+using claims::sizeOf;
 using claims::Tap;
 using claims::tcc;
-
-std::pair<OSStatus, UInt32> sizeOf(AudioObjectID object, const AudioObjectPropertyAddress& address) {
-  UInt32 size = 0;
-  const OSStatus status = AudioObjectGetPropertyDataSize(object, &address, 0, nullptr, &size);
-  return {status, size};
-}
 
 constexpr AudioObjectID noObject = 0x7FFF'FFF0;
 

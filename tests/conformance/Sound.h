@@ -28,6 +28,11 @@ std::pair<OSStatus, T> read(AudioObjectID object, const AudioObjectPropertyAddre
   const OSStatus status = AudioObjectGetPropertyData(object, &address, 0, nullptr, &size, static_cast<void*>(&value));
   return {status, value};
 }
+inline std::pair<OSStatus, UInt32> sizeOf(AudioObjectID object, const AudioObjectPropertyAddress& address) {
+  UInt32 size = 0;
+  const OSStatus status = AudioObjectGetPropertyDataSize(object, &address, 0, nullptr, &size);
+  return {status, size};
+}
 inline std::string readText(AudioObjectID object, AudioObjectPropertySelector selector) {
   const auto [status, text] = read<CFStringRef>(object, at(selector));
   EXPECT_EQ(status, kAudioHardwareNoError);
