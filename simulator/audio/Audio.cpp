@@ -607,9 +607,6 @@ void Audio::skipCycles(Time until) {
     for (const auto& [name, player] : players_) {
       if (player->plays(number)) player->skip(cycles, settings.frames, settings.rate);
     }
-    for (const auto& [id, aggregate] : aggregates_) {
-      if (aggregate->isRunning() && aggregate->output == number) scheduler.skipTurns(cycles);
-    }
   }
 }
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <utility>
 
 namespace simulator {
 
@@ -62,22 +63,24 @@ std::size_t Schedule::take(std::size_t possibilities) {
   return std::min<std::size_t>((*seed_.departures)[departure_++].possibility, possibilities - 1);
 }
 
-std::uint64_t Schedule::freshPriority() { return lowRange + random(lowRange); }
-
-void Schedule::begin(Rank& rank) {
-  if (ranks()) rank.priority = freshPriority();
-}
-
-void Schedule::beginBurst(const std::vector<Rank*>& all) {
+void Schedule::beginBurst() {
+  ++burst_;
   longestBurst_ = std::max(longestBurst_, step_);
   step_ = 0;
   lowest_ = lowRange;
-  for (Rank* const rank : all) rank->priority = freshPriority();
-  changes_.resize(random(4));
-  for (std::uint64_t& change : changes_) change = random(longestBurst_);
+  hasChanges_ = false;
 }
 
 std::size_t Schedule::pick(const std::vector<Rank*>& ready, bool continues) {
+  // Nothing is drawn in bursts without a choice: a device's I/O thread has one a cycle, for hours.
+  if (ready.size() == 1) return 0;
+  if (!std::exchange(hasChanges_, true)) {
+    changes_.resize(random(4));
+    for (std::uint64_t& change : changes_) change = random(longestBurst_);
+  }
+  for (Rank* const rank : ready) {
+    if (std::exchange(rank->burst, burst_) != burst_) rank->priority = lowRange + random(lowRange);
+  }
   const auto highest = [&ready] {
     const auto byPriority = [](const Rank* rank) { return rank->priority; };
     return static_cast<std::size_t>(std::ranges::max_element(ready, {}, byPriority) - ready.begin());
@@ -91,7 +94,7 @@ std::size_t Schedule::pick(const std::vector<Rank*>& ready, bool continues) {
 }
 
 void Schedule::yield(Rank& rank) {
-  if (ranks()) rank.priority = --lowest_;
+  if (ranks()) rank = {.burst = burst_, .priority = --lowest_};
 }
 
 }  // namespace simulator

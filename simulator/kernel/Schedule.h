@@ -42,13 +42,13 @@ class Schedule {
   // A choice among n things (n >= 1) that may happen in any order; 0 is the plain one.
   std::size_t choose(std::size_t n);
 
-  // A thread's place among the others, from when it is created.
+  // A thread's place among the others, for a burst: drawn when there first is a choice with it.
   struct Rank {
+    std::uint64_t burst = 0;
     std::uint64_t priority = 0;
   };
-  void begin(Rank& rank);
-  // Nothing was ready, and now these are: from here on the threads may have other places.
-  void beginBurst(const std::vector<Rank*>& all);
+  // Nothing was ready, and now something is: from here on the threads may have other places.
+  void beginBurst();
   // Whether ranks matter; where they do not, `choose` says which thread runs next.
   [[nodiscard]] bool ranks() const { return policy_ == Policy::priorities; }
   // Which of the threads runs next. `continues`: the first of them runs now and could go on.
@@ -64,7 +64,6 @@ class Schedule {
   // Finding Bugs", ASPLOS 2010), which keep a thread waiting for long; odd ones pick uniformly.
   enum class Policy { uniform, priorities, given };
   std::size_t take(std::size_t possibilities);
-  [[nodiscard]] std::uint64_t freshPriority();
 
   const Seed seed_;
   const Policy policy_;
@@ -72,6 +71,8 @@ class Schedule {
 
   // By priorities: in a burst of choices the running thread falls behind all others at a few of them.
   static constexpr std::uint64_t lowRange = std::uint64_t{1} << 32;
+  std::uint64_t burst_ = 1;
+  bool hasChanges_ = false;
   std::uint64_t lowest_ = lowRange;
   std::uint64_t step_ = 0;
   std::uint64_t longestBurst_ = 16;

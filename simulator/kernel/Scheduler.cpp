@@ -108,7 +108,6 @@ void Scheduler::spawn(std::string name, std::function<void()> body) {
   };
   if (clock_ == Clock::deterministic) {
     thread.fiber = std::make_unique<Fiber>(std::move(guarded));
-    schedule_.begin(thread.rank);
     ready_.push_back(&thread);
     return;
   }
@@ -127,13 +126,6 @@ void Scheduler::spawn(std::string name, std::function<void()> body) {
 
 void Scheduler::keepRunning(bool keep) {
   if (currentThread) currentThread->keptRunning += keep ? 1 : -1;
-}
-
-void Scheduler::beginBurst() {
-  if (!schedule_.ranks()) return;
-  ranks_.clear();
-  for (const auto& thread : threads_) ranks_.push_back(&thread->rank);
-  schedule_.beginBurst(ranks_);
 }
 
 // Which thread runs next: 0 is the one that runs now, if it could go on; then come those that are ready.
@@ -315,10 +307,6 @@ std::optional<Time> Scheduler::nextTimer(std::span<const TimerID> except) const 
   return std::nullopt;
 }
 
-void Scheduler::skipTurns(std::uint64_t turns) {
-  for (; turns > 0; --turns) beginBurst();
-}
-
 // The live clock's hand.
 void Scheduler::runTimers() {
   const Lock hold(*this);
@@ -379,7 +367,7 @@ void Scheduler::runReady() {
     return;
   }
   fireDue();
-  if (!ready_.empty()) beginBurst();
+  if (!ready_.empty()) schedule_.beginBurst();
   bool finished = false;
   for (;;) {
     const bool isAtRest = ready_.empty() && counted_ == 0;

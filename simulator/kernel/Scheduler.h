@@ -158,9 +158,6 @@ class Scheduler {
   [[nodiscard]] std::optional<Time> nextTimer(std::span<const TimerID> except) const;
   // Whatever happened so far, counted: timers that were due, threads that went on, and that time was let pass.
   [[nodiscard]] std::uint64_t happenings() const { return happenings_; }
-  // Draws from the run's seed what is drawn when a thread becomes ready and blocks again, so many times. Later choices
-  // are then the same as if it had.
-  void skipTurns(std::uint64_t turns);
 
   // ---- Driven from outside the program ----
 
@@ -183,7 +180,6 @@ class Scheduler {
   };
 
   void resume(Thread& thread);
-  void beginBurst();
   std::size_t pick(Thread* running);
   void suspendFor(Thread* next);
   bool holdsBack(Thread& thread);
