@@ -100,6 +100,7 @@ constexpr Duration launchTime = 1s;
 
 // A thread of a busy Mac is held back for so many seconds at most: 5 ms, before a cycle and in the middle of it.
 constexpr Duration heldBack = 10ms;
+constexpr Duration severalTurns = 10 * heldBack;
 
 // A callback is through with an event in that time, on rough hardware too.
 constexpr Duration callTime = 100ms;
@@ -396,6 +397,10 @@ double World::signal(std::int64_t output) const { return mac.part<Audio>().signa
 
 bool World::isUnsettled() const {
   return now() < std::min(roughUntil_, std::max(soundDisturbedAt_, soundChangedAt_) + soundSettles);
+}
+
+bool World::isBeingTold() const {
+  return isUnsettled() || (isBusy_ && now() < std::max(soundDisturbedAt_, soundChangedAt_) + severalTurns);
 }
 
 int World::lateCycles(const OutputDevice& device) const {

@@ -112,6 +112,8 @@ class World {
   // The audio hardware does everything as badly as it can, and something about sound has begun or changed a moment ago:
   // notices are on their way, and I/O that begins lacks sound, or lets it through, for some cycles.
   [[nodiscard]] bool isUnsettled() const;
+  // That, or a busy Mac holds back the threads by which the program hears of it.
+  [[nodiscard]] bool isBeingTold() const;
   // How long an output's cycle is.
   static Duration cycle(const simulator::OutputSettings& settings);
   // How many cycles of that output a thread may be held back for: some when the Mac is busy.

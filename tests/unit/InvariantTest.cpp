@@ -216,6 +216,22 @@ TEST(Invariant, AMicrophoneIsNeverOpenForLong) {
   }
 }
 
+TEST(Invariant, AMicrophoneIsNotOpenForLongOnABusyMac) {
+  const std::string before = desk + temper({{"threads", "rough"}}) + key("volumeDown") + advance(4);
+  for (std::uint64_t seed = 1; seed <= 12; ++seed) {
+    OneInvariant late("nothing-is-tapped", seed);
+    late.play(before + output(11, {{"inputs", 2}}) + advance(4));
+    EXPECT_EQ(late.broken, std::nullopt) << seed;
+  }
+  OneInvariant deaf("nothing-is-tapped");
+  deaf.play(before);
+  failing("AudioObjectAddPropertyListenerBlock")(deaf.mac());
+  deaf.play(wake + advance(4) + output(11, {{"inputs", 2}}) + advance(0.05));
+  EXPECT_EQ(deaf.broken, std::nullopt);
+  deaf.play(advance(0.1));
+  EXPECT_EQ(deaf.broken, "a microphone is open");
+}
+
 // Until the program knows that its output has inputs now, they come before the tap.
 TEST(Invariant, AMicrophoneIsNeverHeard) {
   for (std::uint64_t seed = 1; seed <= 20; ++seed) {
