@@ -98,9 +98,10 @@ constexpr Duration trustPoll = 2100ms;
 // Until the program has launched, it sees nothing.
 constexpr Duration launchTime = 1s;
 
-// A thread of a busy Mac is held back for so many seconds at most: 5 ms, before a cycle and in the middle of it.
+// For so long a busy Mac holds back the thread of a cycle at most: 5 ms before it, and again in the middle of it.
 constexpr Duration heldBack = 10ms;
-constexpr Duration severalTurns = 10 * heldBack;
+// And all the threads, one after the other, by which the program hears of something.
+constexpr Duration hearsLate = 10 * heldBack;
 
 // A callback is through with an event in that time, on rough hardware too.
 constexpr Duration callTime = 100ms;
@@ -395,16 +396,15 @@ Duration World::cycle(const OutputSettings& settings) {
 
 double World::signal(std::int64_t output) const { return mac.part<Audio>().signal(output); }
 
-bool World::isUnsettled() const {
-  return now() < std::min(roughUntil_, std::max(soundDisturbedAt_, soundChangedAt_) + soundSettles);
-}
+Time World::soundMovedAt() const { return std::max(soundDisturbedAt_, soundChangedAt_); }
 
-bool World::isBeingTold() const {
-  return isUnsettled() || (isBusy_ && now() < std::max(soundDisturbedAt_, soundChangedAt_) + severalTurns);
-}
+bool World::isUnsettled() const { return now() < std::min(roughUntil_, soundMovedAt() + soundSettles); }
+
+bool World::isBeingTold() const { return isUnsettled() || (isBusy_ && now() < soundMovedAt() + hearsLate); }
 
 int World::lateCycles(const OutputDevice& device) const {
-  return isBusy_ ? static_cast<int>(heldBack / cycle(device.settings())) + 1 : 0;
+  const Duration each = cycle(device.settings());
+  return isBusy_ ? static_cast<int>((heldBack + each - Duration(1)) / each) : 0;
 }
 
 Expected World::controlsVolume() const {

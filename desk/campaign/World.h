@@ -142,6 +142,8 @@ class World {
   void followTrouble();
   void began();
   [[nodiscard]] const simulator::Display* underPointer(bool& isOne) const;
+  // When something last happened to sound.
+  [[nodiscard]] Time soundMovedAt() const;
 
   bool isRunning_ = false;
   bool isAtRest_ = false;

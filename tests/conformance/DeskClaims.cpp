@@ -872,7 +872,7 @@ class Loop {
   void stop() {
     if (isStarted_.exchange(false)) EXPECT_EQ(AudioDeviceStop(device(), proc_), kAudioHardwareNoError);
   }
-  // Does without all inputs but the last, or says what comes of the wish.
+  // Says that of all inputs only the last is used.
   [[nodiscard]] OSStatus useLastInputOnly() const {
     const std::size_t count = inputsOf(device());
     constexpr std::size_t header = offsetof(AudioHardwareIOProcStreamUsage, mStreamIsOn);

@@ -164,7 +164,7 @@ TEST(Invariant, LoudnessIsStored) {
             "output 11 plays 0.20599365234375 instead of 0.03125");
 }
 
-// A new level is heard when the cycle that was under way, the one with the ramp and the one before it are over.
+// A new level is heard behind the rest of the cycle that was under way and the one with the ramp.
 TEST(Invariant, LoudnessFollowsInCycles) {
   OneInvariant slow("loudness-is-stored");
   slow.play(output(11, {{"uid", "U"}, {"name", "Television"}, {"frames", 4096}, {"default", true}}) +
