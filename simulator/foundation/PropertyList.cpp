@@ -104,7 +104,7 @@ json value(plist_t node) {
     case PLIST_REAL: {
       double real = 0;
       plist_get_real_val(node, &real);
-      return real;
+      return real + 0.0;  // libplist reads a negative zero and writes none
     }
     case PLIST_STRING:
       return string(node);

@@ -47,6 +47,14 @@ TEST(PropertyList, ReadsWhatOthersWrite) {
   EXPECT_EQ(read, (json{{"a\"b", json::object()}, {"ä", json::array()}, {"c", "<&>"}, {"d", ""}}));
 }
 
+TEST(PropertyList, HasOneZero) {
+  for (const char* const text : {"<real>-0ey</real>", "<real>-0.0</real>", "<real>-1e-400</real>"}) {
+    const json read = readPropertyList(text);
+    EXPECT_EQ(read.dump(), "0.0") << text;
+    EXPECT_EQ(readPropertyList(writePropertyList(read)).dump(), "0.0") << text;
+  }
+}
+
 TEST(PropertyList, RefusesWhatIsNone) {
   for (const char* const text :
        {"", "text", "<plist><string>open", "<plist><whatever/></plist>", "<plist><dict><true/></dict></plist>",
