@@ -131,6 +131,13 @@ const Change changes[] = {
     {"nonsenseSignature",
      [](const fs::path& c) { simulator::writeFile(c / "_CodeSignature/CodeSignature", "nonsense"); },
      errSecCSSignatureInvalid},
+    {"unknownDigest",
+     [](const fs::path& c) {
+       std::string signature = simulator::readFile(c / "_CodeSignature/CodeSignature");
+       signature.at(signature.find("\x60\x86\x48\x01\x65\x03\x04\x02\x01") + 8) = '\x7f';  // SHA-256's identifier
+       simulator::writeFile(c / "_CodeSignature/CodeSignature", signature);
+     },
+     errSecCSSignatureFailed},
     {"root", [](const fs::path& c) { simulator::writeFile(c.parent_path() / "beside", ""); }, errSecCSUnsealedAppRoot},
     {"linkedExecutable",
      [](const fs::path& c) {
