@@ -42,8 +42,8 @@ class Fiber {
   void* fakeStack_ = nullptr;
   const void* hostStack_ = nullptr;
   std::size_t hostStackSize_ = 0;
-  void* threadState_ = nullptr;
-  void* hostThreadState_ = nullptr;
+  [[maybe_unused]] void* threadState_ = nullptr;
+  [[maybe_unused]] void* hostThreadState_ = nullptr;
 };
 
 }  // namespace simulator
