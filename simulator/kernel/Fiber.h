@@ -39,9 +39,9 @@ class Fiber {
   ExceptionState exceptions_;
   void* stack_ = nullptr;
   // Bookkeeping of the sanitizers, unused without them.
-  void* fakeStack_ = nullptr;
-  const void* hostStack_ = nullptr;
-  std::size_t hostStackSize_ = 0;
+  [[maybe_unused]] void* fakeStack_ = nullptr;
+  [[maybe_unused]] const void* hostStack_ = nullptr;
+  [[maybe_unused]] std::size_t hostStackSize_ = 0;
   [[maybe_unused]] void* threadState_ = nullptr;
   [[maybe_unused]] void* hostThreadState_ = nullptr;
 };
