@@ -28,17 +28,17 @@ add_library(simulated_settings INTERFACE)
 target_link_libraries(simulated_settings INTERFACE dalvane_settings nlohmann_json::nlohmann_json)
 target_include_directories(simulated_settings INTERFACE ${CMAKE_SOURCE_DIR}/simulator/include)
 
-# read_once(TARGET [OTHER]): what nearly every file of the machine includes is read once, for the target or with the other
-# one, in the sanitizers' builds alone. The others show when a file includes less than it uses.
+# What nearly every file of the machine includes is read once, for the kernel, in the sanitizers' builds alone. The others
+# show when a file includes less than it uses.
 function(read_once target)
   if(NOT CMAKE_CXX_FLAGS MATCHES "fsanitize")
     return()
   endif()
-  if(ARGN)
-    target_precompile_headers(${target} REUSE_FROM ${ARGN})
-  else()
+  if(target STREQUAL "simulator_kernel")
     target_precompile_headers(${target} PRIVATE
       <chrono> <functional> <map> <memory> <nlohmann/json.hpp> <string> <vector>)
+  else()
+    target_precompile_headers(${target} REUSE_FROM simulator_kernel)
   endif()
 endfunction()
 
@@ -101,7 +101,7 @@ add_library(desk OBJECT
   desk/Children.cpp desk/Desk.cpp desk/Explore.cpp desk/Narrator.cpp desk/Pictures.cpp desk/Seat.cpp desk/Tour.cpp)
 target_compile_definitions(desk PRIVATE DALVANE_VERSION="${DALVANE_VERSION}" DALVANE_FEED_HOST="${DALVANE_FEED_HOST}")
 target_link_libraries(desk PUBLIC simulated_settings source_tree)
-read_once(desk simulator_kernel)
+read_once(desk)
 
 # The desk page: its server, and its files, which become part of the executable.
 find_path(HTTPLIB_HEADERS httplib.h REQUIRED)
