@@ -53,8 +53,10 @@ void logFailedStart(const std::string& name, const std::exception& error) {
   os_log_error(logger(), "Starting the capture for %{public}s failed: %{public}s", name.c_str(), error.what());
 }
 
-// The level as a count for the pop-up and the slider. One that somebody else wrote can be out of every range.
-int shown(long steps) { return static_cast<int>(std::clamp(steps, 0L, long{std::numeric_limits<int>::max()})); }
+// The level as the slider and, from 0 on, the pop-up take it. One that somebody else wrote can be out of every range.
+int shown(long steps, int least) {
+  return static_cast<int>(std::clamp(steps, long{least}, long{std::numeric_limits<int>::max()}));
+}
 
 }  // namespace
 
@@ -77,14 +79,13 @@ void VolumeController::stop() {
   }
   restartListener_.reset();
   defaultOutputListener_.reset();
-  stopRouter();
-  output_.reset();
+  becomeIdle();
 }
 
 std::optional<SliderState> VolumeController::sliderState() const {
   assertMainThread();
   if (!output_) return std::nullopt;
-  const int steps = storedMute(output_->uid) ? 0 : shown(storedSteps(output_->uid));
+  const int steps = storedMute(output_->uid) ? 0 : shown(storedSteps(output_->uid), std::numeric_limits<int>::min());
   return SliderState{.title = output_->name, .steps = steps, .totalSteps = totalSteps};
 }
 
@@ -111,7 +112,7 @@ bool VolumeController::handle(MediaKey key, bool isPressed, bool isRepeat) {
       break;
   }
   apply(steps, muted, output);
-  if (osd_) osd_->showVolume(muted ? 0 : shown(steps), totalSteps, steps == 0 || muted);
+  if (osd_) osd_->showVolume(muted ? 0 : shown(steps, 0), totalSteps, steps == 0 || muted);
   return true;
 }
 
@@ -123,17 +124,31 @@ void VolumeController::setSteps(int steps) {
 
 void VolumeController::refresh() {
   assertMainThread();
-  stopRouter();
-  output_.reset();
+  becomeIdle();
+  defaultOutputChanged();
+}
+
+// The device may have been decided on already: one that vanishes says so itself, too.
+void VolumeController::defaultOutputChanged() {
   try {
-    chooseOutput();
+    const AudioObjectID device = CoreAudio::defaultOutputDevice();
+    if (device == decided_) return;
+    becomeIdle();
+    chooseOutput(device);
   } catch (const std::exception& error) {
+    if (output_) becomeIdle();  // nothing tells that it is still the default
     os_log_error(logger(), "%{public}s", error.what());
   }
 }
 
-void VolumeController::chooseOutput() {
-  const AudioObjectID device = CoreAudio::defaultOutputDevice();
+void VolumeController::becomeIdle() {
+  stopRouter();
+  output_.reset();
+  decided_.reset();
+}
+
+void VolumeController::chooseOutput(AudioObjectID device) {
+  decided_ = device;
   const std::string name = CoreAudio::name(device);
   if (CoreAudio::hasSystemVolumeControl(device)) {
     os_log_info(logger(), "%{public}s has its own volume control, staying idle", name.c_str());
@@ -146,18 +161,6 @@ void VolumeController::chooseOutput() {
   const long steps = storedSteps(output.uid);
   const bool muted = storedMute(output.uid);
   if (!isFull(steps, muted)) startRouter(gain(steps, muted), output);
-}
-
-bool VolumeController::controlsDefaultOutput() const {
-  try {
-    return output_ && CoreAudio::defaultOutputDevice() == output_->device;
-  } catch (const AppError&) {
-    return false;  // the choice meets the same error, and logs it
-  }
-}
-
-void VolumeController::defaultOutputChanged() {
-  if (!controlsDefaultOutput()) refresh();
 }
 
 // Building a router is itself an occasion for notifications. Were each taken for a change, there would be no end.
@@ -279,8 +282,8 @@ AudioRouter::Events VolumeController::routersEvents(const std::string& name) {
   const auto failed = whileRunning(&VolumeController::stopRouter);
   return {.startFailed =
               [failed, name = name](const AppError& error) {
-                logFailedStart(name, error);
                 failed();
+                logFailedStart(name, error);
               },
           .stopped = whileRunning(&VolumeController::refresh)};
 }

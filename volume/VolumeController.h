@@ -49,8 +49,8 @@ class VolumeController : public std::enable_shared_from_this<VolumeController> {
 
   // Chooses the device afresh; the one place that does.
   void refresh();
-  void chooseOutput();
-  [[nodiscard]] bool controlsDefaultOutput() const;
+  void becomeIdle();
+  void chooseOutput(AudioObjectID device);
   // Notifications, which may tell of no change at all.
   void defaultOutputChanged();
   void deviceChanged();
@@ -78,6 +78,7 @@ class VolumeController : public std::enable_shared_from_this<VolumeController> {
   std::optional<PropertyListener> defaultOutputListener_;
   std::optional<PropertyListener> restartListener_;
   NS::Object wakeObserver_;
+  std::optional<AudioObjectID> decided_;           // the device last chosen or left to the system
   std::optional<Output> output_;                   // absent: idle
   std::optional<AudioRouter> router_;              // present while a gain is applied
   std::deque<PropertyListener> routersListeners_;  // present while the router is

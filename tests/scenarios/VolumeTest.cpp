@@ -703,6 +703,12 @@ TEST(Volume, ALevelThatSomebodyElseWritesIsNeverLouderThanFull) {
   }
 }
 
+TEST(Volume, TheSliderTakesAStoredLevelAsItIs) {
+  const Played played = playScenario(builtIn + screen + preference("steps.HDMI-1", -5) + preference("muted.HDMI-1", 0) +
+                                     launch + settle + menu(true) + slide("Screen", 0) + settle);
+  EXPECT_EQ(written(played), (Logs{"steps.HDMI-1=0", "muted.HDMI-1=false"}));
+}
+
 // ---- The microphone ----
 
 TEST(Volume, TheMicrophoneStaysClosed) {
@@ -784,6 +790,9 @@ TEST(Volume, EveryCallOfTheStartFails) {
         "AudioHardwareDestroyAggregateDevice", "AudioHardwareDestroyProcessTap"}},
       {"AudioDeviceStart", 1, "Starting the aggregate device failed (OSStatus -50)", joined({building, takingDown})},
   };
+  const auto isTapsEnd = [](const json& record) {
+    return record["what"] == "call" && record["api"] == "AudioHardwareDestroyProcessTap";
+  };
   for (const StartFailure& failure : failures) {
     WITH_SEEDS(seed, 3) {
       const Played played = playScenario(playing + fail(failure.call, -50, failure.nth) + down + settle +
@@ -792,6 +801,11 @@ TEST(Volume, EveryCallOfTheStartFails) {
       EXPECT_TRUE(logged(played, "error VolumeController: Starting the capture for Screen failed: " + failure.text))
           << failure.text;
       EXPECT_EQ(audioCalls(played), joined({failure.calls, building, takingDown})) << failure.text;
+      // Of what was built nothing is left when it is logged.
+      const auto told = std::ranges::find_if(played.records, [&](const json& each) {
+        return each["what"] == "log" && each["text"].get<std::string>().ends_with(failure.text);
+      });
+      EXPECT_EQ(std::count_if(told, played.records.end(), isTapsEnd), 1) << failure.text;  // the next router's
       expectSpeaker(played, "failed", 0.5F, true);
       EXPECT_EQ(snapshotOf(played, "failed")["taps"], 0);
       EXPECT_EQ(snapshotOf(played, "failed")["aggregates"], 0);
@@ -904,13 +918,49 @@ TEST(Volume, RestartsThatCannotBeWatchedAreLoggedAndDoneWithout) {
   expectNothingLeft(played);
 }
 
-TEST(Volume, ADefaultOutputThatCannotBeReadIsChosenAfresh) {
-  const Played played =
-      playScenario(playing + down + settle + output(11, {{"uid", "HDMI-2"}, {"name", "Beamer"}}) +
-                   fail("AudioObjectGetPropertyData", -50) + defaultOutput(11) + settle + snapshot("beamer"));
-  EXPECT_TRUE(logged(played, "info VolumeController: Controlling the volume of Beamer"));
-  expectUnrouted(played, "beamer", 0.5F);
-  expectNothingLeft(played);
+TEST(Volume, ADefaultOutputThatCannotBeReadLeavesTheKeys) {
+  const char* const errors[] = {"error VolumeController: Reading property 1682929012 failed (OSStatus -50)",
+                                "error VolumeController: Reading string property 1819173229 failed (OSStatus -50)"};
+  for (const int failing : {1, 2}) {
+    WITH_SEEDS(seed, 5) {
+      const Played played =
+          playScenario(playing + down + settle + output(11, {{"uid", "HDMI-2"}, {"name", "Beamer"}}) +
+                           fail("AudioObjectGetPropertyData", -50, failing) + defaultOutput(11) + settle +
+                           snapshot("unknown") + down + defaultOutput(10) + settle + snapshot("screen"),
+                       seed);
+      EXPECT_EQ(countOf(played, errors[failing - 1]), 1U);
+      EXPECT_EQ(countOf(played, "info VolumeController: Controlling the volume of Beamer"), 0U);
+      expectUnrouted(played, "unknown", 0.5F);
+      EXPECT_EQ(played.swallowed(), (Swallowed{true, true, false, false}));
+      // The next change is decided on, also back to what it was before.
+      expectRouted(played, "screen", 0.5F * gain(15));
+      expectNothingLeft(played);
+    }
+  }
+}
+
+// Of an output that goes both the output and the system tell.
+TEST(Volume, WhatRemainsIsDecidedOnOnce) {
+  const json own = {{"uid", "USB"}, {"name", "Headset"}, {"volume", "settable"}};
+  const std::pair<std::string, std::string> remaining[] = {
+      {"", "error VolumeController: Reading string property 1819173229 failed (OSStatus 560947818)"},
+      {output(11, own), "info VolumeController: Headset has its own volume control, staying idle"},
+      {output(11, {{"uid", "HDMI-2"}, {"name", "Beamer"}}), "info VolumeController: Controlling the volume of Beamer"}};
+  for (const auto& [other, decision] : remaining) {
+    WITH_SEEDS(seed, 10) {
+      const Played played = playScenario(playing + other + mute + settle + outputGone(10) + settle, seed);
+      EXPECT_EQ(countOf(played, decision), 1U) << decision;
+      expectNothingLeft(played);
+    }
+  }
+  // Nor is anybody asked twice.
+  WITH_SEEDS(seed, 10) {
+    const Played played = playScenario(playing + output(11, {{"uid", "HDMI-2"}, {"name", "Beamer"}}) + mute + settle +
+                                           capture({{"permission", "undetermined"}}) + outputGone(10) + settle,
+                                       seed);
+    EXPECT_EQ(played.calls("TCCAccessRequest").size(), 1U);
+    EXPECT_EQ(countOf(played, "info VolumeController: Controlling the volume of Beamer"), 1U);
+  }
 }
 
 TEST(Volume, ADeviceThatCannotBeWatchedIsPlayedAllTheSame) {
