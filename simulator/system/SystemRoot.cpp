@@ -97,14 +97,15 @@ bool SystemRoot::removeLibrary(std::string_view library) {
       entry.is_directory() ? static_cast<void>(fs::create_directory(own)) : fs::create_symlink(entry.path(), own);
     }
   }
-  if (library.starts_with("/System/")) return fs::remove(below(library));
   for (const auto& entry : fs::recursive_directory_iterator(libraries)) {
+    // Each lies in a framework, and is named as that is.
     if (entry.is_directory()) continue;
-    const fs::path& path = entry.path();
-    // "OSD", "OSD.framework" and "TCC.framework" name the library as well as its full path does.
-    const std::string name(library.ends_with(".framework") ? library.substr(0, library.size() - 10) : library);
-    if (path.filename() == name && path.string().find(name + ".framework/") != std::string::npos) {
-      return fs::remove(path);
+    const std::string name = entry.path().filename();
+    fs::path framework = "/" / entry.path().lexically_relative(path_);
+    while (framework.extension() != ".framework") framework = framework.parent_path();
+    if (library == name || library == framework.filename().string() || library == framework.string() ||
+        (library.starts_with(framework.string() + "/") && library.ends_with("/" + name))) {
+      return fs::remove(entry.path());
     }
   }
   return false;
