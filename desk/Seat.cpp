@@ -546,7 +546,7 @@ std::vector<std::string> furnishing() {
   return {
       R"({"do":"display","id":1,"name":"Built-in","builtin":true,"frame":[0,0,1512,982]})",
       R"({"do":"display","id":2,"name":"Studio","frame":[1512,0,2560,1440],"vendor":4268,"product":41200,"serial":7001,"monitor":{"current":63,"maximum":100}})",
-      R"({"do":"display","id":3,"name":"Slow Portrait","frame":[4072,-240,1200,1920],"vendor":7789,"product":23311,"serial":812,"monitor":{"current":40,"maximum":100,"reply-time":0.055}})",
+      R"({"do":"display","id":3,"name":"Slow Portrait","frame":[4072,-240,1200,1920],"vendor":7789,"product":23311,"serial":812,"monitor":{"current":40,"maximum":100,"reply-delay":0.055}})",
       R"({"do":"output","id":9,"uid":"BUILT-IN","name":"MacBook Speakers","volume":"settable"})",
       R"({"do":"output","id":10,"uid":"HDMI-TV","name":"Television","default":true})",
       R"({"do":"preference","key":"steps.HDMI-TV","value":12})",

@@ -100,7 +100,7 @@ void Life::connect(int display) {
   Json monitor = {{"current", upTo(static_cast<std::uint64_t>(model.maximum))}, {"maximum", model.maximum}};
   if (oneIn(8)) monitor["maximum"] = 0;
   if (monitor["maximum"] == 0) monitor["current"] = 0;
-  if (oneIn(8)) monitor["reply-time"] = oneIn(2) ? 0.045 : 0.2;
+  if (oneIn(8)) monitor["reply-delay"] = oneIn(2) ? 0.045 : 0.2;
   if (oneIn(4)) monitor["wakes-after"] = static_cast<double>(upTo(3000)) / 1000;
   Json members = {
       {"id", display},  {"name", model.name},       {"frame", {displayWidth * display, 0, displayWidth - 10, 1000}},
@@ -316,8 +316,8 @@ void Life::changePermission() {
 void Life::monitorMisbehaves() {
   if (connected_.empty()) return;
   const int display = someDisplay();
-  static constexpr const char* faults[] = {"no-answer", "bad-checksum", "write-fails", "second-write-fails",
-                                           "null-message"};
+  static constexpr const char* faults[] = {"no-answer",          "bad-checksum", "write-fails",
+                                           "second-write-fails", "slow",         "null-message"};
   if (oneIn(4)) {
     const auto& model = *std::ranges::find(monitors, display, &MonitorModel::id);
     return mayRace("monitor", {{"display", display}, {"current", upTo(static_cast<std::uint64_t>(model.maximum))}});
@@ -548,7 +548,7 @@ void Life::recover() {
   say("capture", {{"permission", "authorized"}});
   say("accessibility", {{"granted", true}});
   for (const int display : connected_) {
-    if (oneIn(4)) say("monitor", {{"display", display}, {"fault", "none"}, {"reply-time", 0.04}});
+    if (oneIn(4)) say("monitor", {{"display", display}, {"fault", "none"}, {"reply-delay", 0.04}});
   }
   settle();
   say("launch");

@@ -37,14 +37,14 @@ const power = section('Program and power', true,
 // ---- Displays ----
 
 const faults = [['none', 'works'], ['no-answer', 'does not answer'], ['bad-checksum', 'answers garbled'], ['write-fails', 'refuses writes'],
-  ['second-write-fails', 'misses every second write'], ['null-message', 'has nothing to say']];
+  ['second-write-fails', 'misses every second write'], ['slow', 'answers late'], ['null-message', 'has nothing to say']];
 const speeds = [[0.04, 'quick'], [0.055, 'slow'], [0.11, 'very slow'], [0.4, 'hardly ever there']];
 const knownFaults = new Map();
 const list = element('ul', { class: 'things' });
 const pluggable = {
   1: { do: 'display', id: 1, name: 'Built-in', builtin: true, frame: [0, 0, 1512, 982] },
   2: { do: 'display', id: 2, name: 'Studio', frame: [1512, 0, 2560, 1440], vendor: 4268, product: 41200, serial: 7001, monitor: { current: 63, maximum: 100 } },
-  3: { do: 'display', id: 3, name: 'Slow Portrait', frame: [4072, -240, 1200, 1920], vendor: 7789, product: 23311, serial: 812, monitor: { current: 40, maximum: 100, 'reply-time': 0.055 } },
+  3: { do: 'display', id: 3, name: 'Slow Portrait', frame: [4072, -240, 1200, 1920], vendor: 7789, product: 23311, serial: 812, monitor: { current: 40, maximum: 100, 'reply-delay': 0.055 } },
   4: { do: 'display', id: 4, name: 'Fourth', frame: [-1920, 0, 1920, 1080], vendor: 1552, product: 9021, serial: 5, monitor: { current: 80, maximum: 100 } },
 };
 const plugs = buttons();
@@ -60,7 +60,7 @@ function displayRow(display) {
     });
     fault.value = knownFaults.get(display.id) ?? 'none';
     const speed = choice(`${display.name}: speed`, [['', 'speed…'], ...speeds], (value, select) => {
-      if (value) act({ do: 'monitor', display: display.id, 'reply-time': Number(value) });
+      if (value) act({ do: 'monitor', display: display.id, 'reply-delay': Number(value) });
       select.blur();
     });
     const knob = element('input', { type: 'range', min: 0, max: display.maximum, 'aria-label': `${display.name}: its own brightness knob`, title: 'The monitor’s own knob' });

@@ -104,7 +104,9 @@ OutputLine outputLine(Arguments& line) {
   result.tapRate = rate(line, "tap-rate");
   result.format = formatMembers(line, "format");
   result.tapFormat = formatMembers(line, "tap-format");
-  if (result.channels && result.format.channels) line.fail("has both \"channels\" and \"format.channels\"");
+  if (result.channels && result.format.channels && result.channels != result.format.channels) {
+    line.fail("\"channels\" and \"format.channels\" are not the same");
+  }
   result.frames = limited(line, "frames", 1, 65536);
   if (line.has("alive")) result.isAlive = line.flag("alive");
   result.isDefault = line.flag("default", false);

@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <system_error>
+#include <tuple>
 
 #include "platform/NotificationCenter.h"
 #include "platform/Screen.h"
@@ -83,12 +84,12 @@ std::vector<std::shared_ptr<const RegistryEntry>> readRegistry(Arguments& line) 
 
 // How fast the monitor is.
 std::function<void(Monitor&)> adjustment(Arguments& line) {
-  std::optional<Duration> replyTime;
-  if (line.has("reply-time")) replyTime = line.duration("reply-time");
+  std::optional<Duration> replyDelay;
+  if (line.has("reply-delay")) replyDelay = line.duration("reply-delay");
   std::optional<Duration> wakesAfter;
   if (line.has("wakes-after")) wakesAfter = line.duration("wakes-after");
   return [=](Monitor& monitor) {
-    if (replyTime) monitor.setReplyTime(*replyTime);
+    if (replyDelay) monitor.setReplyDelay(*replyDelay);
     if (wakesAfter) monitor.setWakesAfter(*wakesAfter);
   };
 }
@@ -98,9 +99,18 @@ Monitor::Fault faultNamed(const std::string& name, Arguments& line) {
   if (name == "no-answer") return Monitor::Fault::noAnswer;
   if (name == "bad-checksum") return Monitor::Fault::badChecksum;
   if (name == "write-fails") return Monitor::Fault::writeFails;
-  if (name == "null-message") return Monitor::Fault::nullMessage;
   if (name == "second-write-fails") return Monitor::Fault::secondWriteFails;
+  if (name == "slow") return Monitor::Fault::slow;
+  if (name == "null-message") return Monitor::Fault::nullMessage;
   line.fail("unknown fault \"" + name + "\"");
+}
+
+// Whether they can only differ in where they stand.
+bool isSame(const Display& a, const Display& b) {
+  const auto marks = [](const Display& each) {
+    return std::tie(each.name, each.productName, each.builtin, each.vendor, each.product, each.serial, each.location);
+  };
+  return marks(a) == marks(b);
 }
 
 }  // namespace
@@ -199,22 +209,30 @@ Action Displays::change(Arguments& line) {
                         .location = line.text("location", "External"),
                         .mirrors = mirrored,
                         .monitor = nullptr};
-  std::function<std::shared_ptr<Monitor>()> makeMonitor = [] { return nullptr; };
+  std::function<void(Monitor&)> setMonitor;  // empty: it has none
   if (auto monitor = line.object("monitor")) {
     const std::uint16_t current = monitor->unsigned16("current");
     const std::uint16_t maximum = monitor->unsigned16("maximum");
-    makeMonitor = [this, current, maximum, adjust = adjustment(*monitor)] {
-      auto made = std::make_shared<Monitor>(machine_.scheduler, current, maximum);
-      adjust(*made);
-      return made;
+    setMonitor = [current, maximum, adjust = adjustment(*monitor)](Monitor& it) {
+      it.setCurrent(current);
+      it.setMaximum(maximum);
+      adjust(it);
     };
     monitor->finish();
   }
-  return [this, display, makeMonitor] {
-    if (find(display.id)) throw ScenarioError("display " + std::to_string(display.id) + " is connected already");
-    Display added = display;
-    added.monitor = makeMonitor();
-    connect(std::move(added));
+  return [this, display, setMonitor] {
+    const auto there = std::ranges::find(displays_, display.id, &Display::id);
+    if (there == displays_.end()) {
+      Display added = display;
+      if (setMonitor) added.monitor = std::make_shared<Monitor>(machine_.scheduler);
+      connect(std::move(added));
+    } else if (isSame(*there, display) && (there->monitor != nullptr) == static_cast<bool>(setMonitor)) {
+      there->frame = display.frame;
+      there->mirrors = display.mirrors;
+    } else {
+      throw ScenarioError("display " + std::to_string(display.id) + " is connected already");
+    }
+    if (setMonitor) setMonitor(*connected(display.id).monitor);
   };
 }
 
@@ -267,7 +285,7 @@ void Displays::addCommands(Commands& commands) {
       auto entry = std::make_shared<RegistryEntry>();
       entry->name = each.text("name");
       if (each.has("properties")) entry->properties = each.jsonObject("properties");
-      entry->display = each.optionalUnsigned32("display");
+      if (!each.json("display", nullptr).is_null()) entry->display = each.unsigned32("display");
       each.finish();
       entries.push_back(std::move(entry));
     }

@@ -19,6 +19,8 @@ constexpr std::uint8_t setFeature = 0x03;
 constexpr std::uint8_t luminance = 0x10;
 // "The host should wait at least 40 ms" between a Get request and reading its reply.
 constexpr Duration earliestRead = std::chrono::milliseconds(40);
+// What a slow monitor takes beyond its delay: longer than the 50 ms that hosts commonly wait.
+constexpr Duration slowness = std::chrono::milliseconds(60);
 
 std::uint8_t checksum(std::uint8_t seed, std::span<const std::uint8_t> bytes) {
   for (const std::uint8_t byte : bytes) seed = static_cast<std::uint8_t>(seed ^ byte);
@@ -57,7 +59,7 @@ bool Monitor::answers(std::uint32_t chip) const {
 }
 
 bool Monitor::answersWithin(Duration patience) const {
-  return answers(displayChip) && (fault_ == Fault::none || faultsLeft_ == 0) && replyTime_ <= patience;
+  return answers(displayChip) && (fault_ == Fault::none || faultsLeft_ == 0) && replyDelay_ <= patience;
 }
 
 IOReturn Monitor::write(std::uint32_t chip, std::uint32_t address, std::span<const std::uint8_t> bytes) {
@@ -118,7 +120,8 @@ IOReturn Monitor::read(std::uint32_t chip, std::uint32_t offset, std::span<std::
   // Asked too early, it has no answer yet; it still owes one.
   const Duration waited = scheduler_.now() - askedAt_;
   if (!asked_ || waited < earliestRead) return kIOReturnNotResponding;
-  const bool isReady = waited >= replyTime_ && !misbehaves(Fault::nullMessage);
+  if (waited < replyDelay_ + slowness && misbehaves(Fault::slow)) return kIOReturnNotResponding;
+  const bool isReady = waited >= replyDelay_ && !misbehaves(Fault::nullMessage);
   auto bytes = isReady ? reply(*std::exchange(asked_, std::nullopt)) : nullMessage();
   if (misbehaves(Fault::badChecksum)) bytes.back() = static_cast<std::uint8_t>(~bytes.back());
   std::ranges::copy(std::span(bytes).first(std::min(bytes.size(), buffer.size())), buffer.begin());

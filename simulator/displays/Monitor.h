@@ -22,12 +22,13 @@ class Monitor {
     badChecksum,       // replies carry a wrong checksum
     writeFails,        // writes are not acknowledged, and do nothing
     secondWriteFails,  // when a message comes twice in a row, the second is not acknowledged
+    slow,              // replies take longer still, and reads before they are ready are not acknowledged
     nullMessage,       // replies are the standard's null message
   };
   static constexpr std::uint64_t forever = std::numeric_limits<std::uint64_t>::max();
 
   // The luminance feature (VCP code 0x10): its present value and its maximum, as it reports them.
-  Monitor(Scheduler& scheduler, std::uint16_t current, std::uint16_t maximum)
+  explicit Monitor(Scheduler& scheduler, std::uint16_t current = 0, std::uint16_t maximum = 0)
       : scheduler_(scheduler), current_(current), maximum_(maximum) {}
 
   [[nodiscard]] std::uint16_t current() const { return current_; }
@@ -37,7 +38,7 @@ class Monitor {
   // Misbehaves for that many reads or writes.
   void setFault(Fault fault, std::uint64_t attempts = forever);
   // How long it takes to have a reply ready; the standard's 40 ms at first. Who asks earlier gets a null message.
-  void setReplyTime(Duration time) { replyTime_ = time; }
+  void setReplyDelay(Duration delay) { replyDelay_ = delay; }
   // How long after a sleep of the Mac it takes to answer again.
   void setWakesAfter(Duration time) { wakesAfter_ = time; }
   // Whether it does as DDC/CI has it: it is there and awake, misbehaves in nothing, and has its replies ready in time
@@ -63,7 +64,7 @@ class Monitor {
   std::uint16_t current_;
   std::uint16_t maximum_;
   bool connected_ = true;
-  Duration replyTime_ = std::chrono::milliseconds(40);
+  Duration replyDelay_ = std::chrono::milliseconds(40);
   Duration wakesAfter_{0};
   Time asleepUntil_{0};
   Fault fault_ = Fault::none;

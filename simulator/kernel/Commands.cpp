@@ -4,6 +4,8 @@
 #include <cmath>
 #include <utility>
 
+#include "platform/Text.h"
+
 namespace simulator {
 
 Arguments::Arguments(nlohmann::json members, std::string where, std::filesystem::path folder)
@@ -147,11 +149,13 @@ Line Commands::parse(std::string_view line, const std::filesystem::path& folder)
     if (depth > deepest) throw ScenarioError("nested too deeply");
     return true;
   };
+  // The parser would take it for the end.
+  if (line.find('\0') != std::string_view::npos) throw ScenarioError("not JSON: it holds a NUL");
   nlohmann::json object;
   try {
     object = nlohmann::json::parse(line, shallow);
   } catch (const nlohmann::json::exception& error) {
-    throw ScenarioError(std::string("not JSON: ") + error.what());
+    throw ScenarioError("not JSON: " + validText(error.what()));  // which quotes the line
   }
   if (!object.is_object()) throw ScenarioError("not a JSON object");
   Arguments arguments(std::move(object), {}, folder);

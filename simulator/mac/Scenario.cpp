@@ -1,6 +1,8 @@
 #include "simulator/mac/Scenario.h"
 
+#include <filesystem>
 #include <fstream>
+#include <limits>
 #include <optional>
 #include <utility>
 
@@ -8,6 +10,7 @@
 #include "simulator/desktop/Application.h"
 #include "simulator/displays/Displays.h"
 #include "simulator/mac/Mac.h"
+#include "simulator/software/Applications.h"
 #include "simulator/system/SystemRoot.h"
 
 namespace simulator {
@@ -26,7 +29,12 @@ std::optional<bool> roughness(Arguments& line, const char* part) {
 bool letsTimePass(const Line& line) { return line.name == "advance" || line.name == "settle"; }
 
 void addMachineCommands(Commands& commands, Mac& mac) {
-  commands.add("launch", [&mac](Arguments&) -> Action { return [&mac] { mac.process.launch(); }; });
+  commands.add("launch", [&mac](Arguments&) -> Action {
+    return [&mac] {
+      // An installation that was cut short can have left nothing to open.
+      if (std::filesystem::exists(mac.part<Applications>().bundle())) mac.process.launch();
+    };
+  });
 
   commands.add("quit", [&mac](Arguments&) -> Action { return [&mac] { mac.part<Application>().quit(); }; });
 
@@ -97,7 +105,11 @@ Scenario::Scenario(Mac& mac) : mac_(mac) {
     const std::string call = line.text("call");
     if (!mac.faults.knows(call)) line.fail("there is no call \"" + call + "\" that can be made to fail");
     if (line.has("status") && line.json("status").is_null()) return [call, &mac] { mac.faults.mend(call); };
-    const auto status = line.integer<std::int32_t>("status");
+    // As a signed number, or as IOKit's headers write theirs.
+    const auto wide = line.integer<std::int64_t>("status");
+    if (wide < std::numeric_limits<std::int32_t>::min() || wide > std::numeric_limits<std::uint32_t>::max())
+      line.fail("member \"status\" must be a number of 32 bits");
+    const auto status = static_cast<std::int32_t>(wide);
     const std::uint64_t nth = line.count("nth", 1);
     const std::uint64_t times = line.count("times", 1);
     return [=, &mac] { mac.faults.fail(call, status, nth, times); };
@@ -127,13 +139,15 @@ Scenario::Scenario(Mac& mac) : mac_(mac) {
 
 void Scenario::addFile(const std::string& path) {
   std::ifstream file(path);
-  if (!file) throw ScenarioError(path + ":1: the file cannot be read");
+  if (!file || std::filesystem::is_directory(path)) throw ScenarioError(path + ":1: the file cannot be read");
   add(file, path, std::filesystem::path(path).parent_path());
 }
 
 void Scenario::add(std::istream& lines, const std::string& name, const std::filesystem::path& folder) {
   std::string line;
   for (std::size_t number = 1; std::getline(lines, line); ++number) {
+    constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
+    if (line.starts_with(byteOrderMark)) line.erase(0, byteOrderMark.size());
     if (line.ends_with('\r')) line.pop_back();
     const auto start = line.find_first_not_of(" \t");
     if (start == std::string::npos || line.compare(start, 2, "//") == 0) continue;
@@ -149,11 +163,13 @@ void Scenario::add(std::istream& lines, const std::string& name, const std::file
 Scenario::Step Scenario::stepOf(const std::string& where, const std::string& line,
                                 const std::filesystem::path& folder) const {
   Step step{where, line, commands_.parse(line, folder)};
-  if (step.parsed.races && letsTimePass(step.parsed)) throw ScenarioError("time cannot race");
+  // It passes from where it stands.
+  if (letsTimePass(step.parsed)) step.parsed.races = false;
   return step;
 }
 
 void Scenario::play(const std::function<bool(std::size_t lines)>& afterEach) {
+  mac_.introduce();
   const auto steps = std::exchange(steps_, {});
   for (auto step = steps.begin(); step != steps.end();) {
     const auto first = step;

@@ -42,6 +42,8 @@ constexpr const char* linkToApplications = "Applications";
 const char* const tamperings[] = {"executable", "resource", "added", "missing",     "info",
                                   "signature",  "root",     "link",  "architecture"};
 
+constexpr const char* noSignature = "what is not signed has no signature to be changed";
+
 void append(const fs::path& file, std::string_view text) { writeFile(file, readFile(file).append(text)); }
 
 void tamper(const fs::path& contents, const std::string& executable, const std::string& how) {
@@ -83,7 +85,7 @@ BundleContent parseBundle(Arguments& line, const json& ownVersion, const std::st
   }
   content.forged = line.flag("forged", false);
   if (const auto how = parseTampering(line, "tampered")) content.tampering = how->empty() ? "executable" : *how;
-  if (!content.tampering.empty() && !content.signer) line.fail("what is not signed cannot be told to be tampered with");
+  if (!content.signer && content.tampering == "signature") line.fail(noSignature);
   return content;
 }
 
@@ -282,7 +284,7 @@ void Applications::addCommands(Commands& commands) {
     const auto backup = parseTampering(line, "backup");
     BundleContent left = content;
     left.tampering = backup.value_or("");
-    if (!left.tampering.empty() && !left.signer) line.fail("what is not signed cannot be told to be tampered with");
+    if (!left.signer && left.tampering == "signature") line.fail(noSignature);
     const std::string where = line.text("place", inApplications);
     if (where != inApplications && where != inImage && where != translocated) {
       line.fail("member \"place\" must be \"applications\", \"image\" or \"translocated\"");

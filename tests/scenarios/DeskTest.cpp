@@ -60,7 +60,7 @@ TEST(Desk, AScreenThatMovesIsFoundWhereItIs) {
                    settle + pointer(-50, 50) + brighter + settle);
   EXPECT_EQ(played.lights(2), Lights{56});
   EXPECT_EQ(playScenario(display(3, {{"frame", {0, 0, 1, 1}}})).error, "test:1: there is no display 3");
-  EXPECT_EQ(playScenario(displayAt(3) + displayAt(3)).error, "test:2: display 3 is connected already");
+  EXPECT_EQ(playScenario(displayAt(3) + displayAt(3, {{"serial", 4}})).error, "test:2: display 3 is connected already");
 }
 
 TEST(Desk, SeveralChangesComeInOneNotification) {
@@ -86,10 +86,21 @@ TEST(Desk, TheMonitorsOwnButtonsAreNotNoticedButAlsoNotFoughtWith) {
   EXPECT_EQ(played.lights(2), Lights{56});
 }
 
-TEST(Desk, ASlowMonitorIsFoundByTheSecondPress) {
+TEST(Desk, ASlowMonitorIsAskedAgain) {
   const Played played =
-      playScenario(displayAt(2, {{"monitor", {{"current", 50}, {"maximum", 100}, {"reply-time", 0.12}}}}) + pointAt(2) +
-                   launch + settle + brighter + settle + brighter + settle);
+      playScenario(displayAt(2) + fault(2, "slow") + pointAt(2) + launch + settle + brighter + settle);
+  EXPECT_EQ(played.lights(2), Lights{56});
+  EXPECT_EQ(played.swallowed(), (Swallowed{true, true}));
+  const auto reads = played.calls("IOAVServiceReadI2C");
+  ASSERT_EQ(reads.size(), 2U);
+  EXPECT_NE(reads[0]["status"], 0);
+  EXPECT_EQ(reads[1]["status"], 0);
+}
+
+TEST(Desk, AMonitorWithALateReplyIsFoundByTheSecondPress) {
+  const Played played =
+      playScenario(displayAt(2, {{"monitor", {{"current", 50}, {"maximum", 100}, {"reply-delay", 0.12}}}}) +
+                   pointAt(2) + launch + settle + brighter + settle + brighter + settle);
   EXPECT_EQ(played.lights(2), Lights{56});
   EXPECT_EQ(played.swallowed(), (Swallowed{false, false, true, true}));
   const auto reads = played.calls("IOAVServiceReadI2C");

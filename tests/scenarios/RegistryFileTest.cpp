@@ -186,6 +186,7 @@ TEST_F(RegistryFileTest, ItsPathBeginsWhereTheScenarioIs) {
   } catch (const simulator::ScenarioError& error) {
     EXPECT_EQ(error.what(), other + ":1: \"" + (folder_ / "ioreg.txt").string() + "\" cannot be read");
   }
+  EXPECT_THROW(played.addFile(folder_), simulator::ScenarioError);
   // A line that is in no file begins in the working directory.
   EXPECT_THROW(played.perform(named), simulator::ScenarioError);
   const fs::path before = fs::current_path();

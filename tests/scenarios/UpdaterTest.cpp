@@ -591,6 +591,20 @@ TEST(Updater, QuittingDuringACheckOrAnInstallIsClean) {
   }
 }
 
+TEST(Updater, WhatIsNotThereIsNotLaunched) {
+  Seat seat;
+  seat.publishUpdate();
+  seat.launchAndCheck();
+  // The old version cannot be put back where the new one could not be copied to.
+  seat.play(fail("ditto", 1) + fail("rename", 13, 3) + answer("Install and Relaunch") + click("Update to 1.4.0…") +
+            settle + quit + settle + launch + settle);
+  const json state = seat.snapshot();
+  EXPECT_EQ(state["running"], false);
+  EXPECT_EQ(state["bundle"], json({{"version", nullptr}, {"backup", true}}));
+  seat.play(bundle({{"version", "1.3.9"}}) + launch + settle);
+  EXPECT_EQ(seat.snapshot()["running"], true);
+}
+
 TEST(Updater, ABundleWithoutAVersionIsABuildDefect) {
   for (const json& version : {json(nullptr), json(14), json(true)}) {
     EXPECT_EXIT(

@@ -1,10 +1,15 @@
 // Scenario lines that cannot be understood.
 #include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
 
 #include "tests/support/Lines.h"
 #include "tests/support/Play.h"
 #include "tests/support/Seat.h"
 
+namespace fs = std::filesystem;
 using namespace lines;
 using nlohmann::json;
 
@@ -143,10 +148,10 @@ TEST(Vocabulary, RefusesBundlesThatCannotBeMade) {
   EXPECT_EQ(errorOf(bundle({{"place", "image"}, {"backup", true}})),
             "a backup lies only where an installation was possible");
   EXPECT_EQ(errorOf(bundle({{"backup", 1}})), R"(member "backup" must be true or false)");
-  const std::string unsignedToo = "what is not signed cannot be told to be tampered with";
-  EXPECT_EQ(errorOf(bundle({{"signer", nullptr}, {"tampered", true}})), unsignedToo);
-  EXPECT_EQ(errorOf(bundle({{"signer", nullptr}, {"backup", "info"}})), unsignedToo);
-  EXPECT_EQ(playScenario(bundle({{"signer", nullptr}, {"backup", true}})).status, 0);
+  const std::string noSignature = "what is not signed has no signature to be changed";
+  EXPECT_EQ(errorOf(bundle({{"signer", nullptr}, {"tampered", "signature"}})), noSignature);
+  EXPECT_EQ(errorOf(bundle({{"signer", nullptr}, {"backup", "signature"}})), noSignature);
+  EXPECT_EQ(playScenario(bundle({{"signer", nullptr}, {"tampered", true}, {"backup", "info"}})).status, 0);
 }
 
 TEST(Vocabulary, RefusesRedirectsToWhatIsNoAddress) {
@@ -172,12 +177,82 @@ TEST(Vocabulary, RefusesMembersItDoesNotKnow) {
 }
 
 TEST(Vocabulary, RefusesWhatMakesNoSenseWhereItStands) {
-  const Played twice = playScenario(displayWith() + displayWith());
+  const Played twice = playScenario(displayWith() + displayWith({{"serial", 2}}));
   EXPECT_EQ(twice.status, 2);
   EXPECT_EQ(twice.error, "test:2: display 1 is connected already");
   EXPECT_EQ(errorOf(displayGone(1)), "there is no display 1");
   EXPECT_EQ(errorOf(monitor(1, {{"current", 5}})), "display 1 has no monitor that can be reached");
   EXPECT_EQ(errorOf(missingLibrary("Nothing")), R"(there is no library "Nothing")");
+}
+
+TEST(Vocabulary, ADisplayThatIsThereCanBeDescribedAnew) {
+  const json members = {{"vendor", 3}, {"monitor", {{"current", 50}, {"maximum", 100}}}};
+  const auto with = [&](json more) {
+    json all = members;
+    all.update(more);
+    return displayWith(all);
+  };
+  const Played moved = playScenario(displayWith({{"id", 7}, {"frame", {-9, 0, 9, 9}}}) + with(json::object()) +
+                                    pointer(0.5, 0.5) + launch + settle + key("brightnessUp") + settle +
+                                    with({{"frame", {20, 0, 9, 9}}, {"monitor", {{"current", 10}, {"maximum", 20}}}}) +
+                                    settle + key("brightnessUp") + pointer(21, 1) + key("brightnessUp") + settle);
+  EXPECT_EQ(moved.status, 0) << moved.error;
+  // Where it was nobody is any more.
+  EXPECT_EQ(moved.swallowed(), (std::vector<bool>{true, true, false, false, true, true}));
+  EXPECT_EQ(moved.lights(1).back(), 11);
+  const std::string there = "test:2: display 1 is connected already";
+  for (const json& other :
+       {json{{"name", "B"}}, json{{"vendor", 4}}, json{{"builtin", true}}, json{{"monitor", nullptr}},
+        json{{"location", "Embedded"}}, json{{"product", 1}}, json{{"serial", 1}}}) {
+    EXPECT_EQ(playScenario(with(json::object()) + with(other)).error, there) << other;
+  }
+  EXPECT_EQ(playScenario(displayWith() + displayWith({{"mirrors", 1}})).status, 0);
+}
+
+// Every library of the system has its names, and no text reaches anything else.
+TEST(Vocabulary, RemovesLibrariesAlone) {
+  const std::string place = "/System/Library/PrivateFrameworks/TCC.framework";
+  for (const std::string& name :
+       {std::string("TCC"), std::string("TCC.framework"), place, place + "/TCC", place + "/Versions/A/TCC"}) {
+    const Played played = playScenario(missingLibrary(name) +
+                                       output(10, {{"uid", "A"}, {"name", "A"}, {"default", true}}) + launch + settle);
+    EXPECT_EQ(played.status, 0) << name << ": " << played.error;
+    EXPECT_TRUE(played.calls("TCCAccessPreflight").empty()) << name;
+  }
+  const fs::path bystander = fs::path(testing::TempDir()) / ("dalvane-bystander-" + std::to_string(getpid()));
+  std::ofstream(bystander) << "not the system's";
+  std::string up = "/System";
+  for (int i = 0; i < 20; ++i) up += "/..";
+  for (const std::string& name :
+       {up + bystander.string(), bystander.string(), std::string(), std::string("/"), std::string("/System/"),
+        std::string("/System/Library"), place + "/Versions", place + "/TCC/", place + "2/TCC", std::string("TCC\0", 4),
+        "/System/" + std::string(300, 'a')}) {
+    EXPECT_EQ(playScenario(missingLibrary(name)).status, 2) << name;
+  }
+  EXPECT_TRUE(fs::remove(bystander));
+}
+
+TEST(Vocabulary, TakesAStatusAsItsHeaderWritesIt) {
+  for (const std::int64_t status : {0xE00002C2LL, -536870206LL}) {
+    const Played played = playScenario(twoDisplays + fail("IOAVServiceReadI2C", status) + lines::launch + settle);
+    EXPECT_EQ(played.calls("IOAVServiceReadI2C")[0]["status"], -536870206) << status;
+  }
+  EXPECT_EQ(errorOf(fail("dlopen", 0x100000000)), R"(member "status" must be a number of 32 bits)");
+  EXPECT_EQ(errorOf(fail("dlopen", -0x80000001LL)), R"(member "status" must be a number of 32 bits)");
+}
+
+// ---- Files ----
+
+TEST(Vocabulary, EveryRecordIsAnObject) {
+  const std::string mark = "\xEF\xBB\xBF";
+  const Played marked = playScenario(mark + launch + mark + settle);  // two files in one
+  EXPECT_EQ(marked.status, 0) << marked.error;
+  EXPECT_EQ(marked.of("do")[1]["line"], json::parse(settle));
+  EXPECT_EQ(errorOf(R"({"do":"launch"})" + std::string("\0", 1)), "not JSON: it holds a NUL");
+  // What is quoted of the line can be written on any terminal.
+  EXPECT_NE(errorOf("{\"do\":\"click\",\"item\":\"\xFF\"}").find("\uFFFD"), std::string::npos);
+  const Played empty = playScenario("");
+  EXPECT_EQ(empty.records[0]["what"], "machine");
 }
 
 TEST(Vocabulary, RefusesToSleepThroughRealTime) {

@@ -128,7 +128,7 @@ inline std::string preference(const std::string& key, const nlohmann::json& valu
   return line("preference", {{"key", key}, {"value", value}});
 }
 // Makes `times` calls fail, the `nth` from now first.
-inline std::string fail(const std::string& call, int status, int nth = 1, int times = 1) {
+inline std::string fail(const std::string& call, std::int64_t status, int nth = 1, int times = 1) {
   return line("fail", {{"call", call}, {"status", status}, {"nth", nth}, {"times", times}});
 }
 // Carries a line out in the middle of `times` calls, the `nth` from now first.

@@ -63,6 +63,25 @@ TEST_F(MonitorTest, NeedsItsTimeForAReply) {
   EXPECT_NE(receive(), kIOReturnSuccess);
 }
 
+TEST_F(MonitorTest, CanBeSlow) {
+  monitor.setFault(Monitor::Fault::slow, 2);
+  for (int i = 0; i < 3; ++i) {
+    send(get);
+    pass(99ms);
+    EXPECT_EQ(receive() == kIOReturnSuccess, i == 2);
+    pass(1ms);
+    // It owes what it was asked for.
+    EXPECT_EQ(receive() == kIOReturnSuccess, i < 2);
+  }
+  monitor.setReplyDelay(1s);
+  monitor.setFault(Monitor::Fault::slow);
+  send(get);
+  pass(1059ms);
+  EXPECT_NE(receive(), kIOReturnSuccess);
+  pass(1ms);
+  EXPECT_EQ(receive(), kIOReturnSuccess);
+}
+
 TEST_F(MonitorTest, TakesASetRequestWithTheFullChecksumOnly) {
   send({0x84, 0x03, 0x10, 0x00, 0x38, 0x90 ^ 0x51});
   EXPECT_EQ(monitor.current(), 50);
