@@ -253,6 +253,17 @@ TEST(Installer, HasToBeMovedToApplicationsFirst) {
   }
 }
 
+// Another address would not help there.
+TEST(Installer, WhereItLiesComesBeforeWhereFrom) {
+  Seat seat;
+  seat.publishUpdate(json::object(), "http://downloads.dalvane.example/Dalvane-1.4.0.dmg");
+  seat.play(bundle({{"version", "1.3.9"}, {"place", "translocated"}}));
+  seat.launchAndCheck();
+  seat.takeRecords();
+  seat.play(install);
+  EXPECT_NE(errorsIn(seat.takeRecords()).at(0).find("it has to be moved"), std::string::npos);
+}
+
 // What cannot be told apart from a place that can be written is tried.
 TEST(Installer, IsNotStoppedByAQuestionThatFails) {
   for (const int nth : {1, 2}) {

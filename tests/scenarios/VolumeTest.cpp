@@ -542,6 +542,19 @@ TEST(Volume, WatchesTheDeviceOnlyWhileTheRouterRuns) {
   expectNothingLeft(played);
 }
 
+// The output's format is the same again before anybody can look at it.
+TEST(Volume, AStopOfTheRouterIsNeverMissed) {
+  const auto change = [](double rate) {
+    return during("AudioObjectAddPropertyListenerBlock", output(10, {{"rate", rate}}), 6);
+  };
+  WITH_SEEDS(seed, 40) {
+    const Played played = playScenario(
+        temper({{"audio", "rough"}}) + playing + change(44100) + change(48000) + down + settle + snapshot("changed"),
+        seed);
+    expectRouted(played, "changed", 0.5F * gain(15));
+  }
+}
+
 TEST(Volume, AStartThatFailsLeavesNoListener) {
   // The first of them before the aggregate device is there, which has a listener of its own.
   const std::pair<const char*, std::size_t> failures[] = {{"AudioHardwareCreateProcessTap", 5},
