@@ -49,8 +49,11 @@ std::size_t Alerts::show(std::string message, std::string informative, std::vect
   {
     const Scheduler::Lock lock(machine_.scheduler);
     const Answer answer = std::exchange(answer_, {});
-    const auto button = buttonNamed(alert, answer);
-    if (!button) fatal("The alert \"" + alert.message + "\" has no button \"" + *answer.button + "\"");
+    auto button = buttonNamed(alert, answer);
+    if (!button) {
+      machine_.noteMistake("the alert \"" + alert.message + "\" has no button \"" + *answer.button + "\"");
+      button = 0;
+    }
     alert.leftOpen = answer.leavesOpen;
     auto record = machine_.trace.record("alert");
     record.text("message", alert.message)

@@ -71,6 +71,16 @@ nlohmann::ordered_json Machine::snapshot() {
   return state;
 }
 
+void Machine::noteMistake(std::string text) {
+  const Scheduler::Lock lock(scheduler);
+  if (!mistake_) mistake_ = std::move(text);
+}
+
+std::optional<std::string> Machine::takeMistake() {
+  const Scheduler::Lock lock(scheduler);
+  return std::exchange(mistake_, std::nullopt);
+}
+
 void Machine::fatal(std::string_view text) {
   trace.setMuted(false);
   trace.record("fatal").text("text", text);

@@ -7,6 +7,8 @@
 #include <functional>
 #include <memory>
 #include <nlohmann/json_fwd.hpp>
+#include <optional>
+#include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -53,6 +55,11 @@ class Machine {
 
   [[noreturn]] void fatal(std::string_view text);
 
+  // A mistake of the scenario that shows in the middle of the program's work, on any thread. The program goes on: it has
+  // no part in it. The first one is kept for the line that is being carried out.
+  void noteMistake(std::string text);
+  std::optional<std::string> takeMistake();
+
  private:
   const Seed seed_;  // what follows is made from it
 
@@ -87,6 +94,7 @@ class Machine {
   std::vector<std::unique_ptr<Part>> parts_;
   std::vector<Part*> byType_;
   bool isIntroduced_ = false;
+  std::optional<std::string> mistake_;
   std::function<void()> onFatal_;
   std::terminate_handler previousTerminate_ = nullptr;
 };

@@ -2,6 +2,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <limits>
 #include <optional>
 #include <utility>
@@ -126,8 +127,7 @@ Scenario::Scenario(Mac& mac) : mac_(mac) {
       try {
         carryOut(step);
       } catch (const ScenarioError& error) {
-        // The call is the program's, which has no part in this mistake.
-        mac.fatal(error.what());
+        mac.noteMistake(error.what());
       }
     };
     const std::uint64_t nth = line.count("nth", 1);
@@ -176,15 +176,21 @@ void Scenario::play(const std::function<bool(std::size_t lines)>& afterEach) {
     begin(*step++);
     // What races is known before anything runs that it could meet.
     while (step != steps.end() && step->parsed.races) begin(*step++);
-    mac_.runReady();
+    finish(*std::prev(step));
     if (afterEach && !afterEach(static_cast<std::size_t>(step - first))) return;
   }
   mac_.scheduler.finishRaces();
 }
 
 void Scenario::perform(const std::string& line) {
-  begin(stepOf("", line, {}));
+  const Step step = stepOf("", line, {});
+  begin(step);
+  finish(step);
+}
+
+void Scenario::finish(const Step& step) {
   mac_.runReady();
+  if (const auto mistake = mac_.takeMistake(); mistake && !forgives_) throw ScenarioError(step.where + *mistake);
 }
 
 void Scenario::begin(const Step& step) {

@@ -46,6 +46,8 @@ class Scenario {
                             const std::filesystem::path& folder) const;
   void begin(const Step& step);
   void carryOut(const Step& step);
+  // Lets everything run that is ready, and tells of a mistake that shows in it.
+  void finish(const Step& step);
 
   Mac& mac_;
   Commands commands_;

@@ -270,20 +270,18 @@ test('a saved scenario is opened and played line by line', async ({ page, port, 
 
 test('a machine that stops is shown, can still be saved, and another begins', async ({ page, port }) => {
   // The program's own main thread ends with what it cannot survive.
-  await act(port, { do: 'display', id: 6, name: 'Two', frame: [1920, 0, 1920, 1080] });
-  const answer = await act(port, { do: 'during', call: 'CGGetOnlineDisplayList', line: { do: 'display', id: 99, gone: true } });
-  assert.equal(answer.status, 200);
-  await act(port, { do: 'wake' });
-  await act(port, { do: 'advance', seconds: 5 });
+  await act(port, { do: 'quit' });
+  assert.equal((await act(port, { do: 'bundle', version: null })).status, 200);
+  await act(port, { do: 'launch' });
   await page.until('!document.getElementById("stopped").hidden', 'the notice');
-  assert.match(await page.run('document.getElementById("reason").textContent'), /there is no display 99/);
+  assert.match(await page.run('document.getElementById("reason").textContent'), /no CFBundleShortVersionString/);
   const refused = await act(port, { do: 'settle' });
   assert.equal(refused.status, 409);
   const file = join(folder, 'stopped.scenario');
   writeFileSync(file, (await request(port, '/scenario')).text);
   const played = spawnSync(desk, ['play', '--seed', '7', file], { encoding: 'utf8' });
   assert.equal(played.status, 1);
-  assert.match(played.stdout, /"what":"fatal".*there is no display 99/);
+  assert.match(played.stdout, /"what":"fatal".*no CFBundleShortVersionString/);
   await page.click('#anew');
   await page.until('document.getElementById("stopped").hidden && document.querySelectorAll(".screen").length === 3', 'the new desk');
   assert.equal((await act(port, { do: 'pointer', at: [2700, 760] })).status, 200);

@@ -144,7 +144,7 @@ TEST_F(MonitorJudge, ItsNullMessageIsUnderstoodAndIsNoReading) {
   EXPECT_FALSE(says(said, "Invalid response")) << said;
   // Also when that means "not yet".
   monitor_.setFault(Monitor::Fault::none);
-  monitor_.setReplyTime(std::chrono::seconds(20));
+  monitor_.setReplyDelay(std::chrono::seconds(20));
   EXPECT_FALSE(says(ddccontrol({"-r", "0x10"}), "Control 0x10:"));
 }
 

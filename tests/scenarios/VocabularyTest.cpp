@@ -271,9 +271,20 @@ TEST(Vocabulary, RefusesWhatCannotHappenInTheMiddleOfACall) {
   }
 }
 
-TEST(VocabularyDeathTest, MistakeInTheMiddleOfACallIsNotTheProgramsOwn) {
-  EXPECT_EXIT(Seat().play(during("IOIteratorNext", displayGone(9)) + launched), testing::ExitedWithCode(1),
-              "during IOIteratorNext: there is no display 9");
+// Nor does the program end of it: the trace goes on until everything ready has run.
+TEST(Vocabulary, AMistakeInTheMiddleOfItIsNotTheProgramsOwn) {
+  const Played played = playScenario(lines::launch + during("IOIteratorNext", displayGone(9)) + wake + settle + wake);
+  EXPECT_EQ(played.status, 2);
+  EXPECT_EQ(played.error, "test:3: during IOIteratorNext: there is no display 9");
+  EXPECT_TRUE(played.of("fatal").empty());
+
+  const std::string denied = output(10, {{"uid", "A"}, {"name", "A"}, {"default", true}}) +
+                             capture({{"permission", "denied"}}) + answer("Later") + lines::launch;
+  const Played alerted = playScenario(denied + settle);
+  EXPECT_EQ(alerted.status, 2);
+  EXPECT_EQ(alerted.error, R"(test:4: the alert "Dalvane needs System Audio Recording" has no button "Later")");
+  EXPECT_EQ(alerted.of("alert").at(0)["answer"], "OK");
+  EXPECT_TRUE(alerted.of("fatal").empty());
 }
 
 TEST(Vocabulary, ReadsEveryLineBeforeItBegins) {
