@@ -169,7 +169,8 @@ int campaignCommand(const std::vector<std::string>& arguments) {
   const campaign::Streams streams = {
       .out = std::cout, .errors = std::cerr, .progress = isatty(STDERR_FILENO) != 0 ? &std::cerr : nullptr};
   if (!given.failures.empty()) {
-    return campaign::failures(dalvaneProgram(), given.failures == "short", given.options.jobs, streams);
+    return campaign::failures(dalvaneProgram(), {.isShort = given.failures == "short", .jobs = given.options.jobs},
+                              streams);
   }
   if (!given.file.empty()) return campaign::replay(dalvaneProgram(), given.file, given.seed, streams);
   return campaign::run(dalvaneProgram(), given.options, streams);

@@ -53,9 +53,4 @@ Breach crash(int status, std::size_t lines) {
           .trace = {}};
 }
 
-void describe(std::ostream& out, const Breach& breach, std::uint64_t seed) {
-  out << "BROKEN: " << breach.name << "\n  " << breach.sentence << "\n  " << breach.how << "\n  seed " << seed
-      << ", after " << breach.lines << " lines\n";
-}
-
 }  // namespace campaign

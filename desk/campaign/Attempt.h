@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <functional>
 #include <optional>
-#include <ostream>
 #include <string>
 
 #include "desk/Children.h"
@@ -37,7 +36,5 @@ Outcome playOnce(const simulator::Program& program, std::uint64_t seed, const Li
 
 // What is broken when a child ends with that status in the middle of its work.
 Breach crash(int status, std::size_t lines);
-
-void describe(std::ostream& out, const Breach& breach, std::uint64_t seed);
 
 }  // namespace campaign

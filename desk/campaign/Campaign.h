@@ -2,11 +2,9 @@
 #pragma once
 
 #include <cstdint>
-#include <ostream>
 #include <string>
-#include <vector>
 
-#include "desk/campaign/Invariant.h"
+#include "desk/campaign/Report.h"
 #include "simulator/kernel/Process.h"
 
 namespace campaign {
@@ -17,13 +15,6 @@ struct Options {
   std::uint64_t days = 1;
   unsigned jobs = 1;
   std::string folder = ".";  // where the scenario of a broken invariant is written
-};
-
-// Where what is said goes.
-struct Streams {
-  std::ostream& out;
-  std::ostream& errors;
-  std::ostream* progress;  // null: none is shown
 };
 
 // Plays the life of each seed, each in a child process. Says on `out` what was played; at the first invariant that does

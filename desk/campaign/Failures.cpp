@@ -1,13 +1,14 @@
 #include "desk/campaign/Failures.h"
 
+#include <algorithm>
 #include <cerrno>
-#include <chrono>
 #include <iomanip>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <sstream>
 #include <stdexcept>
+#include <utility>
 
 #include "desk/campaign/Attempt.h"
 #include "simulator/mac/Mac.h"
@@ -150,7 +151,7 @@ int statusOf(const std::string& call) {
 }
 
 // The day with those calls failing.
-Lines failing(const Lines& lines, const Failing& failing) {
+Lines linesWith(const Lines& lines, const Failing& failing) {
   Lines result;
   for (const auto& [call, nth] : failing) {
     result.push_back(json({{"do", "fail"}, {"call", call}, {"status", statusOf(call)}, {"nth", nth}}).dump());
@@ -161,8 +162,8 @@ Lines failing(const Lines& lines, const Failing& failing) {
 
 class Failures {
  public:
-  Failures(const simulator::Program& program, bool isShort, unsigned jobs, const Streams& streams)
-      : program_(program), isShort_(isShort), jobs_(jobs), streams_(streams) {}
+  Failures(const simulator::Program& program, const FailureOptions& options, const Streams& streams)
+      : program_(program), options_(options), streams_(streams), progress_(streams) {}
 
   int run() {
     const Lines all = linesOf({desk, day, update, afterwards});
@@ -170,21 +171,26 @@ class Failures {
     std::size_t names = 0;
     for (const auto& [call, nth] : singles) {
       names += nth == 1 ? 1 : 0;
-      if (nth == 1 || !isShort_) cases_.push_back({&all, {{call, nth}}});
+      if (nth == 1 || !options_.isShort) cases_.push_back({&all, {{call, nth}}});
     }
     const std::size_t single = cases_.size();
     const Lines installing = linesOf({desk, update, afterwards});
     const Lines routing = linesOf({desk, sound, afterwards});
-    if (!isShort_) {
+    if (!options_.isShort) {
       addPairs(installing, linesOf({desk, update}), updateCalls);
       addPairs(routing, linesOf({desk, sound}), routerCalls);
     }
     playAll();
-    if (streams_.progress) *streams_.progress << "\r" << std::string(78, ' ') << "\r" << std::flush;
+    progress_.clear();
+    if (!misunderstood_.empty()) {
+      streams_.errors << misunderstood_ << "\n";
+      return 2;
+    }
     streams_.out << single << " single failures of " << names << " functions, " << cases_.size() - single << " pairs, "
-                 << broken_ << " with a broken invariant, in " << std::fixed << std::setprecision(1)
-                 << std::chrono::duration<double>(std::chrono::steady_clock::now() - begun_).count() << " s\n";
-    return broken_ == 0 ? 0 : 1;
+                 << broken_.size() << " with a broken invariant, in " << std::fixed << std::setprecision(1)
+                 << progress_.seconds() << " s\n";
+    tellOfBroken();
+    return broken_.empty() ? 0 : 1;
   }
 
  private:
@@ -238,52 +244,63 @@ class Failures {
     std::map<std::size_t, Outcome> outcomes;
     Children children;
     for (std::size_t next = 0; next < cases_.size() || children.count() > 0;) {
-      while (next < cases_.size() && children.count() < jobs_) {
+      while (next < cases_.size() && children.count() < options_.jobs) {
         children.start(next, patience, [this, next](const Tell& tell) {
-          attempt(program_, 1, tell, [&](Run& run) { run.play(failing(*cases_[next].lines, cases_[next].failing)); });
+          attempt(program_, 1, tell, [&](Run& run) { run.play(linesWith(*cases_[next].lines, cases_[next].failing)); });
         });
         ++next;
       }
       children.wait([&](std::size_t number, const std::string& text) { take(outcomes[number], text); },
                     [&](std::size_t number, int status) {
                       end(outcomes[number], status, cases_[number].lines->size());
-                      judge(cases_[number], outcomes[number]);
+                      judge(number, outcomes[number]);
                       outcomes.erase(number);
                     });
     }
   }
 
-  void judge(const Case& played, const Outcome& outcome) {
-    ++played_;
-    if (streams_.progress && played_ % 20 == 0) {
-      const double passed = std::chrono::duration<double>(std::chrono::steady_clock::now() - begun_).count();
-      const auto left = static_cast<double>(cases_.size() - played_);
-      *streams_.progress << "\r" << played_ << " of " << cases_.size() << ", " << std::fixed << std::setprecision(0)
-                         << left * passed / static_cast<double>(played_) << " s left   " << std::flush;
+  void judge(std::size_t number, const Outcome& outcome) {
+    progress_.show(++played_, cases_.size(), "failures");
+    if (!outcome.misunderstood.empty()) misunderstood_ = outcome.misunderstood;
+    if (outcome.breach) broken_.emplace(number, *outcome.breach);
+  }
+
+  // In full for the first of each call that breaks an invariant: the others show the same.
+  void tellOfBroken() {
+    std::set<std::pair<std::string, std::string>> told;
+    for (const auto& [number, breach] : broken_) {
+      const auto& [lines, failing] = cases_[number];
+      std::string name = "failures";
+      streams_.out << "When these fail:";
+      for (const auto& [call, nth] : failing) {
+        streams_.out << " " << call << " (" << nth << ")";
+        name += "-" + call + "-" + std::to_string(nth);
+      }
+      streams_.out << "\n";
+      if (!told.insert({failing.front().call, breach.name}).second) {
+        streams_.out << "BROKEN: " << breach.name << ", as before\n";
+        continue;
+      }
+      std::ranges::replace(name, ' ', '-');
+      report(program_, {.name = name, .lines = linesWith(*lines, failing), .breach = breach}, options_.folder,
+             streams_);
     }
-    if (!outcome.misunderstood.empty()) streams_.errors << outcome.misunderstood << "\n";
-    if (!outcome.breach && outcome.misunderstood.empty()) return;
-    ++broken_;
-    streams_.out << "When these fail:";
-    for (const auto& [call, nth] : played.failing) streams_.out << " " << call << " (" << nth << ")";
-    streams_.out << "\n";
-    if (outcome.breach) describe(streams_.out, *outcome.breach, 1);
   }
 
   const simulator::Program& program_;
-  const bool isShort_;
-  const unsigned jobs_;
+  const FailureOptions& options_;
   const Streams& streams_;
-  const std::chrono::steady_clock::time_point begun_ = std::chrono::steady_clock::now();
+  Progress progress_;
   std::vector<Case> cases_;
   std::size_t played_ = 0;
-  std::size_t broken_ = 0;
+  std::map<std::size_t, Breach> broken_;  // by the number of the case
+  std::string misunderstood_;
 };
 
 }  // namespace
 
-int failures(const simulator::Program& program, bool isShort, unsigned jobs, const Streams& streams) {
-  return Failures(program, isShort, jobs, streams).run();
+int failures(const simulator::Program& program, const FailureOptions& options, const Streams& streams) {
+  return Failures(program, options, streams).run();
 }
 
 }  // namespace campaign

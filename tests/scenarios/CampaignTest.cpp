@@ -1,6 +1,8 @@
 // Lives of a desk: short ones of the program, and what is said of one that breaks.
+#include <CoreGraphics/CoreGraphics.h>
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <cstdlib>
 #include <filesystem>
 #include <sstream>
@@ -28,6 +30,25 @@ Said campaignOf(const simulator::Program& program, const campaign::Options& opti
   return {.status = status, .out = out.str(), .errors = errors.str()};
 }
 
+Said failuresOf(const simulator::Program& program, const std::string& folder, bool isShort = true) {
+  std::ostringstream out;
+  std::ostringstream errors;
+  const int status = campaign::failures(program, {.isShort = isShort, .jobs = 2, .folder = folder},
+                                        {.out = out, .errors = errors, .progress = nullptr});
+  return {.status = status, .out = out.str(), .errors = errors.str()};
+}
+
+// A folder, gone with the test.
+struct Scratch {
+  Scratch() { std::filesystem::create_directories(folder); }
+  ~Scratch() { std::filesystem::remove_all(folder); }
+  Scratch(const Scratch&) = delete;
+  Scratch& operator=(const Scratch&) = delete;
+
+  const std::filesystem::path folder =
+      std::filesystem::temp_directory_path() / ("campaign-" + std::to_string(getpid()));
+};
+
 }  // namespace
 
 TEST(Campaign, ALifeIsTheSameWithTheSameSeed) {
@@ -48,28 +69,69 @@ TEST(Campaign, EverythingHoldsForSomeDays) {
 }
 
 TEST(Campaign, ABrokenProgramIsFoundWithTheShortestScenario) {
-  const std::filesystem::path folder =
-      std::filesystem::temp_directory_path() / ("campaign-" + std::to_string(getpid()));
-  std::filesystem::create_directories(folder);
+  const Scratch scratch;
   simulator::Program program = dalvaneProgram();
   program.main = []() -> int { std::abort(); };
-  const Said said = campaignOf(program, {.firstSeed = 3, .lastSeed = 3, .days = 2, .jobs = 1, .folder = folder});
+  const Said said =
+      campaignOf(program, {.firstSeed = 3, .lastSeed = 3, .days = 2, .jobs = 1, .folder = scratch.folder});
   EXPECT_EQ(said.status, 1);
   EXPECT_NE(said.out.find("BROKEN: keeps-going"), said.out.npos) << said.out;
   EXPECT_NE(said.out.find("seed 3"), said.out.npos) << said.out;
-  const std::filesystem::path file = folder / "campaign-3-keeps-going.scenario";
+  const std::filesystem::path file = scratch.folder / "campaign-3-keeps-going.scenario";
   EXPECT_TRUE(said.out.ends_with("The scenario, in " + file.string() + ":\n" + launch)) << said.out;
   // The same file shows it again, and a program that works passes.
   std::ostringstream out;
   const campaign::Streams streams = {.out = out, .errors = out, .progress = nullptr};
   EXPECT_EQ(campaign::replay(program, file, 3, streams), 1);
   EXPECT_EQ(campaign::replay(dalvaneProgram(), file, 3, streams), 0) << out.str();
-  std::filesystem::remove_all(folder);
 }
 
 TEST(Campaign, EachFunctionMayFailOnce) {
+  const Said said = failuresOf(dalvaneProgram(), ".");
+  EXPECT_EQ(said.status, 0) << said.out << said.errors;
+  EXPECT_NE(said.out.find(" single failures of "), said.out.npos) << said.out;
+}
+
+TEST(Campaign, AFailureThatBreaksSomethingIsReportedAsALifeIs) {
+  const Scratch scratch;
+  simulator::Program program = dalvaneProgram();
+  // It stands no failure of a call.
+  program.main = []() -> int {
+    std::uint32_t count = 0;
+    if (CGGetOnlineDisplayList(0, nullptr, &count) != kCGErrorSuccess) std::abort();
+    return dalvaneProgram().main();
+  };
+  const Said said = failuresOf(program, scratch.folder);
+  EXPECT_EQ(said.status, 1) << said.errors;
+  const auto has = [&](const std::string& text) { return said.out.find(text) != said.out.npos; };
+  EXPECT_TRUE(has(" 1 with a broken invariant")) << said.out;
+  EXPECT_TRUE(has("When these fail: CGGetOnlineDisplayList (1)\nBROKEN: keeps-going\n")) << said.out;
+  EXPECT_TRUE(has("The trace around it:\n{\"t\":")) << said.out;
+  const std::filesystem::path file = scratch.folder / "failures-CGGetOnlineDisplayList-1-keeps-going.scenario";
+  EXPECT_TRUE(said.out.ends_with("The scenario, in " + file.string() + ":\n" +
+                                 line("fail", {{"call", "CGGetOnlineDisplayList"}, {"status", -1}, {"nth", 1}}) +
+                                 launch))
+      << said.out;
   std::ostringstream out;
-  EXPECT_EQ(campaign::failures(dalvaneProgram(), true, 2, {.out = out, .errors = out, .progress = nullptr}), 0)
-      << out.str();
-  EXPECT_NE(out.str().find("single failures of"), std::string::npos) << out.str();
+  const campaign::Streams streams = {.out = out, .errors = out, .progress = nullptr};
+  EXPECT_EQ(campaign::replay(program, file, 1, streams), 1);
+  EXPECT_EQ(campaign::replay(dalvaneProgram(), file, 1, streams), 0) << out.str();
+}
+
+TEST(Campaign, TheSameFailureIsReportedInFullOnce) {
+  const Scratch scratch;
+  simulator::Program program = dalvaneProgram();
+  program.main = []() -> int {
+    std::uint32_t count = 0;
+    for (int i = 0; i < 2; ++i) {
+      if (CGGetOnlineDisplayList(0, nullptr, &count) != kCGErrorSuccess) std::abort();
+    }
+    return 0;
+  };
+  const Said said = failuresOf(program, scratch.folder, false);
+  EXPECT_EQ(said.status, 1) << said.errors;
+  const auto first = said.out.find("When these fail: CGGetOnlineDisplayList (1)\nBROKEN: keeps-going\n");
+  const auto second = said.out.find("When these fail: CGGetOnlineDisplayList (2)\nBROKEN: keeps-going, as before\n");
+  EXPECT_LT(first, second) << said.out;
+  EXPECT_NE(second, said.out.npos) << said.out;
 }
