@@ -30,11 +30,11 @@ void end(Outcome& outcome, int status, std::size_t lines) {
   if (status != 0 && !outcome.breach) outcome.breach = crash(status, lines);
 }
 
-Outcome playOnce(const simulator::Program& program, std::uint64_t seed, const Lines& lines) {
+Outcome playOnce(const simulator::Program& program, std::uint64_t seed, const Lines& lines, const std::string& file) {
   Outcome outcome;
   Children children;
   children.start(0, patience, [&](const Tell& tell) {
-    attempt(program, seed, tell, [&](Run& run) { run.play(lines, [&tell] { tell("goes on"); }); });
+    attempt(program, seed, tell, [&](Run& run) { run.play(lines, [&tell] { tell("goes on"); }, file); });
   });
   while (children.count() > 0) {
     children.wait([&outcome](std::size_t, const std::string& text) { take(outcome, text); },

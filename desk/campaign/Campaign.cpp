@@ -1,5 +1,6 @@
 #include "desk/campaign/Campaign.h"
 
+#include <filesystem>
 #include <fstream>
 #include <iomanip>
 #include <map>
@@ -123,15 +124,15 @@ int run(const simulator::Program& program, const Options& options, const Streams
 
 int replay(const simulator::Program& program, const std::string& file, std::uint64_t seed, const Streams& streams) {
   std::ifstream in(file);
-  if (!in) {
+  if (!in || std::filesystem::is_directory(file)) {
     streams.errors << file << ":1: the file cannot be read\n";
     return 2;
   }
   Lines lines;
   for (std::string line; std::getline(in, line);) lines.push_back(line);
-  const Outcome outcome = playOnce(program, seed, lines);
+  const Outcome outcome = playOnce(program, seed, lines, file);
   if (!outcome.misunderstood.empty()) {
-    streams.errors << file << ": " << outcome.misunderstood << "\n";
+    streams.errors << outcome.misunderstood << "\n";
     return 2;
   }
   if (!outcome.breach) {

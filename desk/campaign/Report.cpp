@@ -2,6 +2,7 @@
 
 #include <fstream>
 #include <iomanip>
+#include <utility>
 
 #include "desk/campaign/Attempt.h"
 
@@ -13,11 +14,13 @@ constexpr double mostSecondsOfSearch = 120;
 // The displays, the outputs and the launch.
 constexpr std::size_t linesOfSetUp = 20;
 
-void save(const std::string& file, const Lines& lines, const Breach& breach, std::uint64_t seed) {
+// False when it could not be written.
+bool save(const std::string& file, const Lines& lines, const Breach& breach, std::uint64_t seed) {
   std::ofstream out(file);
   out << "// " << breach.sentence << "\n// " << breach.how << "\n// dalvane-desk campaign --replay " << file
       << " --seed " << seed << "\n";
   for (const std::string& line : lines) out << line << "\n";
+  return static_cast<bool>(out.flush());
 }
 
 }  // namespace
@@ -60,15 +63,21 @@ void report(const simulator::Program& program, const Finding& finding, const std
   };
   // It is kept whatever becomes of the search.
   const std::string file = folder + "/" + finding.name + "-" + finding.breach.name + ".scenario";
-  save(file, finding.lines, finding.breach, finding.seed);
-  if (!shows(finding.lines)) {
-    streams.out << "It does not show when those lines, in " << file << ", are played again.\n";
-    return;
+  const auto keep = [&](const Lines& lines) { return save(file, lines, shortest, finding.seed); };
+  Lines lines = finding.lines;
+  bool isKept = keep(lines);
+  const bool isShownAgain = shows(lines);
+  if (isShownAgain) {
+    lines = shrink(std::move(lines), linesOfSetUp, shows);
+    isKept = keep(lines);
+    streams.out << shortest.how << "\nThe trace around it now:\n" << shortest.trace;
+  } else {
+    streams.out << "It does not show when its lines are played again.\n";
   }
-  const Lines lines = shrink(finding.lines, linesOfSetUp, shows);
-  save(file, lines, shortest, finding.seed);
-  streams.out << shortest.how << "\nThe trace around it now:\n"
-              << shortest.trace << "The scenario, in " << file << ":\n";
+  if (!isKept) streams.errors << file << ": the file cannot be written\n";
+  streams.out << "The scenario" << (isKept ? ", in " + file : "") << ":\n";
+  // Those that show nothing are many.
+  if (isKept && !isShownAgain) lines = {"…"};
   for (const std::string& line : lines) streams.out << line << "\n";
 }
 

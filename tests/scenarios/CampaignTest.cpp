@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <sstream>
 
 #include "desk/Desk.h"
@@ -84,6 +85,39 @@ TEST(Campaign, ABrokenProgramIsFoundWithTheShortestScenario) {
   const campaign::Streams streams = {.out = out, .errors = out, .progress = nullptr};
   EXPECT_EQ(campaign::replay(program, file, 3, streams), 1);
   EXPECT_EQ(campaign::replay(dalvaneProgram(), file, 3, streams), 0) << out.str();
+}
+
+TEST(Campaign, AScenarioThatCannotBeWrittenIsSaid) {
+  simulator::Program program = dalvaneProgram();
+  program.main = []() -> int { std::abort(); };
+  const Said said =
+      campaignOf(program, {.firstSeed = 3, .lastSeed = 3, .days = 1, .jobs = 1, .folder = "/nowhere/at/all"});
+  EXPECT_EQ(said.status, 1);
+  EXPECT_EQ(said.errors, "/nowhere/at/all/campaign-3-keeps-going.scenario: the file cannot be written\n");
+  EXPECT_EQ(said.out.find("/nowhere"), said.out.npos) << said.out;
+  EXPECT_TRUE(said.out.ends_with("The scenario:\n" + launch)) << said.out;
+}
+
+TEST(Campaign, WhatDoesNotShowAgainIsKept) {
+  const Scratch scratch;
+  static std::string hasFailed;
+  hasFailed = scratch.folder / "has-failed";
+  simulator::Program program = dalvaneProgram();
+  program.main = []() -> int {
+    if (!std::filesystem::exists(hasFailed)) {
+      std::ofstream{hasFailed};
+      std::abort();
+    }
+    return dalvaneProgram().main();
+  };
+  const Said said =
+      campaignOf(program, {.firstSeed = 3, .lastSeed = 3, .days = 1, .jobs = 1, .folder = scratch.folder});
+  EXPECT_EQ(said.status, 1);
+  const std::filesystem::path file = scratch.folder / "campaign-3-keeps-going.scenario";
+  EXPECT_TRUE(said.out.ends_with("It does not show when its lines are played again.\nThe scenario, in " +
+                                 file.string() + ":\n…\n"))
+      << said.out;
+  EXPECT_GT(std::filesystem::file_size(file), 5000U);
 }
 
 TEST(Campaign, EachFunctionMayFailOnce) {
