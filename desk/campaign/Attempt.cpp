@@ -17,7 +17,6 @@ void attempt(const simulator::Program& program, std::uint64_t seed, const Tell& 
   } catch (const simulator::ScenarioError& error) {
     tell(std::string("E") + error.what());
   }
-  run.cutShort();
   std::_Exit(0);
 }
 

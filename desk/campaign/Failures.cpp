@@ -211,7 +211,6 @@ class Failures {
       for (const auto& [call, count] : run.machine().faults.counted()) {
         if (run.machine().faults.knows(call)) tell(std::to_string(count) + " " + call);
       }
-      run.cutShort();
       std::_Exit(0);
     });
     while (children.count() > 0) {

@@ -7,7 +7,6 @@
 #include "simulator/audio/Audio.h"
 #include "simulator/mac/Mac.h"
 #include "simulator/mac/Scenario.h"
-#include "simulator/system/SystemRoot.h"
 
 using nlohmann::json;
 
@@ -108,7 +107,5 @@ void Run::tell(Breach breach) {
   for (const std::string& line : trace_) breach.trace += line + "\n";
   broken_(breach);
 }
-
-void Run::cutShort() { mac_->part<simulator::SystemRoot>().runIsCutShort(); }
 
 }  // namespace campaign

@@ -53,9 +53,6 @@ class Run {
   // Quits the program, and counts what is left of it. False when an invariant does not hold.
   bool finish();
 
-  // To be called before the process ends without the destructor.
-  void cutShort();
-
   [[nodiscard]] simulator::Mac& machine() { return *mac_; }
 
  private:

@@ -1,11 +1,16 @@
 // Lives of a desk: short ones of the program, and what is said of one that breaks.
 #include <CoreGraphics/CoreGraphics.h>
 #include <gtest/gtest.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <cstdint>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <sstream>
 
 #include "desk/Desk.h"
@@ -49,6 +54,31 @@ struct Scratch {
   const std::filesystem::path folder =
       std::filesystem::temp_directory_path() / ("campaign-" + std::to_string(getpid()));
 };
+
+// Does that in a process whose temporary files lie in `folder`; when there is one, stops it with `stop`, if that is a
+// signal. How the process ended, and the folder's content then.
+struct Left {
+  int status = 0;
+  std::string files;
+};
+Left inFolder(const std::filesystem::path& folder, const std::function<void()>& work, int stop = 0) {
+  const pid_t process = fork();
+  if (process == 0) {
+    // Whoever runs the tests in the background has INT ignored.
+    signal(SIGINT, SIG_DFL);
+    setenv("TMPDIR", folder.c_str(), 1);
+    work();
+    std::_Exit(0);
+  }
+  if (stop != 0) {
+    while (std::filesystem::is_empty(folder)) poll(nullptr, 0, 10);
+    kill(process, stop);
+  }
+  Left left;
+  waitpid(process, &left.status, 0);
+  for (const auto& entry : std::filesystem::directory_iterator(folder)) left.files += entry.path().string() + "\n";
+  return left;
+}
 
 }  // namespace
 
@@ -118,6 +148,30 @@ TEST(Campaign, WhatDoesNotShowAgainIsKept) {
                                  file.string() + ":\n…\n"))
       << said.out;
   EXPECT_GT(std::filesystem::file_size(file), 5000U);
+}
+
+TEST(Campaign, AProgramThatIsKilledLeavesNoFolder) {
+  const Scratch scratch;
+  simulator::Program program = dalvaneProgram();
+  program.main = []() -> int { return raise(SIGKILL); };
+  const auto [status, left] = inFolder(scratch.folder, [&program] {
+    campaignOf(program, {.firstSeed = 3, .lastSeed = 3, .days = 1, .jobs = 1, .folder = "/nowhere/at/all"});
+  });
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(left, "");
+}
+
+TEST(Campaign, LeavesNoFolderWhenItIsInterrupted) {
+  for (const int stop : {SIGINT, SIGTERM}) {
+    const Scratch scratch;
+    const auto [status, left] = inFolder(
+        scratch.folder,
+        [] { campaignOf(dalvaneProgram(), {.firstSeed = 1, .lastSeed = 2, .days = 100000, .jobs = 2, .folder = "."}); },
+        stop);
+    EXPECT_TRUE(WIFSIGNALED(status)) << status;
+    EXPECT_EQ(WTERMSIG(status), stop);
+    EXPECT_EQ(left, "");
+  }
 }
 
 TEST(Campaign, EachFunctionMayFailOnce) {
