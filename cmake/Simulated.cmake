@@ -94,7 +94,7 @@ include(cmake/Analysis.cmake)
 add_analysis(analysis ${DALVANE_PROGRAM})
 
 add_library(desk OBJECT
-  desk/campaign/Attempt.cpp desk/campaign/Campaign.cpp
+  desk/campaign/Attempt.cpp desk/campaign/Calls.cpp desk/campaign/Campaign.cpp
   desk/campaign/DisplayInvariants.cpp desk/campaign/Failures.cpp
   desk/campaign/KeyInvariants.cpp desk/campaign/Life.cpp desk/campaign/Report.cpp desk/campaign/Run.cpp
   desk/campaign/Shrink.cpp desk/campaign/SoundInvariants.cpp desk/campaign/SystemInvariants.cpp desk/campaign/World.cpp

@@ -1,16 +1,15 @@
 #include "desk/campaign/Failures.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <iomanip>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <sstream>
-#include <stdexcept>
 #include <utility>
 
 #include "desk/campaign/Attempt.h"
+#include "desk/campaign/Calls.h"
 #include "simulator/mac/Mac.h"
 
 using nlohmann::json;
@@ -18,12 +17,12 @@ using nlohmann::json;
 namespace campaign {
 namespace {
 
-// A call that is to fail: which, and which of its occurrences.
+// A call that is to fail: which, which of its occurrences, and with what.
 struct Failure {
   std::string call;
   std::uint64_t nth;
+  int status;
 };
-using Failing = std::vector<Failure>;
 
 // What a desk begins with.
 constexpr const char* desk = R"(
@@ -140,21 +139,11 @@ Lines linesOf(const std::vector<const char*>& texts) {
   return lines;
 }
 
-// What a call fails with: an errno, a tool's exit status, or any number.
-int statusOf(const std::string& call) {
-  static const std::set<std::string> errnos = {
-      "rename", "remove", "remove_all", "create_directories", "directory_iterator", "access", "waitpid",
-      "kqueue", "kevent", "confstr"};
-  if (errnos.contains(call) || call.starts_with("posix_spawn")) return EIO;
-  if (call.starts_with("hdiutil") || call == "ditto") return 1;
-  return call.starts_with("NSURLSession") ? -1005 : -1;
-}
-
 // The day with those calls failing.
-Lines linesWith(const Lines& lines, const Failing& failing) {
+Lines linesWith(const Lines& lines, const std::vector<Failure>& failing) {
   Lines result;
-  for (const auto& [call, nth] : failing) {
-    result.push_back(json({{"do", "fail"}, {"call", call}, {"status", statusOf(call)}, {"nth", nth}}).dump());
+  for (const auto& [call, nth, status] : failing) {
+    result.push_back(json({{"do", "fail"}, {"call", call}, {"status", status}, {"nth", nth}}).dump());
   }
   result.insert(result.end(), lines.begin(), lines.end());
   return result;
@@ -167,11 +156,15 @@ class Failures {
 
   int run() {
     const Lines all = linesOf({desk, day, update, afterwards});
-    const auto singles = callsOf(all, {});
-    std::size_t names = 0;
-    for (const auto& [call, nth] : singles) {
-      names += nth == 1 ? 1 : 0;
-      if (nth == 1 || !options_.isShort) cases_.push_back({&all, {{call, nth}}});
+    const auto calls = callsOf(all);
+    for (const auto& [call, count] : calls) {
+      if (count == 0 && !cannotFail().contains(call))
+        misunderstood_ =
+            "the day calls " + call + ", which cannot be made to fail and is not listed as one that cannot";
+      if (count != 0 && cannotFail().contains(call)) misunderstood_ = call + " is listed as one that cannot fail";
+    }
+    for (const Failure& each : failuresOf(calls)) {
+      if (each.nth == 1 || !options_.isShort) cases_.push_back({&all, {each}});
     }
     const std::size_t single = cases_.size();
     const Lines installing = linesOf({desk, update, afterwards});
@@ -180,13 +173,16 @@ class Failures {
       addPairs(installing, linesOf({desk, update}), updateCalls);
       addPairs(routing, linesOf({desk, sound}), routerCalls);
     }
-    playAll();
+    if (misunderstood_.empty()) playAll();
     progress_.clear();
     if (!misunderstood_.empty()) {
       streams_.errors << misunderstood_ << "\n";
       return 2;
     }
-    streams_.out << single << " single failures of " << names << " functions, " << cases_.size() - single << " pairs, "
+    const auto unfailing = std::ranges::count_if(calls, [](const auto& call) { return call.second == 0; });
+    streams_.out << "The day calls " << calls.size() << " functions, " << unfailing << " of which cannot fail.\n"
+                 << single << " single failures of " << std::ssize(calls) - unfailing << " functions, "
+                 << cases_.size() - single << " pairs, " << stops_ << " that stop the program on purpose, "
                  << broken_.size() << " with a broken invariant, in " << std::fixed << std::setprecision(1)
                  << progress_.seconds() << " s\n";
     tellOfBroken();
@@ -196,43 +192,55 @@ class Failures {
  private:
   struct Case {
     const Lines* lines;
-    Failing failing;
+    std::vector<Failure> failing;
   };
 
-  // The calls that a scenario makes, each as often as it does; all of them, or those of `names`.
-  [[nodiscard]] Failing callsOf(const Lines& lines, const std::set<std::string>& names) const {
-    Failing calls;
+  using Calls = std::map<std::string, std::uint64_t>;
+
+  // The functions that a scenario calls, each with how many of its calls can be made to fail.
+  [[nodiscard]] Calls callsOf(const Lines& lines) {
+    Calls calls;
     Children children;
     children.start(0, patience, [&](const Tell& tell) {
       Run run(program_, simulator::Seed(1), {}, [](const Breach&) {});
+      const auto& faults = run.machine().faults;
       run.machine().faults.startCounting();
       run.play(lines);
       run.finish();
-      for (const auto& [call, count] : run.machine().faults.counted()) {
-        if (run.machine().faults.knows(call)) tell(std::to_string(count) + " " + call);
+      for (const auto& [call, count] : faults.counted()) {
+        tell(std::to_string(faults.knows(call) ? count : 0) + " " + call);
       }
       std::_Exit(0);
     });
     while (children.count() > 0) {
-      children.wait(
-          [&](std::size_t, const std::string& text) {
-            const auto space = text.find(' ');
-            const std::string call = text.substr(space + 1);
-            if (!names.empty() && !names.contains(call)) return;
-            for (std::uint64_t nth = 1; nth <= std::stoull(text); ++nth) calls.push_back({call, nth});
-          },
-          [](std::size_t, int status) {
-            if (status != 0)
-              throw std::runtime_error("the day whose calls are to fail ended with status " + std::to_string(status));
-          });
+      children.wait([&](std::size_t,
+                        const std::string& text) { calls.emplace(text.substr(text.find(' ') + 1), std::stoull(text)); },
+                    [&](std::size_t, int status) {
+                      if (status != 0)
+                        misunderstood_ = "without a failure the day ends with status " + std::to_string(status);
+                    });
     }
     return calls;
   }
 
+  // Every way in which one of them can fail.
+  static std::vector<Failure> failuresOf(const Calls& calls) {
+    std::vector<Failure> failures;
+    for (const auto& [call, count] : calls) {
+      for (std::uint64_t nth = 1; nth <= count; ++nth) {
+        for (const int status : statusesOf(call)) failures.push_back({call, nth, status});
+      }
+    }
+    return failures;
+  }
+
   void addPairs(const Lines& lines, const Lines& first, const std::set<std::string>& names) {
-    const Failing calls = callsOf(first, names);
-    for (auto one = calls.begin(); one != calls.end(); ++one) {
-      for (auto other = one + 1; other != calls.end(); ++other) {
+    Calls calls = callsOf(first);
+    std::erase_if(calls, [&names](const auto& call) { return !names.contains(call.first); });
+    const auto failures = failuresOf(calls);
+    for (auto one = failures.begin(); one != failures.end(); ++one) {
+      for (auto other = one + 1; other != failures.end(); ++other) {
+        if (one->call == other->call && one->nth == other->nth) continue;
         // The second of two occurrences is counted from where the first is counted from.
         cases_.push_back({&lines, {*one, *other}});
       }
@@ -261,7 +269,17 @@ class Failures {
   void judge(std::size_t number, const Outcome& outcome) {
     progress_.show(++played_, cases_.size(), "failures");
     if (!outcome.misunderstood.empty()) misunderstood_ = outcome.misunderstood;
-    if (outcome.breach) broken_.emplace(number, *outcome.breach);
+    if (!outcome.breach) return;
+    if (outcome.breach->name == keepsGoing && isOnPurpose(cases_[number], outcome.breach->trace)) {
+      ++stops_;
+    } else {
+      broken_.emplace(number, *outcome.breach);
+    }
+  }
+
+  static bool isOnPurpose(const Case& played, const std::string& trace) {
+    return std::ranges::any_of(played.failing,
+                               [&](const Failure& each) { return stopFor(each.call, trace) != nullptr; });
   }
 
   // In full for the first of each call that breaks an invariant: the others show the same.
@@ -271,8 +289,8 @@ class Failures {
       const auto& [lines, failing] = cases_[number];
       std::string name = "failures";
       streams_.out << "When these fail:";
-      for (const auto& [call, nth] : failing) {
-        streams_.out << " " << call << " (" << nth << ")";
+      for (const auto& [call, nth, status] : failing) {
+        streams_.out << " " << call << " (" << nth << ") with " << status;
         name += "-" + call + "-" + std::to_string(nth);
       }
       streams_.out << "\n";
@@ -292,6 +310,7 @@ class Failures {
   Progress progress_;
   std::vector<Case> cases_;
   std::size_t played_ = 0;
+  std::size_t stops_ = 0;
   std::map<std::size_t, Breach> broken_;  // by the number of the case
   std::string misunderstood_;
 };

@@ -193,7 +193,7 @@ TEST(Campaign, AFailureThatBreaksSomethingIsReportedAsALifeIs) {
   EXPECT_EQ(said.status, 1) << said.errors;
   const auto has = [&](const std::string& text) { return said.out.find(text) != said.out.npos; };
   EXPECT_TRUE(has(" 1 with a broken invariant")) << said.out;
-  EXPECT_TRUE(has("When these fail: CGGetOnlineDisplayList (1)\nBROKEN: keeps-going\n")) << said.out;
+  EXPECT_TRUE(has("When these fail: CGGetOnlineDisplayList (1) with -1\nBROKEN: keeps-going\n")) << said.out;
   EXPECT_TRUE(has("The trace around it:\n{\"t\":")) << said.out;
   const std::filesystem::path file = scratch.folder / "failures-CGGetOnlineDisplayList-1-keeps-going.scenario";
   EXPECT_TRUE(said.out.ends_with("The scenario, in " + file.string() + ":\n" +
@@ -218,8 +218,9 @@ TEST(Campaign, TheSameFailureIsReportedInFullOnce) {
   };
   const Said said = failuresOf(program, scratch.folder, false);
   EXPECT_EQ(said.status, 1) << said.errors;
-  const auto first = said.out.find("When these fail: CGGetOnlineDisplayList (1)\nBROKEN: keeps-going\n");
-  const auto second = said.out.find("When these fail: CGGetOnlineDisplayList (2)\nBROKEN: keeps-going, as before\n");
+  const auto first = said.out.find("When these fail: CGGetOnlineDisplayList (1) with -1\nBROKEN: keeps-going\n");
+  const auto second =
+      said.out.find("When these fail: CGGetOnlineDisplayList (2) with -1\nBROKEN: keeps-going, as before\n");
   EXPECT_LT(first, second) << said.out;
   EXPECT_NE(second, said.out.npos) << said.out;
 }
