@@ -80,6 +80,7 @@ constexpr const char* day = R"(
 {"do":"slide","row":"Television","to":16}
 {"do":"advance","seconds":2}
 {"do":"slide","row":"Television","to":9}
+{"do":"key","key":"brightnessUp"}
 {"do":"settle"}
 {"do":"menu","open":false}
 {"do":"display","id":3,"name":"Right","frame":[4000,0,1000,1000],"vendor":1,"product":2,"serial":4,"monitor":{"current":50,"maximum":100}}
@@ -99,6 +100,15 @@ constexpr const char* day = R"(
 {"do":"click","item":"Start at Login"}
 {"do":"settle"}
 {"do":"click","item":"Start at Login"}
+{"do":"settle"}
+{"do":"login-item","error":"No."}
+{"do":"click","item":"Start at Login"}
+{"do":"settle"}
+{"do":"login-item","approved":false,"error":null}
+{"do":"click","item":"Start at Login"}
+{"do":"settle"}
+{"do":"output","id":13,"uid":"UID-13","name":"Headset","volume":"settable"}
+{"do":"default-output","id":13}
 {"do":"settle"}
 {"do":"default-output","id":12}
 {"do":"settle"}
@@ -200,26 +210,29 @@ class Failures {
   // The functions that a scenario calls, each with how many of its calls can be made to fail.
   [[nodiscard]] Calls callsOf(const Lines& lines) {
     Calls calls;
+    Outcome outcome;
     Children children;
     children.start(0, patience, [&](const Tell& tell) {
-      Run run(program_, simulator::Seed(1), {}, [](const Breach&) {});
-      const auto& faults = run.machine().faults;
-      run.machine().faults.startCounting();
-      run.play(lines);
-      run.finish();
-      for (const auto& [call, count] : faults.counted()) {
-        tell(std::to_string(faults.knows(call) ? count : 0) + " " + call);
-      }
-      std::_Exit(0);
+      attempt(program_, 1, tell, [&](Run& run) {
+        auto& faults = run.machine().faults;
+        faults.startCounting();
+        run.play(lines);
+        run.finish();
+        for (const auto& [call, count] : faults.counted()) {
+          tell("C" + std::to_string(faults.knows(call) ? count : 0) + " " + call);
+        }
+      });
     });
     while (children.count() > 0) {
-      children.wait([&](std::size_t,
-                        const std::string& text) { calls.emplace(text.substr(text.find(' ') + 1), std::stoull(text)); },
-                    [&](std::size_t, int status) {
-                      if (status != 0)
-                        misunderstood_ = "without a failure the day ends with status " + std::to_string(status);
-                    });
+      children.wait(
+          [&](std::size_t, const std::string& text) {
+            take(outcome, text);
+            if (text[0] == 'C') calls.emplace(text.substr(text.find(' ') + 1), std::stoull(text.substr(1)));
+          },
+          [&](std::size_t, int status) { end(outcome, status, lines.size()); });
     }
+    if (!outcome.misunderstood.empty()) misunderstood_ = outcome.misunderstood;
+    if (outcome.breach) misunderstood_ = "without a failure too this is broken: " + outcome.breach->name;
     return calls;
   }
 
