@@ -94,10 +94,10 @@ include(cmake/Analysis.cmake)
 add_analysis(analysis ${DALVANE_PROGRAM})
 
 add_library(desk OBJECT
-  desk/campaign/Attempt.cpp desk/campaign/Campaign.cpp
+  desk/campaign/Attempt.cpp desk/campaign/Calls.cpp desk/campaign/Campaign.cpp
   desk/campaign/DisplayInvariants.cpp desk/campaign/Failures.cpp
-  desk/campaign/KeyInvariants.cpp desk/campaign/Life.cpp desk/campaign/Run.cpp desk/campaign/Shrink.cpp
-  desk/campaign/SoundInvariants.cpp desk/campaign/SystemInvariants.cpp desk/campaign/World.cpp
+  desk/campaign/KeyInvariants.cpp desk/campaign/Life.cpp desk/campaign/Report.cpp desk/campaign/Run.cpp
+  desk/campaign/Shrink.cpp desk/campaign/SoundInvariants.cpp desk/campaign/SystemInvariants.cpp desk/campaign/World.cpp
   desk/Children.cpp desk/Desk.cpp desk/Explore.cpp desk/Narrator.cpp desk/Pictures.cpp desk/Seat.cpp desk/Tour.cpp)
 target_compile_definitions(desk PRIVATE DALVANE_VERSION="${DALVANE_VERSION}" DALVANE_FEED_HOST="${DALVANE_FEED_HOST}")
 target_link_libraries(desk PUBLIC simulated_settings source_tree)

@@ -1,7 +1,7 @@
 #include "desk/Children.h"
 
 #include <poll.h>
-#include <signal.h>
+#include <sys/signalfd.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -9,6 +9,8 @@
 #include <cstdlib>
 #include <system_error>
 #include <vector>
+
+#include "simulator/system/SystemRoot.h"
 
 namespace {
 
@@ -30,15 +32,46 @@ int statusOf(pid_t process) {
 
 }  // namespace
 
+Children::Children() {
+  sigset_t stops;
+  sigemptyset(&stops);
+  for (const int each : {SIGINT, SIGTERM}) {
+    struct sigaction now;
+    if (sigaction(each, nullptr, &now) == 0 && now.sa_handler != SIG_IGN) sigaddset(&stops, each);
+  }
+  stops_ = signalfd(-1, &stops, SFD_CLOEXEC);
+  if (stops_ < 0) throw std::system_error(errno, std::generic_category(), "signalfd");
+  pthread_sigmask(SIG_BLOCK, &stops, &before_);
+}
+
 Children::~Children() {
-  for (const auto& [number, child] : children_) {
+  endAll();
+  close(stops_);
+  pthread_sigmask(SIG_SETMASK, &before_, nullptr);
+}
+
+// How it has ended.
+int Children::end(std::size_t number) {
+  const Child& child = children_.at(number);
+  close(child.pipe);
+  const int status = statusOf(child.process);
+  std::error_code ignored;
+  std::filesystem::remove_all(child.folder, ignored);
+  children_.erase(number);
+  return status;
+}
+
+void Children::endAll() {
+  while (!children_.empty()) {
+    const auto& [number, child] = *children_.begin();
     kill(child.process, SIGKILL);
-    close(child.pipe);
-    statusOf(child.process);
+    end(number);
   }
 }
 
 void Children::start(std::size_t number, unsigned patience, const std::function<void(const Tell&)>& work) {
+  std::string folder = (simulator::SystemRoot::parentFolder() / "dalvane-desk-XXXXXX").string();
+  if (!mkdtemp(folder.data())) throw std::system_error(errno, std::generic_category(), "mkdtemp " + folder);
   int ends[2];
   if (pipe(ends) != 0) throw std::system_error(errno, std::generic_category(), "pipe");
   const pid_t process = fork();
@@ -46,6 +79,9 @@ void Children::start(std::size_t number, unsigned patience, const std::function<
   if (process == 0) {
     close(ends[0]);
     for (const auto& [other, child] : children_) close(child.pipe);
+    close(stops_);
+    pthread_sigmask(SIG_SETMASK, &before_, nullptr);
+    setenv("TMPDIR", folder.c_str(), 1);
     signal(SIGPIPE, SIG_IGN);
     alarm(patience);
     work([pipe = ends[1], patience](std::string_view text) {
@@ -55,7 +91,7 @@ void Children::start(std::size_t number, unsigned patience, const std::function<
     std::_Exit(0);
   }
   close(ends[1]);
-  children_.emplace(number, Child{.process = process, .pipe = ends[0], .buffer = {}});
+  children_.emplace(number, Child{.process = process, .pipe = ends[0], .folder = folder, .buffer = {}});
 }
 
 void Children::wait(const std::function<void(std::size_t number, const std::string& text)>& told,
@@ -66,9 +102,14 @@ void Children::wait(const std::function<void(std::size_t number, const std::stri
     waited.push_back({.fd = child.pipe, .events = POLLIN, .revents = 0});
     numbers.push_back(number);
   }
+  waited.push_back({.fd = stops_, .events = POLLIN, .revents = 0});
   while (poll(waited.data(), waited.size(), -1) < 0 && errno == EINTR) {
   }
-  for (std::size_t i = 0; i < waited.size(); ++i) {
+  if (waited.back().revents != 0) {
+    endAll();
+    pthread_sigmask(SIG_SETMASK, &before_, nullptr);  // now it ends
+  }
+  for (std::size_t i = 0; i < numbers.size(); ++i) {
     if (waited[i].revents == 0) continue;
     Child& child = children_.at(numbers[i]);
     char buffer[65536];
@@ -83,9 +124,6 @@ void Children::wait(const std::function<void(std::size_t number, const std::stri
       }
       continue;
     }
-    close(child.pipe);
-    const int status = statusOf(child.process);
-    children_.erase(numbers[i]);
-    ended(numbers[i], status);
+    ended(numbers[i], end(numbers[i]));
   }
 }

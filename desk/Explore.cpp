@@ -9,7 +9,6 @@
 #include "desk/Children.h"
 #include "simulator/mac/Mac.h"
 #include "simulator/mac/Scenario.h"
-#include "simulator/system/SystemRoot.h"
 
 namespace {
 
@@ -58,7 +57,6 @@ constexpr char aboutError = 'E';
     tell(aboutError + std::string(error.what()));
     status = 2;
   }
-  machine.part<simulator::SystemRoot>().runIsCutShort();
   tellChoices();
   std::_Exit(status);
 }

@@ -2,10 +2,13 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <charconv>
 #include <cstdint>
 #include <iostream>
+#include <map>
 #include <optional>
+#include <set>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -104,62 +107,72 @@ int exploreCommand(const std::vector<std::string>& arguments) {
 
 // What `campaign` is given.
 struct CampaignArguments {
+  std::map<std::string, std::string> values;  // by option
+  std::string kind;                           // the option that says what is played
   campaign::Options options;
-  bool hasSeeds = false;
-  bool hasDays = false;
-  std::string file;
-  std::string failures;
   std::uint64_t seed = 1;
   std::string problem;  // empty: none
 };
 
-std::string takeSeeds(CampaignArguments& given, const std::string& text) {
-  const auto dots = text.find("..");
-  const auto first = number(text.substr(0, dots), UINT32_MAX);
-  const auto last = dots == text.npos ? first : number(text.substr(dots + 2), UINT32_MAX);
-  if (!first || !last || *last < *first) return "--seeds needs numbers A..B, A not above B";
-  given.options.firstSeed = *first;
-  given.options.lastSeed = *last;
-  given.hasSeeds = true;
-  return {};
+// Each way to call it, and what goes with it.
+const std::map<std::string, std::set<std::string>> campaignKinds = {
+    {"--seeds", {"--days", "--jobs"}}, {"--failures", {"--jobs"}}, {"--replay", {"--seed"}}};
+
+bool isCampaignOption(const std::string& option) {
+  return std::ranges::any_of(
+      campaignKinds, [&option](const auto& kind) { return kind.first == option || kind.second.contains(option); });
 }
 
-std::string takeOption(CampaignArguments& given, const std::string& option, const std::string& value) {
-  if (option == "--seeds") return takeSeeds(given, value);
-  if (option == "--replay") {
-    given.file = value;
-    return {};
+// Reads which there are; what is wrong with that, or nothing.
+std::string takeOptions(CampaignArguments& given, const std::vector<std::string>& arguments) {
+  for (std::size_t i = 1; i < arguments.size(); i += 2) {
+    const std::string& option = arguments[i];
+    if (!isCampaignOption(option)) return "\"" + option + "\" is nothing that campaign knows";
+    if (i + 1 == arguments.size()) return "\"" + option + "\" needs a value";
+    if (!given.values.emplace(option, arguments[i + 1]).second) return option + " is given twice";
+    if (!campaignKinds.contains(option)) continue;
+    if (!given.kind.empty()) return option + " does not go with " + given.kind;
+    given.kind = option;
   }
-  if (option == "--failures") {
-    given.failures = value;
-    return value == "all" || value == "short" ? "" : "--failures needs \"all\" or \"short\"";
+  if (given.kind.empty()) return "campaign needs --seeds A..B";
+  for (const auto& [option, value] : given.values) {
+    if (option != given.kind && !campaignKinds.at(given.kind).contains(option))
+      return option + " does not go with " + given.kind;
+  }
+  return given.kind == "--seeds" && !given.values.contains("--days") ? "campaign needs --days N" : "";
+}
+
+// Reads a value; what is wrong with it, or nothing.
+std::string takeValue(CampaignArguments& given, const std::string& option, const std::string& value) {
+  if (option == "--failures") return value == "all" || value == "short" ? "" : "--failures needs \"all\" or \"short\"";
+  if (option == "--replay") return {};
+  if (option == "--seed") {
+    const auto seed = number(value, UINT32_MAX);
+    given.seed = seed.value_or(1);
+    return seed ? "" : "\"" + value + "\" is no seed";
+  }
+  if (option == "--seeds") {
+    const auto dots = value.find("..");
+    const auto first = number(value.substr(0, dots), UINT32_MAX);
+    const auto last = dots == value.npos ? first : number(value.substr(dots + 2), UINT32_MAX);
+    if (!first || !last || *last < *first) return "--seeds needs numbers A..B, A not above B";
+    given.options.firstSeed = *first;
+    given.options.lastSeed = *last;
+    return {};
   }
   const auto count = number(value, 1'000'000);
-  if (option == "--seed") {
-    if (!count) return "\"" + value + "\" is no seed";
-    given.seed = *count;
-    return {};
-  }
-  if (option != "--days" && option != "--jobs") return "\"" + option + "\" is nothing that campaign knows";
   if (!count || *count == 0) return option + " needs a number above 0";
-  if (option == "--jobs") {
-    given.options.jobs = static_cast<unsigned>(*count);
-  } else {
-    given.options.days = *count;
-    given.hasDays = true;
-  }
+  if (option == "--days") given.options.days = *count;
+  if (option == "--jobs") given.options.jobs = static_cast<unsigned>(*count);
   return {};
 }
 
 CampaignArguments campaignArguments(const std::vector<std::string>& arguments) {
   CampaignArguments given;
-  for (std::size_t i = 1; i < arguments.size() && given.problem.empty(); i += 2) {
-    given.problem = i + 1 < arguments.size() ? takeOption(given, arguments[i], arguments[i + 1])
-                                             : "\"" + arguments[i] + "\" needs a value";
+  given.problem = takeOptions(given, arguments);
+  for (const auto& [option, value] : given.values) {
+    if (given.problem.empty()) given.problem = takeValue(given, option, value);
   }
-  if (!given.problem.empty() || !given.file.empty() || !given.failures.empty()) return given;
-  if (!given.hasSeeds) given.problem = "campaign needs --seeds A..B";
-  if (given.hasSeeds && !given.hasDays) given.problem = "campaign needs --days N";
   return given;
 }
 
@@ -168,11 +181,10 @@ int campaignCommand(const std::vector<std::string>& arguments) {
   if (!given.problem.empty()) return misused(given.problem);
   const campaign::Streams streams = {
       .out = std::cout, .errors = std::cerr, .progress = isatty(STDERR_FILENO) != 0 ? &std::cerr : nullptr};
-  if (!given.failures.empty()) {
-    return campaign::failures(dalvaneProgram(), given.failures == "short", given.options.jobs, streams);
-  }
-  if (!given.file.empty()) return campaign::replay(dalvaneProgram(), given.file, given.seed, streams);
-  return campaign::run(dalvaneProgram(), given.options, streams);
+  const std::string& value = given.values.at(given.kind);
+  if (given.kind == "--replay") return campaign::replay(dalvaneProgram(), value, given.seed, streams);
+  if (given.kind == "--seeds") return campaign::run(dalvaneProgram(), given.options, streams);
+  return campaign::failures(dalvaneProgram(), {.isShort = value == "short", .jobs = given.options.jobs}, streams);
 }
 
 // What a command that draws is given.

@@ -17,7 +17,6 @@ void attempt(const simulator::Program& program, std::uint64_t seed, const Tell& 
   } catch (const simulator::ScenarioError& error) {
     tell(std::string("E") + error.what());
   }
-  run.cutShort();
   std::_Exit(0);
 }
 
@@ -30,11 +29,11 @@ void end(Outcome& outcome, int status, std::size_t lines) {
   if (status != 0 && !outcome.breach) outcome.breach = crash(status, lines);
 }
 
-Outcome playOnce(const simulator::Program& program, std::uint64_t seed, const Lines& lines) {
+Outcome playOnce(const simulator::Program& program, std::uint64_t seed, const Lines& lines, const std::string& file) {
   Outcome outcome;
   Children children;
   children.start(0, patience, [&](const Tell& tell) {
-    attempt(program, seed, tell, [&](Run& run) { run.play(lines, [&tell] { tell("goes on"); }); });
+    attempt(program, seed, tell, [&](Run& run) { run.play(lines, [&tell] { tell("goes on"); }, file); });
   });
   while (children.count() > 0) {
     children.wait([&outcome](std::size_t, const std::string& text) { take(outcome, text); },
@@ -51,11 +50,6 @@ Breach crash(int status, std::size_t lines) {
                          : "the process ended with status " + std::to_string(status),
           .lines = lines,
           .trace = {}};
-}
-
-void describe(std::ostream& out, const Breach& breach, std::uint64_t seed) {
-  out << "BROKEN: " << breach.name << "\n  " << breach.sentence << "\n  " << breach.how << "\n  seed " << seed
-      << ", after " << breach.lines << " lines\n";
 }
 
 }  // namespace campaign

@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <functional>
 #include <optional>
-#include <ostream>
 #include <string>
 
 #include "desk/Children.h"
@@ -32,12 +31,11 @@ struct Outcome {
 void take(Outcome& outcome, const std::string& told);
 void end(Outcome& outcome, int status, std::size_t lines);
 
-// Plays the lines in a child process.
-Outcome playOnce(const simulator::Program& program, std::uint64_t seed, const Lines& lines);
+// Plays the lines in a child process; `file` is where they are from.
+Outcome playOnce(const simulator::Program& program, std::uint64_t seed, const Lines& lines,
+                 const std::string& file = "campaign");
 
 // What is broken when a child ends with that status in the middle of its work.
 Breach crash(int status, std::size_t lines);
-
-void describe(std::ostream& out, const Breach& breach, std::uint64_t seed);
 
 }  // namespace campaign

@@ -1,18 +1,16 @@
 #include "desk/campaign/Campaign.h"
 
-#include <chrono>
-#include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <iomanip>
 #include <map>
 #include <optional>
-#include <sstream>
+#include <utility>
 
 #include "desk/Children.h"
 #include "desk/campaign/Attempt.h"
 #include "desk/campaign/Life.h"
 #include "desk/campaign/Run.h"
-#include "desk/campaign/Shrink.h"
 
 namespace campaign {
 namespace {
@@ -46,29 +44,40 @@ Lines linesOf(std::uint64_t seed, std::size_t count) {
 class Campaign {
  public:
   Campaign(const simulator::Program& program, const Options& options, const Streams& streams)
-      : program_(program), options_(options), streams_(streams) {}
+      : program_(program), options_(options), streams_(streams), progress_(streams) {}
 
   int run() {
-    const std::uint64_t seeds = options_.lastSeed - options_.firstSeed + 1;
-    std::uint64_t started = 0;
-    while ((started < seeds || children_.count() > 0) && !broken_ && misunderstood_.empty()) {
-      while (started < seeds && children_.count() < options_.jobs) start(options_.firstSeed + started++);
-      children_.wait([this](std::size_t seed, const std::string& text) { told(seed, text); },
-                     [this](std::size_t seed, int status) { ended(seed, status); });
-    }
-    if (streams_.progress) *streams_.progress << "\r" << std::string(78, ' ') << "\r" << std::flush;
+    playAll();
+    progress_.clear();
     if (!misunderstood_.empty()) {
       streams_.errors << misunderstood_ << "\n";
       return 2;
     }
-    streams_.out << days_ << " days, " << lines_ << " lines, " << seeds << " seeds, " << allInvariants().size() + 1
-                 << " invariants, in " << std::fixed << std::setprecision(1) << secondsPassed() << " s\n";
-    return broken_ ? report() : 0;
+    streams_.out << days_ << " days, " << lines_ << " lines, " << seeds_ << " seeds, " << allInvariants().size() + 1
+                 << " invariants, in " << std::fixed << std::setprecision(1) << progress_.seconds() << " s\n";
+    if (!broken_) return 0;
+    const auto& [seed, breach] = *broken_;
+    report(program_,
+           {.name = "campaign-" + std::to_string(seed),
+            .seed = seed,
+            .lines = linesOf(seed, breach.lines),
+            .breach = breach},
+           options_.folder, streams_);
+    return 1;
   }
 
  private:
-  void start(std::uint64_t seed) {
-    children_.start(seed, patience, [this, seed](const Tell& tell) { live(program_, seed, options_.days, tell); });
+  void playAll() {
+    Children children;
+    std::uint64_t started = 0;
+    while ((started < seeds_ || children.count() > 0) && !broken_ && misunderstood_.empty()) {
+      while (started < seeds_ && children.count() < options_.jobs) {
+        const std::uint64_t seed = options_.firstSeed + started++;
+        children.start(seed, patience, [this, seed](const Tell& tell) { live(program_, seed, options_.days, tell); });
+      }
+      children.wait([this](std::size_t seed, const std::string& text) { told(seed, text); },
+                    [this](std::size_t seed, int status) { ended(seed, status); });
+    }
   }
 
   void told(std::uint64_t seed, const std::string& text) {
@@ -79,7 +88,7 @@ class Campaign {
     ++days_;
     lines_ += count;
     played_[seed] += count;
-    showProgress();
+    progress_.show(days_, options_.days * seeds_, "days");
   }
 
   void ended(std::uint64_t seed, int status) {
@@ -95,73 +104,14 @@ class Campaign {
     return lines;
   }
 
-  [[nodiscard]] double secondsPassed() const {
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - begun_).count();
-  }
-
-  void showProgress() {
-    if (!streams_.progress || secondsPassed() < shownAt_ + 0.5) return;
-    shownAt_ = secondsPassed();
-    const double all =
-        static_cast<double>(options_.days) * static_cast<double>(options_.lastSeed - options_.firstSeed + 1);
-    const double done = static_cast<double>(days_);
-    *streams_.progress << "\r" << days_ << " of " << std::uint64_t(all) << " days, " << std::fixed
-                       << std::setprecision(0) << done / shownAt_ << " a second, " << (all - done) / done * shownAt_
-                       << " s left   " << std::flush;
-  }
-
-  int report() {
-    auto& [seed, breach] = *broken_;
-    describe(streams_.out, breach, seed);
-    streams_.out << "The trace around it:\n"
-                 << breach.trace << "Looking for the shortest scenario that shows it…" << std::endl;
-    const double begun = secondsPassed();
-    Breach shortest = breach;
-    const auto shows = [&, name = breach.name](const Lines& lines) {
-      if (secondsPassed() > begun + mostSecondsOfSearch) return false;
-      const Outcome outcome = playOnce(program_, seed, lines);
-      if (!outcome.breach || outcome.breach->name != name) return false;
-      shortest = *outcome.breach;
-      return true;
-    };
-    Lines lines = linesOf(seed, breach.lines);
-    // It is kept whatever becomes of the search.
-    const std::string file = save(lines, breach, seed);
-    if (!shows(lines)) {
-      streams_.out << "It does not show when those lines, in " << file << ", are played again.\n";
-      return 1;
-    }
-    lines = shrink(std::move(lines), linesOfSetUp, shows);
-    save(lines, shortest, seed);
-    streams_.out << shortest.how << "\nThe trace around it now:\n"
-                 << shortest.trace << "The scenario, in " << file << ":\n";
-    for (const std::string& line : lines) streams_.out << line << "\n";
-    return 1;
-  }
-
-  std::string save(const Lines& lines, const Breach& breach, std::uint64_t seed) const {
-    std::string file = options_.folder + "/campaign-" + std::to_string(seed) + "-" + breach.name + ".scenario";
-    std::ofstream out(file);
-    out << "// " << breach.sentence << "\n// " << breach.how << "\n// dalvane-desk campaign --replay " << file
-        << " --seed " << seed << "\n";
-    for (const std::string& line : lines) out << line << "\n";
-    return file;
-  }
-
-  // What is found until then is short enough, or depends on too much.
-  static constexpr double mostSecondsOfSearch = 120;
-  // The displays, the outputs and the launch.
-  static constexpr std::size_t linesOfSetUp = 20;
-
   const simulator::Program& program_;
   const Options& options_;
   const Streams& streams_;
-  Children children_;
-  const std::chrono::steady_clock::time_point begun_ = std::chrono::steady_clock::now();
+  const std::uint64_t seeds_ = options_.lastSeed - options_.firstSeed + 1;
+  Progress progress_;
   std::uint64_t days_ = 0;
   std::uint64_t lines_ = 0;
   std::map<std::uint64_t, std::size_t> played_;
-  double shownAt_ = 0;
   std::optional<std::pair<std::uint64_t, Breach>> broken_;
   std::string misunderstood_;
 };
@@ -174,23 +124,22 @@ int run(const simulator::Program& program, const Options& options, const Streams
 
 int replay(const simulator::Program& program, const std::string& file, std::uint64_t seed, const Streams& streams) {
   std::ifstream in(file);
-  if (!in) {
+  if (!in || std::filesystem::is_directory(file)) {
     streams.errors << file << ":1: the file cannot be read\n";
     return 2;
   }
   Lines lines;
   for (std::string line; std::getline(in, line);) lines.push_back(line);
-  const Outcome outcome = playOnce(program, seed, lines);
+  const Outcome outcome = playOnce(program, seed, lines, file);
   if (!outcome.misunderstood.empty()) {
-    streams.errors << file << ": " << outcome.misunderstood << "\n";
+    streams.errors << outcome.misunderstood << "\n";
     return 2;
   }
   if (!outcome.breach) {
     streams.out << "Every invariant holds.\n";
     return 0;
   }
-  describe(streams.out, *outcome.breach, seed);
-  streams.out << "The trace around it:\n" << outcome.breach->trace;
+  describe(*outcome.breach, seed, streams);
   return 1;
 }
 

@@ -1,15 +1,15 @@
 #include "desk/campaign/Failures.h"
 
-#include <cerrno>
-#include <chrono>
+#include <algorithm>
 #include <iomanip>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <sstream>
-#include <stdexcept>
+#include <utility>
 
 #include "desk/campaign/Attempt.h"
+#include "desk/campaign/Calls.h"
 #include "simulator/mac/Mac.h"
 
 using nlohmann::json;
@@ -17,12 +17,12 @@ using nlohmann::json;
 namespace campaign {
 namespace {
 
-// A call that is to fail: which, and which of its occurrences.
+// A call that is to fail: which, which of its occurrences, and with what.
 struct Failure {
   std::string call;
   std::uint64_t nth;
+  int status;
 };
-using Failing = std::vector<Failure>;
 
 // What a desk begins with.
 constexpr const char* desk = R"(
@@ -80,6 +80,7 @@ constexpr const char* day = R"(
 {"do":"slide","row":"Television","to":16}
 {"do":"advance","seconds":2}
 {"do":"slide","row":"Television","to":9}
+{"do":"key","key":"brightnessUp"}
 {"do":"settle"}
 {"do":"menu","open":false}
 {"do":"display","id":3,"name":"Right","frame":[4000,0,1000,1000],"vendor":1,"product":2,"serial":4,"monitor":{"current":50,"maximum":100}}
@@ -99,6 +100,15 @@ constexpr const char* day = R"(
 {"do":"click","item":"Start at Login"}
 {"do":"settle"}
 {"do":"click","item":"Start at Login"}
+{"do":"settle"}
+{"do":"login-item","error":"No."}
+{"do":"click","item":"Start at Login"}
+{"do":"settle"}
+{"do":"login-item","approved":false,"error":null}
+{"do":"click","item":"Start at Login"}
+{"do":"settle"}
+{"do":"output","id":13,"uid":"UID-13","name":"Headset","volume":"settable"}
+{"do":"default-output","id":13}
 {"do":"settle"}
 {"do":"default-output","id":12}
 {"do":"settle"}
@@ -139,21 +149,11 @@ Lines linesOf(const std::vector<const char*>& texts) {
   return lines;
 }
 
-// What a call fails with: an errno, a tool's exit status, or any number.
-int statusOf(const std::string& call) {
-  static const std::set<std::string> errnos = {
-      "rename", "remove", "remove_all", "create_directories", "directory_iterator", "access", "waitpid",
-      "kqueue", "kevent", "confstr"};
-  if (errnos.contains(call) || call.starts_with("posix_spawn")) return EIO;
-  if (call.starts_with("hdiutil") || call == "ditto") return 1;
-  return call.starts_with("NSURLSession") ? -1005 : -1;
-}
-
 // The day with those calls failing.
-Lines failing(const Lines& lines, const Failing& failing) {
+Lines linesWith(const Lines& lines, const std::vector<Failure>& failing) {
   Lines result;
-  for (const auto& [call, nth] : failing) {
-    result.push_back(json({{"do", "fail"}, {"call", call}, {"status", statusOf(call)}, {"nth", nth}}).dump());
+  for (const auto& [call, nth, status] : failing) {
+    result.push_back(json({{"do", "fail"}, {"call", call}, {"status", status}, {"nth", nth}}).dump());
   }
   result.insert(result.end(), lines.begin(), lines.end());
   return result;
@@ -161,73 +161,99 @@ Lines failing(const Lines& lines, const Failing& failing) {
 
 class Failures {
  public:
-  Failures(const simulator::Program& program, bool isShort, unsigned jobs, const Streams& streams)
-      : program_(program), isShort_(isShort), jobs_(jobs), streams_(streams) {}
+  Failures(const simulator::Program& program, const FailureOptions& options, const Streams& streams)
+      : program_(program), options_(options), streams_(streams), progress_(streams) {}
 
   int run() {
     const Lines all = linesOf({desk, day, update, afterwards});
-    const auto singles = callsOf(all, {});
-    std::size_t names = 0;
-    for (const auto& [call, nth] : singles) {
-      names += nth == 1 ? 1 : 0;
-      if (nth == 1 || !isShort_) cases_.push_back({&all, {{call, nth}}});
+    const auto calls = callsOf(all);
+    for (const auto& [call, count] : calls) {
+      if (count == 0 && !cannotFail().contains(call))
+        misunderstood_ =
+            "the day calls " + call + ", which cannot be made to fail and is not listed as one that cannot";
+      if (count != 0 && cannotFail().contains(call)) misunderstood_ = call + " is listed as one that cannot fail";
+    }
+    for (const Failure& each : failuresOf(calls)) {
+      if (each.nth == 1 || !options_.isShort) cases_.push_back({&all, {each}});
     }
     const std::size_t single = cases_.size();
     const Lines installing = linesOf({desk, update, afterwards});
     const Lines routing = linesOf({desk, sound, afterwards});
-    if (!isShort_) {
+    if (!options_.isShort) {
       addPairs(installing, linesOf({desk, update}), updateCalls);
       addPairs(routing, linesOf({desk, sound}), routerCalls);
     }
-    playAll();
-    if (streams_.progress) *streams_.progress << "\r" << std::string(78, ' ') << "\r" << std::flush;
-    streams_.out << single << " single failures of " << names << " functions, " << cases_.size() - single << " pairs, "
-                 << broken_ << " with a broken invariant, in " << std::fixed << std::setprecision(1)
-                 << std::chrono::duration<double>(std::chrono::steady_clock::now() - begun_).count() << " s\n";
-    return broken_ == 0 ? 0 : 1;
+    if (misunderstood_.empty()) playAll();
+    progress_.clear();
+    if (!misunderstood_.empty()) {
+      streams_.errors << misunderstood_ << "\n";
+      return 2;
+    }
+    const auto unfailing = std::ranges::count_if(calls, [](const auto& call) { return call.second == 0; });
+    streams_.out << "The day calls " << calls.size() << " functions, " << unfailing << " of which cannot fail.\n"
+                 << single << " single failures of " << std::ssize(calls) - unfailing << " functions, "
+                 << cases_.size() - single << " pairs, " << stops_ << " that stop the program on purpose, "
+                 << broken_.size() << " with a broken invariant, in " << std::fixed << std::setprecision(1)
+                 << progress_.seconds() << " s\n";
+    tellOfBroken();
+    return broken_.empty() ? 0 : 1;
   }
 
  private:
   struct Case {
     const Lines* lines;
-    Failing failing;
+    std::vector<Failure> failing;
   };
 
-  // The calls that a scenario makes, each as often as it does; all of them, or those of `names`.
-  [[nodiscard]] Failing callsOf(const Lines& lines, const std::set<std::string>& names) const {
-    Failing calls;
+  using Calls = std::map<std::string, std::uint64_t>;
+
+  // The functions that a scenario calls, each with how many of its calls can be made to fail.
+  [[nodiscard]] Calls callsOf(const Lines& lines) {
+    Calls calls;
+    Outcome outcome;
     Children children;
     children.start(0, patience, [&](const Tell& tell) {
-      Run run(program_, simulator::Seed(1), {}, [](const Breach&) {});
-      run.machine().faults.startCounting();
-      run.play(lines);
-      run.finish();
-      for (const auto& [call, count] : run.machine().faults.counted()) {
-        if (run.machine().faults.knows(call)) tell(std::to_string(count) + " " + call);
-      }
-      run.cutShort();
-      std::_Exit(0);
+      attempt(program_, 1, tell, [&](Run& run) {
+        auto& faults = run.machine().faults;
+        faults.startCounting();
+        run.play(lines);
+        run.finish();
+        for (const auto& [call, count] : faults.counted()) {
+          tell("C" + std::to_string(faults.knows(call) ? count : 0) + " " + call);
+        }
+      });
     });
     while (children.count() > 0) {
       children.wait(
           [&](std::size_t, const std::string& text) {
-            const auto space = text.find(' ');
-            const std::string call = text.substr(space + 1);
-            if (!names.empty() && !names.contains(call)) return;
-            for (std::uint64_t nth = 1; nth <= std::stoull(text); ++nth) calls.push_back({call, nth});
+            take(outcome, text);
+            if (text[0] == 'C') calls.emplace(text.substr(text.find(' ') + 1), std::stoull(text.substr(1)));
           },
-          [](std::size_t, int status) {
-            if (status != 0)
-              throw std::runtime_error("the day whose calls are to fail ended with status " + std::to_string(status));
-          });
+          [&](std::size_t, int status) { end(outcome, status, lines.size()); });
     }
+    if (!outcome.misunderstood.empty()) misunderstood_ = outcome.misunderstood;
+    if (outcome.breach) misunderstood_ = "without a failure too this is broken: " + outcome.breach->name;
     return calls;
   }
 
+  // Every way in which one of them can fail.
+  static std::vector<Failure> failuresOf(const Calls& calls) {
+    std::vector<Failure> failures;
+    for (const auto& [call, count] : calls) {
+      for (std::uint64_t nth = 1; nth <= count; ++nth) {
+        for (const int status : statusesOf(call)) failures.push_back({call, nth, status});
+      }
+    }
+    return failures;
+  }
+
   void addPairs(const Lines& lines, const Lines& first, const std::set<std::string>& names) {
-    const Failing calls = callsOf(first, names);
-    for (auto one = calls.begin(); one != calls.end(); ++one) {
-      for (auto other = one + 1; other != calls.end(); ++other) {
+    Calls calls = callsOf(first);
+    std::erase_if(calls, [&names](const auto& call) { return !names.contains(call.first); });
+    const auto failures = failuresOf(calls);
+    for (auto one = failures.begin(); one != failures.end(); ++one) {
+      for (auto other = one + 1; other != failures.end(); ++other) {
+        if (one->call == other->call && one->nth == other->nth) continue;
         // The second of two occurrences is counted from where the first is counted from.
         cases_.push_back({&lines, {*one, *other}});
       }
@@ -238,52 +264,74 @@ class Failures {
     std::map<std::size_t, Outcome> outcomes;
     Children children;
     for (std::size_t next = 0; next < cases_.size() || children.count() > 0;) {
-      while (next < cases_.size() && children.count() < jobs_) {
+      while (next < cases_.size() && children.count() < options_.jobs) {
         children.start(next, patience, [this, next](const Tell& tell) {
-          attempt(program_, 1, tell, [&](Run& run) { run.play(failing(*cases_[next].lines, cases_[next].failing)); });
+          attempt(program_, 1, tell, [&](Run& run) { run.play(linesWith(*cases_[next].lines, cases_[next].failing)); });
         });
         ++next;
       }
       children.wait([&](std::size_t number, const std::string& text) { take(outcomes[number], text); },
                     [&](std::size_t number, int status) {
                       end(outcomes[number], status, cases_[number].lines->size());
-                      judge(cases_[number], outcomes[number]);
+                      judge(number, outcomes[number]);
                       outcomes.erase(number);
                     });
     }
   }
 
-  void judge(const Case& played, const Outcome& outcome) {
-    ++played_;
-    if (streams_.progress && played_ % 20 == 0) {
-      const double passed = std::chrono::duration<double>(std::chrono::steady_clock::now() - begun_).count();
-      const auto left = static_cast<double>(cases_.size() - played_);
-      *streams_.progress << "\r" << played_ << " of " << cases_.size() << ", " << std::fixed << std::setprecision(0)
-                         << left * passed / static_cast<double>(played_) << " s left   " << std::flush;
+  void judge(std::size_t number, const Outcome& outcome) {
+    progress_.show(++played_, cases_.size(), "failures");
+    if (!outcome.misunderstood.empty()) misunderstood_ = outcome.misunderstood;
+    if (!outcome.breach) return;
+    if (outcome.breach->name == keepsGoing && isOnPurpose(cases_[number], outcome.breach->trace)) {
+      ++stops_;
+    } else {
+      broken_.emplace(number, *outcome.breach);
     }
-    if (!outcome.misunderstood.empty()) streams_.errors << outcome.misunderstood << "\n";
-    if (!outcome.breach && outcome.misunderstood.empty()) return;
-    ++broken_;
-    streams_.out << "When these fail:";
-    for (const auto& [call, nth] : played.failing) streams_.out << " " << call << " (" << nth << ")";
-    streams_.out << "\n";
-    if (outcome.breach) describe(streams_.out, *outcome.breach, 1);
+  }
+
+  static bool isOnPurpose(const Case& played, const std::string& trace) {
+    return std::ranges::any_of(played.failing,
+                               [&](const Failure& each) { return stopFor(each.call, trace) != nullptr; });
+  }
+
+  // In full for the first of each call that breaks an invariant: the others show the same.
+  void tellOfBroken() {
+    std::set<std::pair<std::string, std::string>> told;
+    for (const auto& [number, breach] : broken_) {
+      const auto& [lines, failing] = cases_[number];
+      std::string name = "failures";
+      streams_.out << "When these fail:";
+      for (const auto& [call, nth, status] : failing) {
+        streams_.out << " " << call << " (" << nth << ") with " << status;
+        name += "-" + call + "-" + std::to_string(nth);
+      }
+      streams_.out << "\n";
+      if (!told.insert({failing.front().call, breach.name}).second) {
+        streams_.out << "BROKEN: " << breach.name << ", as before\n";
+        continue;
+      }
+      std::ranges::replace(name, ' ', '-');
+      report(program_, {.name = name, .lines = linesWith(*lines, failing), .breach = breach}, options_.folder,
+             streams_);
+    }
   }
 
   const simulator::Program& program_;
-  const bool isShort_;
-  const unsigned jobs_;
+  const FailureOptions& options_;
   const Streams& streams_;
-  const std::chrono::steady_clock::time_point begun_ = std::chrono::steady_clock::now();
+  Progress progress_;
   std::vector<Case> cases_;
   std::size_t played_ = 0;
-  std::size_t broken_ = 0;
+  std::size_t stops_ = 0;
+  std::map<std::size_t, Breach> broken_;  // by the number of the case
+  std::string misunderstood_;
 };
 
 }  // namespace
 
-int failures(const simulator::Program& program, bool isShort, unsigned jobs, const Streams& streams) {
-  return Failures(program, isShort, jobs, streams).run();
+int failures(const simulator::Program& program, const FailureOptions& options, const Streams& streams) {
+  return Failures(program, options, streams).run();
 }
 
 }  // namespace campaign

@@ -2,13 +2,22 @@
 // makes, with that call failing.
 #pragma once
 
-#include "desk/campaign/Campaign.h"
+#include <string>
+
+#include "desk/campaign/Report.h"
 
 namespace campaign {
 
+struct FailureOptions {
+  bool isShort = false;      // only the first call of each name, and no pairs
+  unsigned jobs = 1;         // processes
+  std::string folder = ".";  // where the scenario of a broken invariant is written
+};
+
 // Plays the day once for each call that it makes, by name and occurrence, with that one failing; then for each pair of
-// those that the installer makes, and of those that the router makes. With `isShort` only the first call of each name,
-// and no pairs. The exit status: 0, or 1 when an invariant did not hold.
-int failures(const simulator::Program& program, bool isShort, unsigned jobs, const Streams& streams);
+// those that the installer makes, and of those that the router makes. Says on `out` how many those were, and of each
+// that breaks an invariant the calls and what a campaign says. The exit status: 0, 1 when an invariant did not hold, or
+// 2 when the day cannot be played.
+int failures(const simulator::Program& program, const FailureOptions& options, const Streams& streams);
 
 }  // namespace campaign

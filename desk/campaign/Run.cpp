@@ -1,12 +1,12 @@
 #include "desk/campaign/Run.h"
 
+#include <filesystem>
 #include <sstream>
 #include <utility>
 
 #include "simulator/audio/Audio.h"
 #include "simulator/mac/Mac.h"
 #include "simulator/mac/Scenario.h"
-#include "simulator/system/SystemRoot.h"
 
 using nlohmann::json;
 
@@ -63,18 +63,19 @@ void Run::take(std::string_view line) {
   for (const auto& invariant : invariants_) invariant->see(*world_, record);
 }
 
-bool Run::play(const std::vector<std::string>& lines, const std::function<void()>& goesOn) {
+bool Run::play(const std::vector<std::string>& lines, const std::function<void()>& goesOn, const std::string& file) {
   constexpr std::size_t often = 1000;  // lines
   std::string text;
   for (const std::string& line : lines) text += line + "\n";
   std::istringstream in(text);
-  scenario_->add(in, "campaign");
+  scenario_->add(in, file, std::filesystem::path(file).parent_path());
   given_ = lines_ + lines.size();
   scenario_->play([this, &goesOn](std::size_t count) {
     const std::size_t before = std::exchange(lines_, lines_ + count);
     if (goesOn && before / often != lines_ / often) goesOn();
     return look();
   });
+  if (lines_ == 0) throw simulator::ScenarioError(file + ":1: there is nothing to play");
   return !isBroken_;
 }
 
@@ -106,7 +107,5 @@ void Run::tell(Breach breach) {
   for (const std::string& line : trace_) breach.trace += line + "\n";
   broken_(breach);
 }
-
-void Run::cutShort() { mac_->part<simulator::SystemRoot>().runIsCutShort(); }
 
 }  // namespace campaign

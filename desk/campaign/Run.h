@@ -47,13 +47,11 @@ class Run {
 
   // Plays the lines; those that make no sense where they stand, because others have raced past them, are left out.
   // False when an invariant does not hold. Calls `goesOn` now and then. Throws ScenarioError at a line that cannot be
-  // understood.
-  bool play(const std::vector<std::string>& lines, const std::function<void()>& goesOn = {});
+  // understood, and when there is none; `file` is where the lines are from, and where their paths begin.
+  bool play(const std::vector<std::string>& lines, const std::function<void()>& goesOn = {},
+            const std::string& file = "campaign");
   // Quits the program, and counts what is left of it. False when an invariant does not hold.
   bool finish();
-
-  // To be called before the process ends without the destructor.
-  void cutShort();
 
   [[nodiscard]] simulator::Mac& machine() { return *mac_; }
 

@@ -113,6 +113,7 @@ Image Image::imageWithSize(CGSize size, bool flipped, bool (^handler)(CGRect)) {
 
 Image Image::imageWithSystemSymbolName(const std::string& name) {
   const Call call("NSImage.imageWithSystemSymbolName", Call::On::mainThread);
+  if (call.fault()) return {};
   const auto* const symbol = drawing::symbolNamed(simulator::requireUTF8(name, "NSImage.imageWithSystemSymbolName"));
   if (!symbol) return {};
   auto* const image = new ImageObject;

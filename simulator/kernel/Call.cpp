@@ -24,6 +24,7 @@ Machine& Call::enter(const char* name) {
   Machine& entered = machineOrAbort();
   if (RealTime::active()) entered.fatal(std::string(name) + " was called on a real-time thread");
   entered.scheduler.preempt();
+  entered.faults.note(name);
   return entered;
 }
 

@@ -32,6 +32,10 @@ class Faults {
   void startCounting() { isCounting_ = true; }
   [[nodiscard]] const std::map<std::string, std::uint64_t, std::less<>>& counted() const { return counted_; }
 
+  // A function is called, whether it can fail or not.
+  void note(std::string_view call) {
+    if (isCounting_) counted_.try_emplace(std::string(call));
+  }
   // Counts one call, and does what was to happen in it; the status it is to fail with, if it is.
   std::optional<std::int32_t> take(std::string_view call);
 

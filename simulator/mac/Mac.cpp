@@ -23,7 +23,8 @@
 namespace simulator {
 
 Mac::Mac(Program program, Options options) : Machine(std::move(program), std::move(options)) {
-  faults.declare({"OSDManager.sharedManager", "CFURLCreateFromFileSystemRepresentation"});
+  faults.declare(
+      {"OSDManager.sharedManager", "CFURLCreateFromFileSystemRepresentation", "NSImage.imageWithSystemSymbolName"});
   auto& root = add<SystemRoot>();
   auto& runLoop = add<RunLoop>();
   auto& dispatch = add<Dispatch>(runLoop);

@@ -128,7 +128,8 @@ class ScratchFolder {
 Applications::Applications(Machine& machine, SystemRoot& root)
     : machine_(machine), root_(root), bundle_(root.below("/Applications") / (machine.process.program().name + ".app")) {
   machine.faults.declare({"SecCodeCopySelf", "SecCodeCopyStaticCode", "SecCodeCopyDesignatedRequirement",
-                          "SecStaticCodeCreateWithPath", "SecStaticCodeCheckValidity", "CFBundleCopyBundleURL"});
+                          "SecStaticCodeCreateWithPath", "SecStaticCodeCheckValidity", "CFBundleCopyBundleURL",
+                          "CFBundleGetValueForInfoDictionaryKey"});
   fs::create_directories(bundle_.parent_path());
   const std::string& version = machine.process.program().version;
   BundleContent own;
@@ -350,6 +351,7 @@ CFBundleRef CFBundleGetMainBundle(void) {
 CFTypeRef CFBundleGetValueForInfoDictionaryKey(CFBundleRef bundle, CFStringRef key) {
   const Call call("CFBundleGetValueForInfoDictionaryKey");
   simulator::live<__CFBundle>(bundle, "CFBundleGetValueForInfoDictionaryKey");
+  if (call.fault()) return nullptr;
   const auto& info = call.part<simulator::Applications>().runningInfo();
   const auto value = info.find(simulator::textOf(key, "CFBundleGetValueForInfoDictionaryKey"));
   if (value == info.end()) return nullptr;

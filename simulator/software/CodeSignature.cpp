@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <nlohmann/json.hpp>
+#include <set>
 #include <stdexcept>
 #include <system_error>
 #include <vector>
@@ -173,6 +174,10 @@ bool staysInside(const fs::path& link, const fs::path& bundle) {
 void checkStructure(const Layout& layout, const fs::path& executable) {
   for (const fs::directory_entry& entry : fs::directory_iterator(layout.bundle)) {
     if (entry.path() != layout.contents) fail(errSecCSUnsealedAppRoot);
+  }
+  const std::set<fs::path> seals = {layout.directory(), layout.resources(), layout.requirements(), layout.signature()};
+  for (const fs::directory_entry& entry : fs::directory_iterator(layout.seals)) {
+    if (!seals.contains(entry.path())) fail(errSecCSUnsealedAppRoot);
   }
   if (fs::is_symlink(layout.infoPlist) || fs::is_symlink(executable)) fail(errSecCSRegularFile);
   for (const fs::directory_entry& entry : fs::recursive_directory_iterator(layout.contents)) {

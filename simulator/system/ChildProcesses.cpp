@@ -125,8 +125,11 @@ pid_t ChildProcesses::programIdentifier() {
 }
 
 std::optional<int> ChildProcesses::takeFault(const std::string& tool, const std::vector<std::string>& arguments) {
-  const auto whole = machine_.faults.take(tool);
-  const auto verb = arguments.empty() ? std::nullopt : machine_.faults.take(tool + " " + arguments.front());
+  const auto take = [this](const std::string& name) {
+    return machine_.faults.knows(name) ? machine_.faults.take(name) : std::nullopt;
+  };
+  const auto whole = take(tool);
+  const auto verb = arguments.empty() ? std::nullopt : take(tool + " " + arguments.front());
   return whole ? whole : verb;
 }
 

@@ -13,15 +13,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// Where the folder is made: in memory where the host has such a place, since it lives as long as the machine, unless
-// the user of the host wants it elsewhere.
-fs::path parentFolder() {
-  const fs::path memory = "/dev/shm";
-  if (!std::getenv("TMPDIR") && access(memory.c_str(), W_OK | X_OK) == 0) return memory;
-  // Paths are compared name by name, from the host's root.
-  return fs::canonical(fs::temp_directory_path());
-}
-
 // What the build lays out of the system, as it lies on a Mac.
 const fs::path& systemFolder() {
   static const fs::path folder = SIMULATED_SYSTEM;
@@ -39,6 +30,13 @@ const std::set<fs::path>& systemNames() {
 }
 
 }  // namespace
+
+fs::path SystemRoot::parentFolder() {
+  const fs::path memory = "/dev/shm";
+  if (!std::getenv("TMPDIR") && access(memory.c_str(), W_OK | X_OK) == 0) return memory;
+  // Paths are compared name by name, from the host's root.
+  return fs::canonical(fs::temp_directory_path());
+}
 
 SystemRoot::SystemRoot(Machine& machine) {
   std::string pattern = (parentFolder() / "simulated-mac-XXXXXX").string();

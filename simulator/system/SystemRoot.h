@@ -22,6 +22,10 @@ class SystemRoot : public Part {
   SystemRoot(const SystemRoot&) = delete;
   SystemRoot& operator=(const SystemRoot&) = delete;
 
+  // Where the folder is made: in memory where the host has such a place, since it lives as long as the machine, unless
+  // the user of the host wants it elsewhere.
+  static std::filesystem::path parentFolder();
+
   // Removes the folder, as the destructor does.
   void runIsCutShort() override;
 

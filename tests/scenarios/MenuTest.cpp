@@ -433,3 +433,11 @@ TEST(Menu, StatusItemWithoutAButtonHasItsMenuAllTheSame) {
   EXPECT_EQ(menus(played), (std::vector<Items>{withFixedItems({})}));
   EXPECT_EQ(played.status, 0);
 }
+
+TEST(Menu, RowWithoutItsSymbolSetsTheBrightnessAllTheSame) {
+  const Played played = playScenario(fail("NSImage.imageWithSystemSymbolName", 1) + screen(2, "Left", 50) + start +
+                                     menu(true) + slide("Left", 4) + settle + look);
+  EXPECT_EQ(played.lights(2), (std::vector<int>{25}));
+  EXPECT_EQ(sliderOf(played, "Left")["value"], 4);
+  EXPECT_EQ(played.status, 0);
+}

@@ -123,6 +123,8 @@ const Change changes[] = {
     {"resource", [](const fs::path& c) { append(c / "Resources/en.lproj/strings"); }, errSecCSBadResource},
     {"missingResource", [](const fs::path& c) { fs::remove(c / "Resources/icon"); }, errSecCSBadResource},
     {"addedResource", [](const fs::path& c) { simulator::writeFile(c / "Resources/more", ""); }, errSecCSBadResource},
+    {"addedSeal", [](const fs::path& c) { simulator::writeFile(c / "_CodeSignature/more", ""); },
+     errSecCSUnsealedAppRoot},
     {"addedCode", [](const fs::path& c) { simulator::writeFile(c / "MacOS/helper", ""); }, errSecCSBadResource},
     {"seals", [](const fs::path& c) { append(c / "_CodeSignature/CodeResources"); }, errSecCSResourceDirectoryFailed},
     {"requirements", [](const fs::path& c) { append(c / "_CodeSignature/CodeRequirements"); }, errSecCSSignatureFailed},
