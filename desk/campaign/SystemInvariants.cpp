@@ -31,44 +31,71 @@ bool touchesFiles(const Record& record) {
   return record.what == "exit" || (record.what == "call" && calls.contains(record["api"].get<std::string>()));
 }
 
+fs::path backupOf(const World& world) { return world.mac.part<simulator::Applications>().bundle().string() + ".bak"; }
+
 class NothingIsLeftBehind : public Invariant {
  public:
   NothingIsLeftBehind()
       : Invariant("nothing-is-left-behind",
-                  "There is no mounted image, working directory or child process but while an update is installed.") {}
+                  "There is no mounted image, working directory, backup or child process but while an update is "
+                  "installed.") {}
 
-  void see(const World&, const Record& record) override { isTouched_ = isTouched_ || touchesFiles(record); }
+  void see(const World& world, const Record& record) override {
+    isTouched_ = isTouched_ || touchesFiles(record);
+    if (record.what == "do" && record["line"].contains("backup")) excused_.insert(backupOf(world).filename());
+    // The shell that launches the new version waits for the end of this one.
+    if (record.isCall("posix_spawn") && record["executable"] == "/bin/sh") launching_ = record["status"] == 0 ? 1 : 0;
+    if (record.what != "exit") return;
+    launching_ = 0;
+    // Ending the program in the middle of an install leaves it as it is.
+    if (world.isInstalling()) excused_.merge(leftovers(world));
+  }
 
   void look(const World& world) override {
     if (!isTouched_ || world.isInstalling()) return;
     isTouched_ = false;
-    // Ending the program in the middle of an install leaves it as it is; so does what cannot be taken back, which the
-    // program tries once.
-    if (world.wasCutShort() || world.failsSince(updateCalls, Time{0})) return;
-    const auto& root = world.mac.part<simulator::SystemRoot>();
-    for (const fs::path& point : simulator::Volumes(root.path()).mountPoints()) {
-      // An application that was opened in its image.
-      if (!point.string().starts_with(root.below("/Volumes").string()))
-        isBroken("an image is attached at /" + point.lexically_relative(root.path()).string());
-    }
-    for (const auto& entry : fs::directory_iterator(root.temporaryDirectory())) {
-      const std::string name = entry.path().filename().string();
-      if (name.starts_with("dalvane-update-")) isBroken(name + " is left in the temporary directory");
+    const std::set<std::string> left = leftovers(world);
+    std::erase_if(excused_, [&left](const std::string& each) { return !left.contains(each); });
+    // What cannot be taken back the program tries once.
+    if (world.failsSince(updateCalls, Time{0})) return;
+    for (const std::string& each : left) {
+      if (!excused_.contains(each)) isBroken(each + " is left");
     }
     const std::size_t children = world.mac.part<simulator::ChildProcesses>().unwaited();
-    if (children > 0) isBroken(std::to_string(children) + " child processes are left");
+    if (children > launching_) isBroken(std::to_string(children) + " child processes are left");
   }
 
  private:
+  // Images and working directories, by their paths in the temporary directory, and the backup.
+  static std::set<std::string> leftovers(const World& world) {
+    const auto& root = world.mac.part<simulator::SystemRoot>();
+    const fs::path temporary = root.temporaryDirectory();
+    std::set<std::string> found;
+    for (const fs::path& point : simulator::Volumes(root.path()).mountPoints()) {
+      // An application that was opened in its image.
+      if (!point.string().starts_with(root.below("/Volumes").string()))
+        found.insert(point.lexically_relative(temporary));
+    }
+    for (const auto& entry : fs::directory_iterator(temporary)) {
+      if (isOfInstall(entry.path().string())) found.insert(entry.path().filename());
+    }
+    const fs::path backup = backupOf(world);
+    if (fs::exists(fs::symlink_status(backup))) found.insert(backup.filename());
+    return found;
+  }
+
   bool isTouched_ = false;
+  std::size_t launching_ = 0;      // processes
+  std::set<std::string> excused_;  // what is left for a reason, as long as it is there
 };
 
 class BundleIsWhole : public Invariant {
  public:
   BundleIsWhole() : Invariant("bundle-is-whole", "What is installed is always one whole, validly signed version.") {}
 
-  void see(const World&, const Record& record) override {
+  void see(const World& world, const Record& record) override {
     isTouched_ = isTouched_ || touchesFiles(record);
+    if (record.what == "exit" && world.isInstalling()) mayLieBeside_ = true;
     // What the user has put there is what it is.
     if (record.what == "do" && record["line"]["do"] == "bundle") {
       const json& line = record["line"];
@@ -83,11 +110,17 @@ class BundleIsWhole : public Invariant {
     if (!std::exchange(isTouched_, false) || !isOurs_) return;
     const auto& applications = world.mac.part<simulator::Applications>();
     const fs::path bundle = applications.bundle();
-    if (isWhole(world, bundle)) return;
+    if (isWhole(world, bundle)) {
+      mayLieBeside_ = false;
+      return;
+    }
     // While the new version is copied, and when that was cut short or could not be taken back, the old one lies beside
     // its place, whole: the next install puts it back.
-    const bool isUnderWay = world.isInstalling() || world.wasCutShort() || world.failsSince(updateCalls, Time{0});
-    if (isUnderWay && isWhole(world, bundle.string() + ".bak")) return;
+    const bool isUnderWay = world.isInstalling() || mayLieBeside_ || world.failsSince(updateCalls, Time{0});
+    if (isUnderWay && isWhole(world, backupOf(world))) {
+      isTouched_ = world.isInstalling();
+      return;
+    }
     isBroken(fs::exists(bundle) ? "the installed bundle is not whole" : "nothing is installed");
   }
 
@@ -100,6 +133,7 @@ class BundleIsWhole : public Invariant {
 
   bool isTouched_ = false;
   bool isOurs_ = true;
+  bool mayLieBeside_ = false;  // until it is whole again
 };
 
 class NothingLeaks : public Invariant {

@@ -123,6 +123,10 @@ const json& Record::operator[](const char* name) const {
              : in(members);
 }
 
+bool isOfInstall(const json& path) {
+  return path.get_ref<const std::string&>().find("/dalvane-update-") != std::string::npos;
+}
+
 bool Record::isCall(std::string_view api) const { return what == "call" && members["api"] == api; }
 
 std::optional<KeyEvent> KeyEvent::of(const Record& record) {
@@ -168,13 +172,8 @@ void World::see(const Record& record) {
   if (record.what == "do") return seeLine(record["line"]);
   if (record.isCall("AudioDeviceStart") || record.what == "preference") soundChangedAt_ = now();
   if (record.isCall("NSURLSession.downloadTaskWithURL")) isInstalling_ = true;
-  if (record.what == "log" && record["text"].get_ref<const std::string&>().starts_with("Update install failed")) {
-    isInstalling_ = false;
-  }
-  if (record.what == "exit" && isInstalling_) {
-    wasCutShort_ = true;
-    isInstalling_ = false;
-  }
+  // Whether that succeeds or not.
+  if (record.isCall("remove_all") && isOfInstall(record["path"])) isInstalling_ = false;
 }
 
 bool World::makesSense(const json& line) const {
@@ -284,15 +283,11 @@ void World::began() {
   isAtRest_ = false;
   disturbedAt_ = std::max(disturbedAt_, now());
   soundDisturbedAt_ = std::max(soundDisturbedAt_, now());
-  if (!isRunning_) {
-    if (isInstalling_) wasCutShort_ = true;
-    isInstalling_ = false;
-    return;
-  }
+  isInstalling_ = false;
+  if (!isRunning_) return;
   launchedAt_ = now();
   displaysRefreshed_ = {.from = now(), .until = std::max(displaysRefreshed_.until, now())};
   soundRefreshedAt_ = now();
-  isInstalling_ = false;
   tapCheckedAt_ = now();
   hasLibraries_ = std::ranges::none_of(libraryCalls, [this](const char* call) { return toFail_.contains(call); });
   hasPopUps_ = hasLibraries_;

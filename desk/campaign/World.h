@@ -35,6 +35,9 @@ struct Record {
   [[nodiscard]] bool isCall(std::string_view api) const;
 };
 
+// Whether the path is that of a working directory of an install, or below it.
+bool isOfInstall(const nlohmann::json& path);
+
 // A media key's event that was offered to the program.
 struct KeyEvent {
   enum class Key { volumeUp, volumeDown, brightnessUp, brightnessDown, mute };
@@ -128,10 +131,9 @@ class World {
 
   // ---- Updates ----
 
-  // A download has been asked for and the program has not said what became of it.
+  // A download has been asked for, and the program, which still runs, or has just ended, has not come to the last thing
+  // that an install does to files, which is to remove its working directory.
   [[nodiscard]] bool isInstalling() const { return isInstalling_; }
-  // The program was ended, or a call of the installer failed, in the middle of an install.
-  [[nodiscard]] bool wasCutShort() const { return wasCutShort_; }
 
  private:
   void seeLine(const nlohmann::json& line);
@@ -179,7 +181,6 @@ class World {
   std::set<std::string> otherTaps_;
 
   bool isInstalling_ = false;
-  bool wasCutShort_ = false;
 };
 
 // The calls whose failure can keep displays, sound, keys or updates from working.

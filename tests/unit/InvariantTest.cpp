@@ -42,6 +42,19 @@ std::vector<std::string> split(const std::string& text) {
 const std::string desk = displayAt(2) + output(11, {{"uid", "U"}, {"name", "Television"}, {"default", true}}) +
                          play("Music", 11, {{"tone", 0}, {"level", 0.25}}) + pointAt(2) + launch + settle + advance(20);
 
+// A release that is published.
+std::string published(const std::string& version, const nlohmann::json& more = nlohmann::json::object()) {
+  const std::string url = "https://releases.dalvane.example/Dalvane.dmg";
+  const nlohmann::json release = {
+      {"version", version}, {"date", "2026-01-01"}, {"dmg_url", url}, {"size_bytes", 1}, {"notes", "New."}};
+  nlohmann::json members = {{"version", version}};
+  members.update(more);
+  return feed({{"releases", nlohmann::json::array({release})}}) + image(url, members);
+}
+const std::string checkForUpdates = click("Check for Updates…");
+// The same, found and installed, and the new version launched.
+std::string updated(const std::string& version) { return published(version) + checkForUpdates + settle + advance(2); }
+
 // A desk that is held against one invariant.
 class OneInvariant {
  public:
@@ -261,11 +274,41 @@ TEST(Invariant, PreferencesHold) {
             "steps.U is 3 instead of 15");
 }
 
-TEST(Invariant, NothingIsLeftBehind) {
-  const auto harm = [](Mac& mac) {
-    std::filesystem::create_directory(mac.part<simulator::SystemRoot>().temporaryDirectory() / "dalvane-update-1");
+namespace {
+
+void leaveSomething(Mac& mac) {
+  std::filesystem::create_directory(mac.part<simulator::SystemRoot>().temporaryDirectory() / "dalvane-update-1");
+}
+const std::string left = "dalvane-update-1 is left";
+
+}  // namespace
+
+TEST(Invariant, NothingIsLeftBehind) { EXPECT_EQ(saidOf("nothing-is-left-behind", desk, leaveSomething, quit), left); }
+
+TEST(Invariant, NothingIsLeftBehindByAnUpdate) {
+  EXPECT_EQ(saidOf("nothing-is-left-behind", desk + updated("9.0.1"), leaveSomething, quit), left);
+}
+
+// What an install that was cut short has left is no excuse for anything else.
+TEST(Invariant, NothingIsLeftBehindByTheNextUpdate) {
+  const std::string cutShort = published("9.0.1") + checkForUpdates + advance(0.15) + quit + launch + advance(20);
+  EXPECT_EQ(saidOf("nothing-is-left-behind", desk + cutShort, leaveSomething, quit), left);
+  EXPECT_EQ(saidOf("nothing-is-left-behind", desk + cutShort + updated("9.0.2"), leaveSomething, quit), left);
+}
+
+// A backup is all that is left of what was installed.
+TEST(Invariant, BundleIsWholeAfterAnUpdate) {
+  const auto moveAway = [](Mac& mac) {
+    const auto& bundle = mac.part<simulator::Applications>().bundle();
+    std::filesystem::rename(bundle, bundle.string() + ".bak");
   };
-  EXPECT_EQ(saidOf("nothing-is-left-behind", desk, harm, quit), "dalvane-update-1 is left in the temporary directory");
+  EXPECT_EQ(saidOf("bundle-is-whole", desk + updated("9.0.1"), moveAway, quit), "nothing is installed");
+  // Cut short while the image is attached, so that the bundle has not been touched, and while the new one is copied.
+  const std::string inAttach = published("9.0.1") + checkForUpdates + advance(0.15) + quit + launch + advance(20);
+  EXPECT_EQ(saidOf("bundle-is-whole", desk + inAttach + updated("9.0.2"), moveAway, quit), "nothing is installed");
+  OneInvariant cutShort("bundle-is-whole");
+  cutShort.play(desk + published("9.0.1") + fail("ditto", 1) + checkForUpdates + advance(0.35) + quit);
+  EXPECT_EQ(cutShort.broken, std::nullopt);
 }
 
 TEST(Invariant, BundleIsWhole) {
