@@ -158,7 +158,7 @@ void Life::episode() {
                                    {1, &Life::playSomething},
                                    {1, &Life::changePermission},
                                    {1, &Life::monitorMisbehaves},
-                                   {1, &Life::callsFail},
+                                   {1, &Life::callsFail, &Life::callsOfAnUpdateFail},
                                    {1, &Life::update, &Life::publish},
                                    {1, &Life::leaveAlertOpen, &Life::toggleLogin},
                                    {1, &Life::relaunch},
@@ -360,6 +360,48 @@ void Life::callsFail() {
   say("fail", {{"call", call}, {"status", nullptr}});
 }
 
+// A call fails while an update is looked for and installed.
+void Life::callsOfAnUpdateFail() {
+  // Some with an error number, the tools with a status of their own.
+  static constexpr std::pair<const char*, int> calls[] = {{"rename", 5},
+                                                          {"remove_all", 5},
+                                                          {"create_directories", 28},
+                                                          {"directory_iterator", 5},
+                                                          {"access", 13},
+                                                          {"confstr", 5},
+                                                          {"posix_spawn", 35},
+                                                          {"posix_spawnattr_init", 12},
+                                                          {"posix_spawn_file_actions_addinherit_np", 12},
+                                                          {"waitpid", 10},
+                                                          {"hdiutil attach", 1},
+                                                          {"hdiutil attach", -9},
+                                                          {"hdiutil detach", 1},
+                                                          {"ditto", 1},
+                                                          {"ditto", 0},
+                                                          {"ditto", -9},
+                                                          {"CFBundleCopyBundleURL", 0},
+                                                          {"CFURLCreateFromFileSystemRepresentation", 0},
+                                                          {"NSURLSession.dataTaskWithRequest", -1005},
+                                                          {"NSURLSession.downloadTaskWithURL", -1005},
+                                                          {"SecCodeCopySelf", -1},
+                                                          {"SecCodeCopyStaticCode", -1},
+                                                          {"SecCodeCopyDesignatedRequirement", -1},
+                                                          {"SecStaticCodeCreateWithPath", -1},
+                                                          {"SecStaticCodeCheckValidity", -67061}};
+  std::set<std::string> failing;
+  for (std::uint64_t count = 1 + upTo(1); count > 0; --count) {
+    const auto& [call, status] = oneOf(calls);
+    failing.insert(call);
+    say("fail", {{"call", call}, {"status", status}, {"nth", 1 + upTo(oneIn(2) ? 1 : 5)}, {"times", 1 + upTo(2)}});
+  }
+  update();
+  for (const std::string& call : failing) say("fail", {{"call", call}, {"status", nullptr}});
+  if (oneIn(2)) update();
+  // Where nothing could be put back, the user does it.
+  say("bundle");
+  say("launch");
+}
+
 void Life::publish() {
   if (oneIn(4)) {
     static const Json answers[] = {{{"status", 500}},
@@ -395,7 +437,7 @@ void Life::publish() {
 
 void Life::update() {
   publish();
-  if (oneIn(2)) say("click", {{"item", "Check for Updates…"}});
+  if (!oneIn(4)) say("click", {{"item", "Check for Updates…"}});
   if (oneIn(2)) {
     wait(1);
   } else {

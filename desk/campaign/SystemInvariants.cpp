@@ -14,6 +14,7 @@
 #include "simulator/software/Applications.h"
 #include "simulator/software/LoginItem.h"
 #include "simulator/system/ChildProcesses.h"
+#include "simulator/system/Files.h"
 #include "simulator/system/SystemRoot.h"
 #include "simulator/system/Volumes.h"
 
@@ -31,7 +32,17 @@ bool touchesFiles(const Record& record) {
   return record.what == "exit" || (record.what == "call" && calls.contains(record["api"].get<std::string>()));
 }
 
+std::string nameIn(const json& path) { return fs::path(path.get_ref<const std::string&>()).filename(); }
+
 fs::path backupOf(const World& world) { return world.mac.part<simulator::Applications>().bundle().string() + ".bak"; }
+
+// Whether the installed bundle could not be removed, so that its backup could take its place, or that could not.
+bool failsToPutBack(const World& world, const Record& record) {
+  if (record["status"] == 0) return false;
+  const std::string bundle = world.mac.part<simulator::Applications>().bundle().filename();
+  return (record.isCall("remove_all") && nameIn(record["path"]) == bundle) ||
+         (record.isCall("rename") && nameIn(record["from"]) == bundle + ".bak");
+}
 
 class NothingIsLeftBehind : public Invariant {
  public:
@@ -43,12 +54,12 @@ class NothingIsLeftBehind : public Invariant {
   void see(const World& world, const Record& record) override {
     isTouched_ = isTouched_ || touchesFiles(record);
     if (record.what == "do" && record["line"].contains("backup")) excused_.insert(backupOf(world).filename());
-    // The shell that launches the new version waits for the end of this one.
-    if (record.isCall("posix_spawn") && record["executable"] == "/bin/sh") launching_ = record["status"] == 0 ? 1 : 0;
-    if (record.what != "exit") return;
-    launching_ = 0;
-    // Ending the program in the middle of an install leaves it as it is.
-    if (world.isInstalling()) excused_.merge(leftovers(world));
+    if (record.what == "exit") {
+      launching_ = 0;
+      // Ending the program in the middle of an install leaves it as it is.
+      if (world.isInstalling()) excused_.merge(leftovers(world));
+    }
+    if (record.what == "call") seeCall(world, record);
   }
 
   void look(const World& world) override {
@@ -56,18 +67,44 @@ class NothingIsLeftBehind : public Invariant {
     isTouched_ = false;
     const std::set<std::string> left = leftovers(world);
     std::erase_if(excused_, [&left](const std::string& each) { return !left.contains(each); });
-    // What cannot be taken back the program tries once.
-    if (world.failsSince(updateCalls, Time{0})) return;
     for (const std::string& each : left) {
       if (!excused_.contains(each)) isBroken(each + " is left");
     }
     const std::size_t children = world.mac.part<simulator::ChildProcesses>().unwaited();
-    if (children > launching_) isBroken(std::to_string(children) + " child processes are left");
+    if (children > launching_ && !world.failsSince({"waitpid"}, world.launchedAt()))
+      isBroken(std::to_string(children) + " child processes are left");
   }
 
  private:
+  // What cannot be removed the program tries once.
+  void seeCall(const World& world, const Record& record) {
+    if (record.isCall("NSURLSession.downloadTaskWithURL")) {
+      begunAt_ = record.time;
+      detachFails_ = false;
+    }
+    if (record.isCall("posix_spawn")) {
+      const bool fails = record["status"] != 0 || (record["exit"] != 0 && !record["exit"].is_null());
+      // The shell that launches the new version waits for the end of this one.
+      if (record["executable"] == "/bin/sh") launching_ = fails ? 0 : 1;
+      if (record["arguments"][0] == "detach") detachFails_ = fails;
+    }
+    const bool failsToRemove = record.isCall("remove_all") && record["status"] != 0;
+    if (failsToPutBack(world, record) || (failsToRemove && nameIn(record["path"]) == backupOf(world).filename()))
+      excused_.insert(backupOf(world).filename());
+    if (!failsToRemove || !isOfInstall(record["path"])) return;
+    // What makes a process ready leaves no record.
+    static const std::set<std::string> readying = {
+        "posix_spawnattr_init",          "posix_spawnattr_setflags",      "posix_spawnattr_setsigmask",
+        "posix_spawnattr_setsigdefault", "posix_spawn_file_actions_init", "posix_spawn_file_actions_addinherit_np"};
+    std::set<std::string> left = leftovers(world);
+    std::erase_if(left, [name = nameIn(record["path"])](const auto& each) { return !each.starts_with(name); });
+    const bool isAttached = left.size() > 1;
+    if (!isAttached || detachFails_ || world.failsSince(readying, begunAt_)) excused_.merge(left);
+  }
+
   // Images and working directories, by their paths in the temporary directory, and the backup.
   static std::set<std::string> leftovers(const World& world) {
+    const simulator::MachineAtWork work;  // not the program, in the middle of which the record may have come
     const auto& root = world.mac.part<simulator::SystemRoot>();
     const fs::path temporary = root.temporaryDirectory();
     std::set<std::string> found;
@@ -85,7 +122,9 @@ class NothingIsLeftBehind : public Invariant {
   }
 
   bool isTouched_ = false;
-  std::size_t launching_ = 0;      // processes
+  std::size_t launching_ = 0;  // processes
+  Time begunAt_{0};            // the last install
+  bool detachFails_ = false;
   std::set<std::string> excused_;  // what is left for a reason, as long as it is there
 };
 
@@ -96,6 +135,7 @@ class BundleIsWhole : public Invariant {
   void see(const World& world, const Record& record) override {
     isTouched_ = isTouched_ || touchesFiles(record);
     if (record.what == "exit" && world.isInstalling()) mayLieBeside_ = true;
+    if (failsToPutBack(world, record)) mayLieBeside_ = true;
     // What the user has put there is what it is.
     if (record.what == "do" && record["line"]["do"] == "bundle") {
       const json& line = record["line"];
@@ -116,8 +156,7 @@ class BundleIsWhole : public Invariant {
     }
     // While the new version is copied, and when that was cut short or could not be taken back, the old one lies beside
     // its place, whole: the next install puts it back.
-    const bool isUnderWay = world.isInstalling() || mayLieBeside_ || world.failsSince(updateCalls, Time{0});
-    if (isUnderWay && isWhole(world, backupOf(world))) {
+    if ((world.isInstalling() || mayLieBeside_) && isWhole(world, backupOf(world))) {
       isTouched_ = world.isInstalling();
       return;
     }
