@@ -29,6 +29,7 @@ using nlohmann::json;
 bool touchesFiles(const Record& record) {
   static const std::set<std::string> calls = {"rename", "remove", "remove_all", "posix_spawn"};
   if (record.what == "do") return record["line"]["do"] == "bundle";
+  if (record.isCall("NSURLSession.downloadTaskWithURL")) return true;
   return record.what == "exit" || (record.what == "call" && calls.contains(record["api"].get<std::string>()));
 }
 
@@ -297,9 +298,12 @@ class MenuShowsTheTruth : public Invariant {
     if (opens && fixed[0]["ticked"] != (login.registered() && login.approved())) {
       isBroken("\"Start at Login\" is ticked wrongly");
     }
-    if (world.isInstalling() != (fixed[1]["title"] == "Installing Update…") && opens && !world.isInstalling()) {
-      isBroken("the menu says that an update is being installed");
+    const json& update = fixed[1];
+    if (const std::string title = world.updateTitle(); !title.empty() && update["title"] != title) {
+      isBroken("the menu says " + update["title"].dump() + " instead of " + json(title).dump());
     }
+    const bool isBusy = update["title"] == "Checking for Updates…" || update["title"] == "Installing Update…";
+    if (update["enabled"] == isBusy) isBroken(update["title"].dump() + " can" + (isBusy ? "" : "not") + " be chosen");
   }
 
   // The slider rows below the section header of that title.

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstdio>
 
 #include "simulator/audio/Audio.h"
 #include "simulator/desktop/EventStream.h"
@@ -10,6 +11,7 @@
 #include "simulator/mac/Mac.h"
 #include "simulator/privacy/Accessibility.h"
 #include "simulator/privacy/AudioCapture.h"
+#include "simulator/software/Applications.h"
 
 using nlohmann::json;
 using simulator::Audio;
@@ -106,7 +108,25 @@ constexpr Duration hearsLate = 10 * heldBack;
 // A callback is through with an event in that time, on rough hardware too.
 constexpr Duration callTime = 100ms;
 
+// An install hands three tools their work, which take 200 ms each, and one request, on threads that may be held back.
+constexpr Duration installTime = 5s;
+// The main thread is never held up for longer (see the invariants), and changes the menu as soon as it hears.
+constexpr Duration mainThreadHears = 1s;
+
+const std::string checkForUpdates = "Check for Updates…";
+const std::string installingUpdate = "Installing Update…";
+
 const json nothing;
+
+// Of a version of three numbers; none: it is another.
+std::optional<std::array<unsigned, 3>> numbersIn(const json& version) {
+  std::array<unsigned, 3> numbers{};
+  int length = 0;
+  if (!version.is_string()) return std::nullopt;
+  const auto& text = version.get_ref<const std::string&>();
+  const int found = std::sscanf(text.c_str(), "%3u.%3u.%3u%n", &numbers[0], &numbers[1], &numbers[2], &length);
+  return found == 3 && static_cast<std::size_t>(length) == text.size() ? std::optional(numbers) : std::nullopt;
+}
 
 }  // namespace
 
@@ -171,9 +191,7 @@ void World::see(const Record& record) {
   follow();
   if (record.what == "do") return seeLine(record["line"]);
   if (record.isCall("AudioDeviceStart") || record.what == "preference") soundChangedAt_ = now();
-  if (record.isCall("NSURLSession.downloadTaskWithURL")) isInstalling_ = true;
-  // Whether that succeeds or not.
-  if (record.isCall("remove_all") && isOfInstall(record["path"])) isInstalling_ = false;
+  seeUpdate(record);
 }
 
 bool World::makesSense(const json& line) const {
@@ -198,6 +216,7 @@ void World::seeLine(const json& line) {
   seeDisplayLine(name, line);
   seeSoundLine(name, line);
   seeKeyLine(name, line);
+  seeUpdateLine(name, line);
 }
 
 void World::seeDisplayLine(const std::string& name, const json& line) {
@@ -254,6 +273,43 @@ void World::seeKeyLine(const std::string& name, const json& line) {
   if (name == "wake" || name == "menu" || name == "click" || name == "disable-tap") tapCheckedAt_ = now();
 }
 
+void World::seeUpdateLine(const std::string& name, const json& line) {
+  // A request waits for the next thing that comes no longer than the program wants it to.
+  const auto timeOf = [&line](Duration patience) {
+    const auto seconds = [patience](const json& object, const char* member) {
+      const std::chrono::duration<double> time(object.value(member, 0.0));
+      return time < patience ? std::chrono::duration_cast<Duration>(time) : patience;
+    };
+    const json drip = line.value("drip", json::object());
+    return seconds(line, "delay") + drip.value("pieces", 1) * seconds(drip, "pause");
+  };
+  if (name == "image") imageTime_ = std::max(imageTime_, timeOf(60s));
+  if (name != "feed") return;
+  feed_ = line;
+  feedTime_ = timeOf(15s);
+  // It comes too late for this check, or not.
+  if (updating_ == Updating::checks && mac.scheduler.uptime() < updatesUntil_) found_.clear();
+}
+
+void World::seeUpdate(const Record& record) {
+  if (record.isCall("NSURLSession.dataTaskWithRequest")) {
+    nowUpdates(Updating::checks, feedTime_ + mainThreadHears);
+    found_ = titleAfterCheck();
+  }
+  if (record.isCall("NSURLSession.downloadTaskWithURL")) nowUpdates(Updating::installs, imageTime_ + installTime);
+  // Whether that succeeds or not.
+  if (record.isCall("remove_all") && isOfInstall(record["path"])) nowUpdates(Updating::hasInstalled, mainThreadHears);
+  if (record.isCall("posix_spawn") && record["executable"] == "/bin/sh" && record["status"] == 0)
+    nowUpdates(Updating::launches, 0s);
+  if (record.what == "alert" && record["message"] == "Could not install the update") nowUpdates(Updating::no, 0s);
+}
+
+void World::nowUpdates(Updating updating, Duration atMost) {
+  updating_ = updating;
+  updatesSince_ = now();
+  updatesUntil_ = mac.scheduler.uptime() + atMost;
+}
+
 // What has changed without a record of its own.
 void World::follow() {
   if (std::exchange(sleeps_, false)) {
@@ -283,7 +339,7 @@ void World::began() {
   isAtRest_ = false;
   disturbedAt_ = std::max(disturbedAt_, now());
   soundDisturbedAt_ = std::max(soundDisturbedAt_, now());
-  isInstalling_ = false;
+  nowUpdates(Updating::no, 0s);
   if (!isRunning_) return;
   launchedAt_ = now();
   displaysRefreshed_ = {.from = now(), .until = std::max(displaysRefreshed_.until, now())};
@@ -441,6 +497,48 @@ Expected World::seesKeys() const {
     return tapCheckedAt_ > trustChangedAt_ && now() >= tapCheckedAt_ + trustPoll ? Expected::yes : Expected::unknown;
   }
   return Expected::yes;
+}
+
+// ---- Updates ----
+
+bool World::isInstalling() const { return updating_ == Updating::installs && mac.scheduler.uptime() < updatesUntil_; }
+
+std::string World::updateTitle() const {
+  if (!isRunning_) return "";
+  if (updating_ == Updating::launches || isInstalling()) return installingUpdate;
+  if (mac.scheduler.uptime() < updatesUntil_) return "";
+  if (updating_ != Updating::checks) return checkForUpdates;
+  // Nor can it be told whether an install came as far as to a record of it.
+  return failsSince(updateCalls, updatesSince_) ? "" : found_;
+}
+
+// As far as the published releases are simple.
+std::string World::titleAfterCheck() const {
+  const json& line = feed_;
+  json version = mac.process.program().version;  // what is published at first
+  if (!line.is_null()) {
+    const bool isError = line.contains("error") && !line["error"].is_null();
+    if (isError || line.value("status", 200) != 200 || line.value("releases", nothing) == json::array()) {
+      return checkForUpdates;
+    }
+    if (line.contains("body")) return json::accept(line["body"].get<std::string>()) ? "" : checkForUpdates;
+    static const std::set<std::string> simple = {"do", "race", "releases", "status", "error", "delay", "drip"};
+    const auto items = line.items();
+    const bool isSimple =
+        std::all_of(items.begin(), items.end(), [](const auto& each) { return simple.contains(each.key()); });
+    if (!isSimple || !line.contains("releases") || line["releases"].size() != 1) return "";
+    const json& release = line["releases"][0];
+    for (const char* member : {"version", "date", "dmg_url", "notes"}) {
+      if (!release.is_object() || !release.contains(member) || !release[member].is_string()) return "";
+    }
+    if (!release.contains("size_bytes") || !release["size_bytes"].is_number_integer()) return "";
+    version = release["version"];
+  }
+  const json& info = mac.part<simulator::Applications>().runningInfo();
+  const auto offered = numbersIn(version);
+  const auto running = numbersIn(info.value("CFBundleShortVersionString", nothing));
+  if (!offered || !running) return "";
+  return *offered > *running ? "Update to " + version.get<std::string>() + "…" : checkForUpdates;
 }
 
 }  // namespace campaign

@@ -132,14 +132,18 @@ class World {
   // ---- Updates ----
 
   // A download has been asked for, and the program, which still runs, or has just ended, has not come to the last thing
-  // that an install does to files, which is to remove its working directory.
-  [[nodiscard]] bool isInstalling() const { return isInstalling_; }
+  // that an install does to files, which is to remove its working directory; for as long as that may take at most.
+  [[nodiscard]] bool isInstalling() const;
+  // What the item for updates must say; empty: it cannot be told.
+  [[nodiscard]] std::string updateTitle() const;
 
  private:
   void seeLine(const nlohmann::json& line);
   void seeDisplayLine(const std::string& name, const nlohmann::json& line);
   void seeSoundLine(const std::string& name, const nlohmann::json& line);
   void seeKeyLine(const std::string& name, const nlohmann::json& line);
+  void seeUpdateLine(const std::string& name, const nlohmann::json& line);
+  void seeUpdate(const Record& record);
   void follow();
   void followTrouble();
   void began();
@@ -180,7 +184,17 @@ class World {
   Time pointerMovedAt_{-1000000000};
   std::set<std::string> otherTaps_;
 
-  bool isInstalling_ = false;
+  enum class Updating { no, checks, installs, hasInstalled, launches };
+  void nowUpdates(Updating updating, Duration atMost);
+  [[nodiscard]] std::string titleAfterCheck() const;
+
+  Updating updating_ = Updating::no;
+  Time updatesSince_{0};
+  Time updatesUntil_{0};  // at most, on the uptime clock
+  std::string found_;     // what the item says after the check
+  nlohmann::json feed_;   // the line that says what is published; null: there was none
+  Duration feedTime_{0};  // that the host takes for it
+  Duration imageTime_{0};
 };
 
 // The calls whose failure can keep displays, sound, keys or updates from working.

@@ -19,6 +19,7 @@
 #include "simulator/foundation/Preferences.h"
 #include "simulator/foundation/RunLoop.h"
 #include "simulator/mac/Mac.h"
+#include "simulator/network/URLLoading.h"
 #include "simulator/software/Applications.h"
 #include "simulator/system/SystemRoot.h"
 #include "simulator/system/Volumes.h"
@@ -43,14 +44,15 @@ std::vector<std::string> split(const std::string& text) {
 const std::string desk = displayAt(2) + output(11, {{"uid", "U"}, {"name", "Television"}, {"default", true}}) +
                          play("Music", 11, {{"tone", 0}, {"level", 0.25}}) + pointAt(2) + launch + settle + advance(20);
 
+const std::string imageURL = "https://releases.dalvane.example/Dalvane.dmg";
+
 // A release that is published.
 std::string published(const std::string& version, const nlohmann::json& more = nlohmann::json::object()) {
-  const std::string url = "https://releases.dalvane.example/Dalvane.dmg";
   const nlohmann::json release = {
-      {"version", version}, {"date", "2026-01-01"}, {"dmg_url", url}, {"size_bytes", 1}, {"notes", "New."}};
+      {"version", version}, {"date", "2026-01-01"}, {"dmg_url", imageURL}, {"size_bytes", 1}, {"notes", "New."}};
   nlohmann::json members = {{"version", version}};
   members.update(more);
-  return feed({{"releases", nlohmann::json::array({release})}}) + image(url, members);
+  return feed({{"releases", nlohmann::json::array({release})}}) + image(imageURL, members);
 }
 const std::string checkForUpdates = click("Check for Updates…");
 // The same, found and installed, and the new version launched.
@@ -297,6 +299,27 @@ TEST(Invariant, NothingIsLeftBehindByTheNextUpdate) {
   EXPECT_EQ(saidOf("nothing-is-left-behind", desk + cutShort + updated("9.0.2"), leaveSomething, quit), left);
 }
 
+// An address answers with so much, for longer than anybody waits.
+std::function<void(Mac&)> dripping(const std::string& address) {
+  return [address](Mac& mac) {
+    mac.part<simulator::URLLoading>().publish(
+        address, {.answer = {.status = 200, .body = std::string(1000, 'x'), .location = "", .breakAfter = {}},
+                  .route = {.error = {}, .pieces = 1000, .pause = 10s}});
+  };
+}
+const std::string feedURL = "https://releases.dalvane.example/dalvane-releases/releases/releases.json";
+
+// An install that never ends.
+TEST(Invariant, AnInstallEndsInItsTime) {
+  const std::string said = saidOf("nothing-is-left-behind", desk + published("9.0.1", {{"delay", 8}}),
+                                  dripping(imageURL), checkForUpdates + advance(16));
+  EXPECT_TRUE(said.starts_with("dalvane-update-")) << said;
+  // One that takes as long as its host does.
+  OneInvariant slow("nothing-is-left-behind");
+  slow.play(desk + published("9.0.1", {{"drip", {{"pieces", 4}, {"pause", 20}}}}) + checkForUpdates + advance(79));
+  EXPECT_EQ(slow.broken, std::nullopt);
+}
+
 // A call that fails excuses what its failure leaves, and nothing else.
 TEST(Invariant, NothingIsLeftBehindWhenCallsFail) {
   const std::string install = published("9.0.1") + checkForUpdates + settle;
@@ -384,6 +407,31 @@ TEST(Invariant, MenuShowsTheTruth) {
   EXPECT_EQ(saidOf(
                 "menu-shows-the-truth", desk, [](Mac& mac) { monitorOf(mac).setCurrent(3); }, menu(true) + settle),
             "the row of D shows 8 and its monitor is at 3");
+}
+
+TEST(Invariant, MenuShowsTheTruthAboutUpdates) {
+  const char* const name = "menu-shows-the-truth";
+  const std::string decline = line("answer", {{"dismiss", true}});
+  const std::string stuckInCheck = saidOf(name, desk + published("9.0.1"), dripping(feedURL),
+                                          leaveNextAlertOpen + checkForUpdates + advance(30) + decline + menu(true));
+  EXPECT_EQ(stuckInCheck, R"(the menu says "Checking for Updates…" instead of "Update to 9.0.1…")");
+  const std::string stuckInInstall = saidOf(name, desk + published("9.0.1", {{"tampered", true}}), dripping(imageURL),
+                                            checkForUpdates + advance(30) + menu(true));
+  EXPECT_EQ(stuckInInstall, R"(the menu says "Installing Update…" instead of "Check for Updates…")");
+  // An offer that there is not, and one that there is.
+  const auto publishNothing = [](Mac& mac) {
+    mac.part<simulator::URLLoading>().publish(
+        feedURL, {.answer = {.status = 200, .body = "[]", .location = "", .breakAfter = {}}, .route = {}});
+  };
+  const std::string check = leaveNextAlertOpen + checkForUpdates + settle + decline + advance(1) + menu(true) + settle;
+  EXPECT_EQ(saidOf(name, desk + published("9.0.1"), publishNothing, check),
+            R"(the menu says "Check for Updates…" instead of "Update to 9.0.1…")");
+  for (const std::string& nothingNew : {published("1.0.0"), published("0.9.7"), feed({{"status", 500}}),
+                                        feed({{"error", "lost"}}), feed({{"body", "[{"}})}) {
+    OneInvariant same(name);
+    same.play(desk + nothingNew + check);
+    EXPECT_EQ(same.broken, std::nullopt) << nothingNew;
+  }
 }
 
 // ---- What ends the process ----
