@@ -195,6 +195,8 @@ void Life::pressKeys(const std::vector<std::string>& keys) {
       mayRace("key", {{"key", key}, {"action", "press"}});
       if (oneIn(2)) wait(0.3);
       mayRace("key", {{"key", key}, {"action", "release"}});
+    } else if (key.starts_with("brightness") && oneIn(4)) {
+      mayRace("event", {{"type", 10}, {"keycode", key == "brightnessUp" ? 144 : 145}, {"autorepeat", oneIn(4)}});
     } else {
       mayRace("key", {{"key", key}});
     }
@@ -396,7 +398,7 @@ void Life::callsOfAnUpdateFail() {
   }
   update();
   for (const std::string& call : failing) say("fail", {{"call", call}, {"status", nullptr}});
-  if (oneIn(2)) update();
+  if (oneIn(4)) update();
   // Where nothing could be put back, the user does it.
   say("bundle");
   say("launch");
@@ -445,6 +447,10 @@ void Life::update() {
   }
   say("click", {{"item", "Update to 9.0." + std::to_string(version_) + "…"}});
   if (oneIn(3)) wait(1);
+  if (oneIn(4)) {
+    say("menu", {{"open", true}});
+    say("menu", {{"open", false}});
+  }
   if (oneIn(4)) pressVolume();
   if (oneIn(12)) mayRace("quit");
   settle();
@@ -563,17 +569,18 @@ void Life::setClock() {
   mayRace("clock", {{"by", oneIn(2) ? by : -by}});
 }
 
-// Keys that are none of the program's, and what no keyboard sends.
+// What keyboards send beside the usual, and what none does: also of the program's keys.
 void Life::sendRawEvents() {
   for (std::uint64_t i = 0, count = 1 + upTo(6); i < count; ++i) {
     if (oneIn(3)) {
-      mayRace("event", {{"type", 10}, {"keycode", upTo(127)}});
+      mayRace("event", {{"type", 10}, {"keycode", oneIn(2) ? upTo(127) : 140 + upTo(8)}});
       continue;
     }
     static constexpr std::uint64_t states[] = {0x0A, 0x0B, 0x00, 0xFF};
-    const std::uint64_t key = 4 + upTo(24);
+    static constexpr int subtypes[] = {8, 8, 8, 7, 0};
+    const std::uint64_t key = upTo(28);
     const std::uint64_t state = oneOf(states);
-    mayRace("event", {{"type", 14}, {"subtype", 8}, {"data1", key << 16 | state << 8 | upTo(1)}});
+    mayRace("event", {{"type", 14}, {"subtype", oneOf(subtypes)}, {"data1", key << 16 | state << 8 | upTo(1)}});
   }
 }
 

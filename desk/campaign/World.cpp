@@ -116,6 +116,11 @@ constexpr Duration mainThreadHears = 1s;
 const std::string checkForUpdates = "Check for Updates…";
 const std::string installingUpdate = "Installing Update…";
 
+// Types of events, and the subtype of those that media keys send.
+constexpr int plainKeyDown = 10;
+constexpr int systemDefined = 14;
+constexpr int mediaKeys = 8;
+
 const json nothing;
 
 // Of a version of three numbers; none: it is another.
@@ -150,27 +155,20 @@ bool isOfInstall(const json& path) {
 bool Record::isCall(std::string_view api) const { return what == "call" && members["api"] == api; }
 
 std::optional<KeyEvent> KeyEvent::of(const Record& record) {
-  if (record.what != "input" || record["type"] != 14 || !record["data1"].is_number_integer()) return std::nullopt;
-  const auto data = record["data1"].get<std::int64_t>();
-  KeyEvent event{.key = Key::mute, .isPress = ((data >> 8) & 0xFF) == 0x0A, .isRepeat = (data & 1) != 0};
-  switch ((data >> 16) & 0xFFFF) {
-    case 0:
-      event.key = Key::volumeUp;
-      return event;
-    case 1:
-      event.key = Key::volumeDown;
-      return event;
-    case 2:
-      event.key = Key::brightnessUp;
-      return event;
-    case 3:
-      event.key = Key::brightnessDown;
-      return event;
-    case 7:
-      return event;
-    default:
-      return std::nullopt;
+  if (record.what != "input") return std::nullopt;
+  if (record["type"] == plainKeyDown) {
+    static const std::map<std::int64_t, Key> plain = {{144, Key::brightnessUp}, {145, Key::brightnessDown}};
+    const auto key = plain.find(record["keycode"].get<std::int64_t>());
+    if (key == plain.end()) return std::nullopt;
+    return KeyEvent{.key = key->second, .isPress = true, .isRepeat = record["autorepeat"] == true};
   }
+  if (record["type"] != systemDefined || record["subtype"] != mediaKeys) return std::nullopt;
+  static const std::map<std::int64_t, Key> media = {
+      {0, Key::volumeUp}, {1, Key::volumeDown}, {2, Key::brightnessUp}, {3, Key::brightnessDown}, {7, Key::mute}};
+  const auto data = record["data1"].get<std::int64_t>();
+  const auto key = media.find((data >> 16) & 0xFFFF);
+  if (key == media.end()) return std::nullopt;
+  return KeyEvent{.key = key->second, .isPress = ((data >> 8) & 0xFF) == 0x0A, .isRepeat = (data & 1) != 0};
 }
 
 // ---- What happens ----

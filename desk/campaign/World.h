@@ -38,7 +38,8 @@ struct Record {
 // Whether the path is that of a working directory of an install, or below it.
 bool isOfInstall(const nlohmann::json& path);
 
-// A media key's event that was offered to the program.
+// An event of one of the program's keys that was offered to it: of a media key, or of a plain brightness key, which
+// has no release.
 struct KeyEvent {
   enum class Key { volumeUp, volumeDown, brightnessUp, brightnessDown, mute };
   Key key;

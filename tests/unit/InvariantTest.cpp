@@ -165,6 +165,22 @@ TEST(Invariant, FateOfKeys) {
             "the press of mute was taken, and there is nothing that it is for");
 }
 
+// Brightness keys also come as plain key-downs; what another subtype says of media keys is about something else.
+TEST(Invariant, KeysOfEveryKind) {
+  const std::string plain = event(10, {{"keycode", 144}}) + event(10, {{"keycode", 145}, {"autorepeat", true}});
+  const std::string other = event(14, {{"subtype", 7}, {"data1", 0x20A00}}) + event(10, {{"keycode", 143}});
+  for (const char* const name : {"nothing-is-swallowed", "fate-of-keys", "keys-arrive"}) {
+    OneInvariant keys(name);
+    keys.play(desk + plain + key("brightnessUp") + other + key("mute") + advance(2));
+    EXPECT_EQ(keys.broken, std::nullopt) << name;
+  }
+  const std::string late = launch + advance(2);
+  EXPECT_EQ(saidOf("fate-of-keys", displayAt(2) + pointAt(2), failing("IOAVServiceReadI2C"), late + plain),
+            "the press of brightnessUp was not taken");
+  EXPECT_EQ(saidOf("keys-arrive", displayAt(2), failing("CGEventTapCreate"), late + plain + advance(2)),
+            "2 key events did not come to the program");
+}
+
 TEST(Invariant, NothingIsSwallowed) {
   EXPECT_EQ(saidOf(
                 "nothing-is-swallowed", displayAt(2) + pointAt(2),
