@@ -15,6 +15,7 @@
 #include "desk/campaign/Invariant.h"
 #include "desk/campaign/Run.h"
 #include "simulator/audio/Audio.h"
+#include "simulator/desktop/EventStream.h"
 #include "simulator/displays/Displays.h"
 #include "simulator/foundation/Preferences.h"
 #include "simulator/foundation/RunLoop.h"
@@ -30,6 +31,7 @@ using namespace std::chrono_literals;
 using campaign::Breach;
 using campaign::Run;
 using simulator::Audio;
+using simulator::Duration;
 using simulator::Mac;
 
 namespace {
@@ -141,6 +143,38 @@ TEST(Invariant, LastValueArrives) {
 TEST(Invariant, DisplaysComeBack) {
   EXPECT_EQ(saidOf("displays-come-back", desk, failing("IOAVServiceReadI2C"), wake + advance(0.6) + advance(1)),
             "display 2 answers and has not been read");
+}
+
+// However long the step is in which it happens.
+TEST(Invariant, LastValueArrivesInTime) {
+  // The monitor does not answer, unknown to anybody else, until long after the key.
+  const auto fallAsleep = [](Duration time) {
+    return [time](Mac& mac) {
+      mac.scheduler.after(time, simulator::Waiting::work, [&mac] {
+        monitorOf(mac).setCurrent(56);
+        mac.trace.record("monitor").number("display", 2).number("brightness", 56);
+      });
+      mac.faults.fail("IOAVServiceWriteI2C", -1, 1, 1000);
+    };
+  };
+  EXPECT_EQ(saidOf("last-value-arrives", desk, fallAsleep(9s), key("brightnessUp") + advance(10)),
+            "display 2 was to be at 56 and got there after 9000 ms");
+  EXPECT_EQ(saidOf("last-value-arrives", desk, fallAsleep(400ms), key("brightnessUp") + advance(0.5)),
+            "display 2 was to be at 56 and got there after 400 ms");
+  EXPECT_EQ(saidOf("last-value-arrives", desk, fallAsleep(250ms), key("brightnessUp") + advance(0.5)), "");
+}
+
+TEST(Invariant, DisplaysComeBackInTime) {
+  // A key has the monitor read that did not answer to the wake.
+  const auto readLate = [](Mac& mac) {
+    mac.faults.fail("IOAVServiceReadI2C", -1, 1, 1000);
+    mac.scheduler.after(3s, simulator::Waiting::work, [&mac] {
+      mac.faults.mend("IOAVServiceReadI2C");
+      mac.part<simulator::EventStream>().send({.type = 10, .data1 = {}, .keycode = 144});
+    });
+  };
+  EXPECT_EQ(saidOf("displays-come-back", desk, readLate, wake + advance(10)),
+            "display 2 answers and has been read after 3070 ms");
 }
 
 TEST(Invariant, KeysArrive) {
