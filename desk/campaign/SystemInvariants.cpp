@@ -5,7 +5,7 @@
 #include <set>
 
 #include "desk/campaign/Invariant.h"
-#include "simulator/desktop/Alerts.h"
+#include "simulator/audio/Audio.h"
 #include "simulator/desktop/MenuBar.h"
 #include "simulator/foundation/Preferences.h"
 #include "simulator/foundation/RunLoop.h"
@@ -212,8 +212,8 @@ class MainThreadIsQuick : public Invariant {
   static constexpr Duration patience = 1s;
 };
 
-// Over an hour and more in which nothing happens, the main thread wakes up for the updater's timer and the poll for the
-// Accessibility permission alone.
+// Over an hour and more in which nothing happens, the program wakes up for the updater's timer and the poll for the
+// Accessibility permission alone; and for sound, where it plays any.
 class IdleMeansIdle : public Invariant {
  public:
   IdleMeansIdle()
@@ -225,29 +225,38 @@ class IdleMeansIdle : public Invariant {
                 !world.isInstalling();
       since_ = record.time;
       works_ = world.mac.part<simulator::RunLoop>().works();
+      wakeUps_ = world.mac.scheduler.wakeUps();
     }
   }
 
   void look(const World& world) override {
     const Duration idle = world.now() - since_;
     if (!std::exchange(isIdle_, false) || idle < 1h) return;
-    const std::uint64_t works = world.mac.part<simulator::RunLoop>().works() - works_;
-    const auto checks = static_cast<std::uint64_t>(idle / 6h) + 2;
-    std::uint64_t allowed = checks * worksOfACheck;
-    if (!world.mac.part<simulator::Accessibility>().granted()) allowed += static_cast<std::uint64_t>(idle / 2s) + 1;
-    if (works > allowed) {
-      isBroken("the main thread woke up " + std::to_string(works) + " times in " + std::to_string(idle / 1h) +
-               " hours, instead of " + std::to_string(allowed));
-    }
+    const std::uint64_t checks = static_cast<std::uint64_t>(idle / 6h) + 1;
+    std::uint64_t polls = 0;
+    if (!world.mac.part<simulator::Accessibility>().granted()) polls = static_cast<std::uint64_t>(idle / 2s) + 1;
+    count("the main thread", world.mac.part<simulator::RunLoop>().works() - works_, checks * worksOfACheck + polls,
+          idle);
+    if (world.mac.part<simulator::Audio>().taps() > 0 || world.isBusy()) return;
+    count("threads", world.mac.scheduler.wakeUps() - wakeUps_, checks * wakeUpsOfACheck + polls, idle);
   }
 
  private:
-  // The timer, what the answer comes through, and the loop's own rounds behind each.
-  static constexpr std::uint64_t worksOfACheck = 8;
+  void count(const std::string& what, std::uint64_t times, std::uint64_t allowed, Duration idle) {
+    if (times <= allowed) return;
+    isBroken(what + " woke up " + std::to_string(times) + " times in " + std::to_string(idle / 1h) +
+             " hours, instead of " + std::to_string(allowed));
+  }
+
+  // The timer, and what the answer comes through.
+  static constexpr std::uint64_t worksOfACheck = 2;
+  // The main thread for these, and the thread of the request, which waits for the answer.
+  static constexpr std::uint64_t wakeUpsOfACheck = 4;
 
   bool isIdle_ = false;
   Time since_{0};
   std::uint64_t works_ = 0;
+  std::uint64_t wakeUps_ = 0;
 };
 
 class MenuShowsTheTruth : public Invariant {

@@ -73,6 +73,8 @@ class World {
   simulator::Mac& mac;
   [[nodiscard]] Time now() const;
   [[nodiscard]] bool isRunning() const { return isRunning_; }
+  // The Mac holds threads back now and then.
+  [[nodiscard]] bool isBusy() const { return isBusy_; }
   [[nodiscard]] Time launchedAt() const { return launchedAt_; }
   // The step was one that let everything come to rest, and nothing has happened since.
   [[nodiscard]] bool isAtRest() const { return isAtRest_; }
