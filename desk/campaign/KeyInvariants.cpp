@@ -80,7 +80,7 @@ class NothingIsSwallowed : public Invariant {
     const auto event = KeyEvent::of(record);
     if (!event) return;
     const int shown = std::exchange(shown_, 0);
-    if (!world.hasPopUps()) return;
+    if (!world.hasLibraries()) return;
     const bool acts =
         record["swallowed"] == true && event->isPress && !(event->key == KeyEvent::Key::mute && event->isRepeat);
     if (shown != (acts ? 1 : 0)) isBroken(nameOf(*event) + " showed " + std::to_string(shown) + " pop-ups");

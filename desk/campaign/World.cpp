@@ -123,6 +123,12 @@ constexpr int mediaKeys = 8;
 
 const json nothing;
 
+// Which output a preference is about.
+std::string outputOf(const json& key) {
+  const auto& text = key.get_ref<const std::string&>();
+  return text.substr(text.find('.') + 1);
+}
+
 // Of a version of three numbers; none: it is another.
 std::optional<std::array<unsigned, 3>> numbersIn(const json& version) {
   std::array<unsigned, 3> numbers{};
@@ -191,6 +197,7 @@ void World::see(const Record& record) {
   follow();
   if (record.what == "do") return seeLine(record["line"]);
   if (record.isCall("AudioDeviceStart") || record.what == "preference") soundChangedAt_ = now();
+  if (record.what == "preference") othersLevels_.erase(outputOf(record["key"]));
   seeUpdate(record);
 }
 
@@ -240,8 +247,7 @@ void World::seeSoundLine(const std::string& name, const json& line) {
     roughUntil_ = line["audio"] == "rough" ? Time::max() : std::min(roughUntil_, now() + soundSettles);
   }
   if (name == "temper" && line.contains("threads")) isBusy_ = line["threads"] == "rough";
-  // A level that another program writes is found at the next key or choice.
-  if (name == "preference") levelWrittenAt_ = now();
+  if (name == "preference") othersLevels_.insert(outputOf(line["key"]));
   // The program is told of new rates, channels and streams of what it routes, and of nothing else.
   if (name == "output" && line["id"] == defaultOutput_) {
     static const std::set<std::string> told = {"do", "id", "rate", "channels", "inputs", "frames", "default", "race"};
@@ -342,11 +348,11 @@ void World::began() {
   nowUpdates(Updating::no, 0s);
   if (!isRunning_) return;
   launchedAt_ = now();
+  othersLevels_.clear();
   displaysRefreshed_ = {.from = now(), .until = std::max(displaysRefreshed_.until, now())};
   soundRefreshedAt_ = now();
   tapCheckedAt_ = now();
   hasLibraries_ = std::ranges::none_of(libraryCalls, [this](const char* call) { return toFail_.contains(call); });
-  hasPopUps_ = hasLibraries_;
 }
 
 // What misbehaved when the step began may have done so up to its end.
@@ -472,7 +478,7 @@ Expected World::controlsVolume() const {
 }
 
 std::optional<float> World::storedGain(const OutputDevice& device) const {
-  if (levelWrittenAt_ >= Time{0} || !device.settings().uid) return std::nullopt;
+  if (!device.settings().uid || othersLevels_.contains(*device.settings().uid)) return std::nullopt;
   const auto& preferences = mac.part<simulator::Preferences>();
   const std::string uid = *device.settings().uid;
   const json* const muted = preferences.value("muted." + uid);

@@ -84,8 +84,8 @@ class World {
   [[nodiscard]] Time quietSince() const { return disturbedAt_; }
   // Whether calls failed on purpose since then, or may still.
   [[nodiscard]] bool failsSince(const std::set<std::string>& calls, Time since) const;
-  // The pop-up service could be loaded when the program started.
-  [[nodiscard]] bool hasPopUps() const { return hasPopUps_; }
+  // What the program loads once could be loaded when it started: the pop-up service and what displays take.
+  [[nodiscard]] bool hasLibraries() const { return hasLibraries_; }
 
   // ---- Displays ----
 
@@ -110,8 +110,8 @@ class World {
   [[nodiscard]] simulator::OutputDevice* output() const;
   // What other programs play to that output: the sum of their levels.
   [[nodiscard]] double signal(std::int64_t output) const;
-  // The stored level of that output: 1 at full volume. None: another program has written it since the program last
-  // looked, or the output does not say which it is.
+  // The stored level of that output: 1 at full volume. None: another program has written it since the program last did,
+  // or was launched, or the output does not say which it is.
   [[nodiscard]] std::optional<float> storedGain(const simulator::OutputDevice& output) const;
   // What a router needs of the output.
   static bool canBeRouted(const simulator::OutputSettings& settings);
@@ -160,7 +160,6 @@ class World {
   bool lineIsKnown_ = false;
   Time launchedAt_{0};
   Time disturbedAt_{0};
-  bool hasPopUps_ = true;
   bool hasLibraries_ = true;
   std::map<std::string, Time> failedAt_;  // calls that were to fail, and when they last were
   std::set<std::string> toFail_;
@@ -175,7 +174,7 @@ class World {
   Time soundDisturbedAt_{0};
   Time permissionChangedAt_{-1};
   Time outputChangedAt_{-1};
-  Time levelWrittenAt_{-1};  // by another program
+  std::set<std::string> othersLevels_;  // of these outputs another program has written the level last
   Time roughUntil_{0};
   bool isBusy_ = false;
   Time soundChangedAt_{0};  // by the program

@@ -230,6 +230,17 @@ TEST(Invariant, LoudnessIsStored) {
             "output 11 plays 0.20599365234375 instead of 0.03125");
 }
 
+// What another program writes is known to the program, and judged again, with its next key.
+TEST(Invariant, LoudnessIsStoredAfterAnotherProgramWroteIt) {
+  EXPECT_EQ(saidOf(
+                "loudness-is-stored", desk + preference("steps.U", 8) + key("volumeDown") + advance(5),
+                [](Mac& mac) { mac.part<simulator::Preferences>().set("steps.U", 16); }, advance(5) + settle),
+            "output 11 plays 0.02093505859375 instead of 0.25");
+  OneInvariant untold("loudness-is-stored");
+  untold.play(desk + preference("steps.U", 8) + advance(5) + settle);
+  EXPECT_EQ(untold.broken, std::nullopt);
+}
+
 // A new level is heard behind the rest of the cycle that was under way and the one with the ramp.
 TEST(Invariant, LoudnessFollowsInCycles) {
   OneInvariant slow("loudness-is-stored");
