@@ -25,6 +25,9 @@ class LastValueArrives : public Invariant {
       const Display* const display = world.mac.part<Displays>().find(id);
       // What a key does beside a slider that is being moved may come before or after it.
       if (!display || !display->monitor || record.time < slidAt_ + 1s) return;
+      // The program may not have heard yet that this is another monitor than before.
+      values_.erase(id);
+      if (replacedAt_.contains(id) && record.time < replacedAt_[id] + 100ms) return;
       const auto raw = std::lround(record["filled"].get<int>() * display->monitor->maximum() / 16.0);
       values_[id] = {.raw = raw, .shownAt = record.time};
     }
@@ -38,7 +41,10 @@ class LastValueArrives : public Invariant {
     const auto& line = record["line"];
     // The monitor's own buttons, and another monitor in its place.
     if (line["do"] == "monitor") values_.erase(line["display"].get<std::uint32_t>());
-    if (line["do"] == "display" && line.contains("id")) values_.erase(line["id"].get<std::uint32_t>());
+    if (line["do"] == "display" && line.contains("id")) {
+      values_.erase(line["id"].get<std::uint32_t>());
+      replacedAt_[line["id"].get<std::uint32_t>()] = record.time;
+    }
     // A slider sends without showing it.
     if (line["do"] == "slide") {
       values_.clear();
@@ -76,6 +82,7 @@ class LastValueArrives : public Invariant {
 
   std::map<std::uint32_t, Value> values_;
   std::map<std::uint32_t, Time> changedAt_;
+  std::map<std::uint32_t, Time> replacedAt_;
   Time slidAt_{-1'000'000'000};
 };
 

@@ -164,6 +164,16 @@ TEST(Invariant, LastValueArrivesInTime) {
   EXPECT_EQ(saidOf("last-value-arrives", desk, fallAsleep(250ms), key("brightnessUp") + advance(0.5)), "");
 }
 
+// What a key shows before the program has heard of a new monitor went to the old one.
+TEST(Invariant, LastValueIsOfTheMonitorThatIsThere) {
+  for (std::uint64_t seed = 1; seed <= 30; ++seed) {
+    OneInvariant replaced("last-value-arrives", seed);
+    replaced.play(desk + race(key("brightnessDown")) + race(key("brightnessDown")) + race(displayGone(2)) +
+                  displayAt(2) + advance(0.5));
+    EXPECT_EQ(replaced.broken, std::nullopt) << seed;
+  }
+}
+
 TEST(Invariant, DisplaysComeBackInTime) {
   // A key has the monitor read that did not answer to the wake.
   const auto readLate = [](Mac& mac) {
