@@ -187,10 +187,8 @@ bool World::concerns(std::string_view line) {
   const auto what = line.find("\"what\":\"");
   if (what == line.npos) return false;
   const std::string_view rest = line.substr(what + 8);
-  // What the program says of itself counts for nothing, and of what goes over the wire, which shows in the monitors'
-  // light, only that a luminance came back.
-  if (rest.starts_with("call\",\"api\":\"IOAV")) return rest.find("\"6e 88 02 00 10 ") != rest.npos;
-  return !rest.starts_with("log\"");
+  // Of what goes over the wire, which shows in the monitors' light, only that a luminance came back.
+  return !rest.starts_with("call\",\"api\":\"IOAV") || rest.find("\"6e 88 02 00 10 ") != rest.npos;
 }
 
 void World::see(const Record& record) {
