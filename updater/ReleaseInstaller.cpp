@@ -59,6 +59,18 @@ class Removal {
   fs::path directory_;
 };
 
+// Throws when it cannot be made whole, and leaves nothing of it then.
+WorkingDirectory makeWorkingDirectory() {
+  WorkingDirectory directory;
+  try {
+    fs::create_directories(directory.mountPoint);
+  } catch (...) {
+    const Removal removal(directory.path);
+    throw;
+  }
+  return directory;
+}
+
 void requireSuccess(const std::string& executable, const std::vector<std::string>& arguments, int status) {
   if (status == 0) return;
   throw AppError(fs::path(executable).filename().string() + " " + (arguments.empty() ? "" : arguments.front()) +
@@ -241,9 +253,7 @@ void ReleaseInstaller::install(const Release& release, std::function<void(Outcom
   const Outcome<WorkingDirectory> made = attempt([&] {
     requireReplaceable(installedApplication());
     requireHTTPS(release.dmgURL);
-    WorkingDirectory directory;
-    fs::create_directories(directory.mountPoint);
-    return directory;
+    return makeWorkingDirectory();
   });
   if (const auto* error = std::get_if<AppError>(&made)) {
     completion(*error);

@@ -25,9 +25,14 @@ class LastValueArrives : public Invariant {
       const Display* const display = world.mac.part<Displays>().find(id);
       // What a key does beside a slider that is being moved may come before or after it.
       if (!display || !display->monitor || record.time < slidAt_ + 1s) return;
+      // The program may not have heard yet that this is another monitor than before.
+      values_.erase(id);
+      if (replacedAt_.contains(id) && record.time < replacedAt_[id] + 100ms) return;
       const auto raw = std::lround(record["filled"].get<int>() * display->monitor->maximum() / 16.0);
       values_[id] = {.raw = raw, .shownAt = record.time};
     }
+    if (record.what == "monitor" && record["display"].is_number())
+      changedAt_[record["display"].get<std::uint32_t>()] = record.time;
     // A process that has ended, and a link that goes down, take along what has not been sent.
     if (record.what == "exit" || (record.what == "do" && record["line"]["do"] == "sleep")) {
       std::erase_if(values_, [&](const auto& each) { return record.time < each.second.shownAt + protocolTime; });
@@ -36,7 +41,10 @@ class LastValueArrives : public Invariant {
     const auto& line = record["line"];
     // The monitor's own buttons, and another monitor in its place.
     if (line["do"] == "monitor") values_.erase(line["display"].get<std::uint32_t>());
-    if (line["do"] == "display" && line.contains("id")) values_.erase(line["id"].get<std::uint32_t>());
+    if (line["do"] == "display" && line.contains("id")) {
+      values_.erase(line["id"].get<std::uint32_t>());
+      replacedAt_[line["id"].get<std::uint32_t>()] = record.time;
+    }
     // A slider sends without showing it.
     if (line["do"] == "slide") {
       values_.clear();
@@ -55,6 +63,9 @@ class LastValueArrives : public Invariant {
       if (display->monitor->current() != value.raw) {
         isBroken("display " + std::to_string(id) + " was to be at " + std::to_string(value.raw) + " and is at " +
                  std::to_string(display->monitor->current()));
+      } else if (changedAt_[id] > value.shownAt + protocolTime) {
+        isBroken("display " + std::to_string(id) + " was to be at " + std::to_string(value.raw) +
+                 " and got there after " + std::to_string((changedAt_[id] - value.shownAt) / 1ms) + " ms");
       }
       return true;
     });
@@ -70,25 +81,20 @@ class LastValueArrives : public Invariant {
   static constexpr Duration protocolTime = 300ms;
 
   std::map<std::uint32_t, Value> values_;
+  std::map<std::uint32_t, Time> changedAt_;
+  std::map<std::uint32_t, Time> replacedAt_;
   Time slidAt_{-1'000'000'000};
 };
 
-// A display that must be controlled says so in the log each time that it is looked for, and no key says otherwise
-// (see the keys).
+// A display that must be controlled is read each time that it is looked for, and no key says otherwise (see the keys).
 class DisplaysComeBack : public Invariant {
  public:
   DisplaysComeBack()
       : Invariant("displays-come-back", "500 ms after the last refresh every monitor that answers is controlled.") {}
 
   void see(const World&, const Record& record) override {
-    if (record.what == "log" && record["category"] == "BrightnessController") {
-      const auto& text = record["text"].get_ref<const std::string&>();
-      std::uint32_t id = 0;
-      unsigned current = 0;
-      unsigned maximum = 0;
-      if (std::sscanf(text.c_str(), "Display %u brightness %u/%u", &id, &current, &maximum) == 3)
-        readAt_[id] = record.time;
-    }
+    if (record.isCall("IOAVServiceReadI2C") && record["status"] == 0 && record["display"].is_number())
+      readAt_[record["display"].get<std::uint32_t>()] = record.time;
     if (record.what == "exit") readAt_.clear();
     if (record.what == "do" && record["line"]["do"] == "display" && record["line"].contains("id")) {
       readAt_.erase(record["line"]["id"].get<std::uint32_t>());
@@ -105,6 +111,9 @@ class DisplaysComeBack : public Invariant {
       // Of several occasions in a row the last one counts, and what was read before it may be what it finds.
       if (read == readAt_.end() || read->second + 1s < last) {
         isBroken("display " + std::to_string(display.id) + " answers and has not been read");
+      } else if (read->second > last + 500ms) {
+        isBroken("display " + std::to_string(display.id) + " answers and has been read after " +
+                 std::to_string((read->second - last) / 1ms) + " ms");
       }
     }
   }

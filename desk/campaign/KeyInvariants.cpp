@@ -21,14 +21,16 @@ class KeysArrive : public Invariant {
     if (record.what == "input" && owed_ > 0) --owed_;
     if (record.what == "exit") owed_ = 0;
     if (world.seesKeys() != Expected::yes) owed_ = 0;
-    if (record.what != "do" || record["line"]["do"] != "key") return;
+    if (record.what != "do") return;
+    const auto& line = record["line"];
+    const bool isEvent = line["do"] == "event" && (line["type"] == 10 || line["type"] == 14);
+    if (line["do"] != "key" && !isEvent) return;
     if (world.seesKeys() != Expected::yes) {
       owed_ = 0;
       return;
     }
-    const auto& line = record["line"];
-    // A key that is held repeats for a while: it counts as two events at least.
-    owed_ += line.value("action", "tap") == "tap" && !line.contains("hold") ? 2 : 1;
+    // A key that is held is let go of later.
+    owed_ += !isEvent && line.value("action", "tap") == "tap" && !line.contains("hold") ? 2 : 1;
     since_ = world.mac.scheduler.uptime();
   }
 
@@ -54,8 +56,9 @@ class FateOfKeys : public Invariant {
 
   void see(const World& world, const Record& record) override {
     const auto event = KeyEvent::of(record);
-    // An event that cannot be converted is passed on as it is.
-    if (!event || world.failsSince({"NSEvent.eventWithCGEvent"}, record.time)) return;
+    if (!event) return;
+    // An event that cannot be converted is passed on as it is; those of plain keys need not be.
+    if (record["type"] == 14 && world.failsSince({"NSEvent.eventWithCGEvent"}, record.time)) return;
     const Expected expected = event->isVolume() ? world.controlsVolume() : world.takesBrightnessKeys();
     if (expected == Expected::unknown) return;
     const bool isTaken = record["swallowed"] == true;
@@ -77,7 +80,7 @@ class NothingIsSwallowed : public Invariant {
     const auto event = KeyEvent::of(record);
     if (!event) return;
     const int shown = std::exchange(shown_, 0);
-    if (!world.hasPopUps()) return;
+    if (!world.hasLibraries()) return;
     const bool acts =
         record["swallowed"] == true && event->isPress && !(event->key == KeyEvent::Key::mute && event->isRepeat);
     if (shown != (acts ? 1 : 0)) isBroken(nameOf(*event) + " showed " + std::to_string(shown) + " pop-ups");

@@ -158,7 +158,7 @@ void Life::episode() {
                                    {1, &Life::playSomething},
                                    {1, &Life::changePermission},
                                    {1, &Life::monitorMisbehaves},
-                                   {1, &Life::callsFail},
+                                   {1, &Life::callsFail, &Life::callsOfAnUpdateFail},
                                    {1, &Life::update, &Life::publish},
                                    {1, &Life::leaveAlertOpen, &Life::toggleLogin},
                                    {1, &Life::relaunch},
@@ -195,6 +195,8 @@ void Life::pressKeys(const std::vector<std::string>& keys) {
       mayRace("key", {{"key", key}, {"action", "press"}});
       if (oneIn(2)) wait(0.3);
       mayRace("key", {{"key", key}, {"action", "release"}});
+    } else if (key.starts_with("brightness") && oneIn(4)) {
+      mayRace("event", {{"type", 10}, {"keycode", key == "brightnessUp" ? 144 : 145}, {"autorepeat", oneIn(4)}});
     } else {
       mayRace("key", {{"key", key}});
     }
@@ -290,6 +292,11 @@ void Life::playSomething() {
   static constexpr double levels[] = {0.125, 0.25, 0.3};
   const char* process = oneOf(processes);
   const auto& model = oneOf(outputModels);
+  // Or writes a level of its own, in or out of range.
+  if (oneIn(4)) {
+    const std::string key = "steps.UID-" + std::to_string(model.id);
+    return mayRace("preference", {{"key", key}, {"value", oneIn(4) ? Json() : Json(upTo(20))}});
+  }
   if (oneIn(4) || !outputs_.contains(model.id)) return mayRace("play", {{"process", process}, {"stop", true}});
   mayRace("play", {{"process", process}, {"output", model.id}, {"tone", 0}, {"level", oneOf(levels)}});
 }
@@ -360,6 +367,48 @@ void Life::callsFail() {
   say("fail", {{"call", call}, {"status", nullptr}});
 }
 
+// A call fails while an update is looked for and installed.
+void Life::callsOfAnUpdateFail() {
+  // Some with an error number, the tools with a status of their own.
+  static constexpr std::pair<const char*, int> calls[] = {{"rename", 5},
+                                                          {"remove_all", 5},
+                                                          {"create_directories", 28},
+                                                          {"directory_iterator", 5},
+                                                          {"access", 13},
+                                                          {"confstr", 5},
+                                                          {"posix_spawn", 35},
+                                                          {"posix_spawnattr_init", 12},
+                                                          {"posix_spawn_file_actions_addinherit_np", 12},
+                                                          {"waitpid", 10},
+                                                          {"hdiutil attach", 1},
+                                                          {"hdiutil attach", -9},
+                                                          {"hdiutil detach", 1},
+                                                          {"ditto", 1},
+                                                          {"ditto", 0},
+                                                          {"ditto", -9},
+                                                          {"CFBundleCopyBundleURL", 0},
+                                                          {"CFURLCreateFromFileSystemRepresentation", 0},
+                                                          {"NSURLSession.dataTaskWithRequest", -1005},
+                                                          {"NSURLSession.downloadTaskWithURL", -1005},
+                                                          {"SecCodeCopySelf", -1},
+                                                          {"SecCodeCopyStaticCode", -1},
+                                                          {"SecCodeCopyDesignatedRequirement", -1},
+                                                          {"SecStaticCodeCreateWithPath", -1},
+                                                          {"SecStaticCodeCheckValidity", -67061}};
+  std::set<std::string> failing;
+  for (std::uint64_t count = 1 + upTo(1); count > 0; --count) {
+    const auto& [call, status] = oneOf(calls);
+    failing.insert(call);
+    say("fail", {{"call", call}, {"status", status}, {"nth", 1 + upTo(oneIn(2) ? 1 : 5)}, {"times", 1 + upTo(2)}});
+  }
+  update();
+  for (const std::string& call : failing) say("fail", {{"call", call}, {"status", nullptr}});
+  if (oneIn(4)) update();
+  // Where nothing could be put back, the user does it.
+  say("bundle");
+  say("launch");
+}
+
 void Life::publish() {
   if (oneIn(4)) {
     static const Json answers[] = {{{"status", 500}},
@@ -395,7 +444,7 @@ void Life::publish() {
 
 void Life::update() {
   publish();
-  if (oneIn(2)) say("click", {{"item", "Check for Updates…"}});
+  if (!oneIn(4)) say("click", {{"item", "Check for Updates…"}});
   if (oneIn(2)) {
     wait(1);
   } else {
@@ -403,6 +452,10 @@ void Life::update() {
   }
   say("click", {{"item", "Update to 9.0." + std::to_string(version_) + "…"}});
   if (oneIn(3)) wait(1);
+  if (oneIn(4)) {
+    say("menu", {{"open", true}});
+    say("menu", {{"open", false}});
+  }
   if (oneIn(4)) pressVolume();
   if (oneIn(12)) mayRace("quit");
   settle();
@@ -521,17 +574,18 @@ void Life::setClock() {
   mayRace("clock", {{"by", oneIn(2) ? by : -by}});
 }
 
-// Keys that are none of the program's, and what no keyboard sends.
+// What keyboards send beside the usual, and what none does: also of the program's keys.
 void Life::sendRawEvents() {
   for (std::uint64_t i = 0, count = 1 + upTo(6); i < count; ++i) {
     if (oneIn(3)) {
-      mayRace("event", {{"type", 10}, {"keycode", upTo(127)}});
+      mayRace("event", {{"type", 10}, {"keycode", oneIn(2) ? upTo(127) : 140 + upTo(8)}});
       continue;
     }
     static constexpr std::uint64_t states[] = {0x0A, 0x0B, 0x00, 0xFF};
-    const std::uint64_t key = 4 + upTo(24);
+    static constexpr int subtypes[] = {8, 8, 8, 7, 0};
+    const std::uint64_t key = upTo(28);
     const std::uint64_t state = oneOf(states);
-    mayRace("event", {{"type", 14}, {"subtype", 8}, {"data1", key << 16 | state << 8 | upTo(1)}});
+    mayRace("event", {{"type", 14}, {"subtype", oneOf(subtypes)}, {"data1", key << 16 | state << 8 | upTo(1)}});
   }
 }
 
@@ -548,7 +602,7 @@ void Life::recover() {
   say("capture", {{"permission", "authorized"}});
   say("accessibility", {{"granted", true}});
   for (const int display : connected_) {
-    if (oneIn(4)) say("monitor", {{"display", display}, {"fault", "none"}, {"reply-delay", 0.04}});
+    say("monitor", {{"display", display}, {"fault", "none"}, {"reply-delay", 0.04}});
   }
   settle();
   say("launch");

@@ -72,6 +72,7 @@ class Life {
   void changePermission();
   void monitorMisbehaves();
   void callsFail();
+  void callsOfAnUpdateFail();
   void publish();
   void update();
   void leaveAlertOpen();

@@ -5,7 +5,7 @@
 #include <set>
 
 #include "desk/campaign/Invariant.h"
-#include "simulator/desktop/Alerts.h"
+#include "simulator/audio/Audio.h"
 #include "simulator/desktop/MenuBar.h"
 #include "simulator/foundation/Preferences.h"
 #include "simulator/foundation/RunLoop.h"
@@ -14,6 +14,7 @@
 #include "simulator/software/Applications.h"
 #include "simulator/software/LoginItem.h"
 #include "simulator/system/ChildProcesses.h"
+#include "simulator/system/Files.h"
 #include "simulator/system/SystemRoot.h"
 #include "simulator/system/Volumes.h"
 
@@ -28,47 +29,114 @@ using nlohmann::json;
 bool touchesFiles(const Record& record) {
   static const std::set<std::string> calls = {"rename", "remove", "remove_all", "posix_spawn"};
   if (record.what == "do") return record["line"]["do"] == "bundle";
+  if (record.isCall("NSURLSession.downloadTaskWithURL")) return true;
   return record.what == "exit" || (record.what == "call" && calls.contains(record["api"].get<std::string>()));
+}
+
+std::string nameIn(const json& path) { return fs::path(path.get_ref<const std::string&>()).filename(); }
+
+fs::path backupOf(const World& world) { return world.mac.part<simulator::Applications>().bundle().string() + ".bak"; }
+
+// Whether the installed bundle could not be removed, so that its backup could take its place, or that could not.
+bool failsToPutBack(const World& world, const Record& record) {
+  if (record["status"] == 0) return false;
+  const std::string bundle = world.mac.part<simulator::Applications>().bundle().filename();
+  return (record.isCall("remove_all") && nameIn(record["path"]) == bundle) ||
+         (record.isCall("rename") && nameIn(record["from"]) == bundle + ".bak");
 }
 
 class NothingIsLeftBehind : public Invariant {
  public:
   NothingIsLeftBehind()
       : Invariant("nothing-is-left-behind",
-                  "There is no mounted image, working directory or child process but while an update is installed.") {}
+                  "There is no mounted image, working directory, backup or child process but while an update is "
+                  "installed.") {}
 
-  void see(const World&, const Record& record) override { isTouched_ = isTouched_ || touchesFiles(record); }
+  void see(const World& world, const Record& record) override {
+    isTouched_ = isTouched_ || touchesFiles(record);
+    if (record.what == "do" && record["line"].contains("backup")) excused_.insert(backupOf(world).filename());
+    if (record.what == "exit") {
+      launching_ = 0;
+      // Ending the program in the middle of an install leaves it as it is.
+      if (world.isInstalling()) excused_.merge(leftovers(world));
+    }
+    if (record.what == "call") seeCall(world, record);
+  }
 
   void look(const World& world) override {
     if (!isTouched_ || world.isInstalling()) return;
     isTouched_ = false;
-    // Ending the program in the middle of an install leaves it as it is; so does what cannot be taken back, which the
-    // program tries once.
-    if (world.wasCutShort() || world.failsSince(updateCalls, Time{0})) return;
-    const auto& root = world.mac.part<simulator::SystemRoot>();
-    for (const fs::path& point : simulator::Volumes(root.path()).mountPoints()) {
-      // An application that was opened in its image.
-      if (!point.string().starts_with(root.below("/Volumes").string()))
-        isBroken("an image is attached at /" + point.lexically_relative(root.path()).string());
-    }
-    for (const auto& entry : fs::directory_iterator(root.temporaryDirectory())) {
-      const std::string name = entry.path().filename().string();
-      if (name.starts_with("dalvane-update-")) isBroken(name + " is left in the temporary directory");
+    const std::set<std::string> left = leftovers(world);
+    std::erase_if(excused_, [&left](const std::string& each) { return !left.contains(each); });
+    for (const std::string& each : left) {
+      if (!excused_.contains(each)) isBroken(each + " is left");
     }
     const std::size_t children = world.mac.part<simulator::ChildProcesses>().unwaited();
-    if (children > 0) isBroken(std::to_string(children) + " child processes are left");
+    if (children > launching_ && !world.failsSince({"waitpid"}, world.launchedAt()))
+      isBroken(std::to_string(children) + " child processes are left");
   }
 
  private:
+  // What cannot be removed the program tries once.
+  void seeCall(const World& world, const Record& record) {
+    if (record.isCall("NSURLSession.downloadTaskWithURL")) {
+      begunAt_ = record.time;
+      detachFails_ = false;
+    }
+    if (record.isCall("posix_spawn")) {
+      const bool fails = record["status"] != 0 || (record["exit"] != 0 && !record["exit"].is_null());
+      // The shell that launches the new version waits for the end of this one.
+      if (record["executable"] == "/bin/sh") launching_ = fails ? 0 : 1;
+      if (record["arguments"][0] == "detach") detachFails_ = fails;
+    }
+    const bool failsToRemove = record.isCall("remove_all") && record["status"] != 0;
+    if (failsToPutBack(world, record) || (failsToRemove && nameIn(record["path"]) == backupOf(world).filename()))
+      excused_.insert(backupOf(world).filename());
+    if (!failsToRemove || !isOfInstall(record["path"])) return;
+    // What makes a process ready leaves no record.
+    static const std::set<std::string> readying = {
+        "posix_spawnattr_init",          "posix_spawnattr_setflags",      "posix_spawnattr_setsigmask",
+        "posix_spawnattr_setsigdefault", "posix_spawn_file_actions_init", "posix_spawn_file_actions_addinherit_np"};
+    std::set<std::string> left = leftovers(world);
+    std::erase_if(left, [name = nameIn(record["path"])](const auto& each) { return !each.starts_with(name); });
+    const bool isAttached = left.size() > 1;
+    if (!isAttached || detachFails_ || world.failsSince(readying, begunAt_)) excused_.merge(left);
+  }
+
+  // Images and working directories, by their paths in the temporary directory, and the backup.
+  static std::set<std::string> leftovers(const World& world) {
+    const simulator::MachineAtWork work;  // not the program, in the middle of which the record may have come
+    const auto& root = world.mac.part<simulator::SystemRoot>();
+    const fs::path temporary = root.temporaryDirectory();
+    std::set<std::string> found;
+    for (const fs::path& point : simulator::Volumes(root.path()).mountPoints()) {
+      // An application that was opened in its image.
+      if (!point.string().starts_with(root.below("/Volumes").string()))
+        found.insert(point.lexically_relative(temporary));
+    }
+    for (const auto& entry : fs::directory_iterator(temporary)) {
+      if (isOfInstall(entry.path().string())) found.insert(entry.path().filename());
+    }
+    const fs::path backup = backupOf(world);
+    if (fs::exists(fs::symlink_status(backup))) found.insert(backup.filename());
+    return found;
+  }
+
   bool isTouched_ = false;
+  std::size_t launching_ = 0;  // processes
+  Time begunAt_{0};            // the last install
+  bool detachFails_ = false;
+  std::set<std::string> excused_;  // what is left for a reason, as long as it is there
 };
 
 class BundleIsWhole : public Invariant {
  public:
   BundleIsWhole() : Invariant("bundle-is-whole", "What is installed is always one whole, validly signed version.") {}
 
-  void see(const World&, const Record& record) override {
+  void see(const World& world, const Record& record) override {
     isTouched_ = isTouched_ || touchesFiles(record);
+    if (record.what == "exit" && world.isInstalling()) mayLieBeside_ = true;
+    if (failsToPutBack(world, record)) mayLieBeside_ = true;
     // What the user has put there is what it is.
     if (record.what == "do" && record["line"]["do"] == "bundle") {
       const json& line = record["line"];
@@ -83,11 +151,16 @@ class BundleIsWhole : public Invariant {
     if (!std::exchange(isTouched_, false) || !isOurs_) return;
     const auto& applications = world.mac.part<simulator::Applications>();
     const fs::path bundle = applications.bundle();
-    if (isWhole(world, bundle)) return;
+    if (isWhole(world, bundle)) {
+      mayLieBeside_ = false;
+      return;
+    }
     // While the new version is copied, and when that was cut short or could not be taken back, the old one lies beside
     // its place, whole: the next install puts it back.
-    const bool isUnderWay = world.isInstalling() || world.wasCutShort() || world.failsSince(updateCalls, Time{0});
-    if (isUnderWay && isWhole(world, bundle.string() + ".bak")) return;
+    if ((world.isInstalling() || mayLieBeside_) && isWhole(world, backupOf(world))) {
+      isTouched_ = world.isInstalling();
+      return;
+    }
     isBroken(fs::exists(bundle) ? "the installed bundle is not whole" : "nothing is installed");
   }
 
@@ -100,6 +173,7 @@ class BundleIsWhole : public Invariant {
 
   bool isTouched_ = false;
   bool isOurs_ = true;
+  bool mayLieBeside_ = false;  // until it is whole again
 };
 
 class NothingLeaks : public Invariant {
@@ -138,8 +212,8 @@ class MainThreadIsQuick : public Invariant {
   static constexpr Duration patience = 1s;
 };
 
-// Over an hour and more in which nothing happens, the main thread wakes up for the updater's timer and the poll for the
-// Accessibility permission alone.
+// Over an hour and more in which nothing happens, the program wakes up for the updater's timer and the poll for the
+// Accessibility permission alone; and for sound, where it plays any.
 class IdleMeansIdle : public Invariant {
  public:
   IdleMeansIdle()
@@ -151,29 +225,38 @@ class IdleMeansIdle : public Invariant {
                 !world.isInstalling();
       since_ = record.time;
       works_ = world.mac.part<simulator::RunLoop>().works();
+      wakeUps_ = world.mac.scheduler.wakeUps();
     }
   }
 
   void look(const World& world) override {
     const Duration idle = world.now() - since_;
     if (!std::exchange(isIdle_, false) || idle < 1h) return;
-    const std::uint64_t works = world.mac.part<simulator::RunLoop>().works() - works_;
-    const auto checks = static_cast<std::uint64_t>(idle / 6h) + 2;
-    std::uint64_t allowed = checks * worksOfACheck;
-    if (!world.mac.part<simulator::Accessibility>().granted()) allowed += static_cast<std::uint64_t>(idle / 2s) + 1;
-    if (works > allowed) {
-      isBroken("the main thread woke up " + std::to_string(works) + " times in " + std::to_string(idle / 1h) +
-               " hours, instead of " + std::to_string(allowed));
-    }
+    const std::uint64_t checks = static_cast<std::uint64_t>(idle / 6h) + 1;
+    std::uint64_t polls = 0;
+    if (!world.mac.part<simulator::Accessibility>().granted()) polls = static_cast<std::uint64_t>(idle / 2s) + 1;
+    count("the main thread", world.mac.part<simulator::RunLoop>().works() - works_, checks * worksOfACheck + polls,
+          idle);
+    if (world.mac.part<simulator::Audio>().taps() > 0 || world.isBusy()) return;
+    count("threads", world.mac.scheduler.wakeUps() - wakeUps_, checks * wakeUpsOfACheck + polls, idle);
   }
 
  private:
-  // The timer, what the answer comes through, and the loop's own rounds behind each.
-  static constexpr std::uint64_t worksOfACheck = 8;
+  void count(const std::string& what, std::uint64_t times, std::uint64_t allowed, Duration idle) {
+    if (times <= allowed) return;
+    isBroken(what + " woke up " + std::to_string(times) + " times in " + std::to_string(idle / 1h) +
+             " hours, instead of " + std::to_string(allowed));
+  }
+
+  // The timer, and what the answer comes through.
+  static constexpr std::uint64_t worksOfACheck = 2;
+  // The main thread for these, and the thread of the request, which waits for the answer.
+  static constexpr std::uint64_t wakeUpsOfACheck = 4;
 
   bool isIdle_ = false;
   Time since_{0};
   std::uint64_t works_ = 0;
+  std::uint64_t wakeUps_ = 0;
 };
 
 class MenuShowsTheTruth : public Invariant {
@@ -224,9 +307,12 @@ class MenuShowsTheTruth : public Invariant {
     if (opens && fixed[0]["ticked"] != (login.registered() && login.approved())) {
       isBroken("\"Start at Login\" is ticked wrongly");
     }
-    if (world.isInstalling() != (fixed[1]["title"] == "Installing Update…") && opens && !world.isInstalling()) {
-      isBroken("the menu says that an update is being installed");
+    const json& update = fixed[1];
+    if (const std::string title = world.updateTitle(); !title.empty() && update["title"] != title) {
+      isBroken("the menu says " + update["title"].dump() + " instead of " + json(title).dump());
     }
+    const bool isBusy = update["title"] == "Checking for Updates…" || update["title"] == "Installing Update…";
+    if (update["enabled"] == isBusy) isBroken(update["title"].dump() + " can" + (isBusy ? "" : "not") + " be chosen");
   }
 
   // The slider rows below the section header of that title.

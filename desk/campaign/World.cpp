@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstdio>
 
 #include "simulator/audio/Audio.h"
 #include "simulator/desktop/EventStream.h"
@@ -10,6 +11,7 @@
 #include "simulator/mac/Mac.h"
 #include "simulator/privacy/Accessibility.h"
 #include "simulator/privacy/AudioCapture.h"
+#include "simulator/software/Applications.h"
 
 using nlohmann::json;
 using simulator::Audio;
@@ -106,7 +108,36 @@ constexpr Duration hearsLate = 10 * heldBack;
 // A callback is through with an event in that time, on rough hardware too.
 constexpr Duration callTime = 100ms;
 
+// An install hands three tools their work, which take 200 ms each, and one request, on threads that may be held back.
+constexpr Duration installTime = 5s;
+// The main thread is never held up for longer (see the invariants), and changes the menu as soon as it hears.
+constexpr Duration mainThreadHears = 1s;
+
+const std::string checkForUpdates = "Check for Updates…";
+const std::string installingUpdate = "Installing Update…";
+
+// Types of events, and the subtype of those that media keys send.
+constexpr int plainKeyDown = 10;
+constexpr int systemDefined = 14;
+constexpr int mediaKeys = 8;
+
 const json nothing;
+
+// Which output a preference is about.
+std::string outputOf(const json& key) {
+  const auto& text = key.get_ref<const std::string&>();
+  return text.substr(text.find('.') + 1);
+}
+
+// Of a version of three numbers; none: it is another.
+std::optional<std::array<unsigned, 3>> numbersIn(const json& version) {
+  std::array<unsigned, 3> numbers{};
+  int length = 0;
+  if (!version.is_string()) return std::nullopt;
+  const auto& text = version.get_ref<const std::string&>();
+  const int found = std::sscanf(text.c_str(), "%3u.%3u.%3u%n", &numbers[0], &numbers[1], &numbers[2], &length);
+  return found == 3 && static_cast<std::size_t>(length) == text.size() ? std::optional(numbers) : std::nullopt;
+}
 
 }  // namespace
 
@@ -123,30 +154,27 @@ const json& Record::operator[](const char* name) const {
              : in(members);
 }
 
+bool isOfInstall(const json& path) {
+  return path.get_ref<const std::string&>().find("/dalvane-update-") != std::string::npos;
+}
+
 bool Record::isCall(std::string_view api) const { return what == "call" && members["api"] == api; }
 
 std::optional<KeyEvent> KeyEvent::of(const Record& record) {
-  if (record.what != "input" || record["type"] != 14 || !record["data1"].is_number_integer()) return std::nullopt;
-  const auto data = record["data1"].get<std::int64_t>();
-  KeyEvent event{.key = Key::mute, .isPress = ((data >> 8) & 0xFF) == 0x0A, .isRepeat = (data & 1) != 0};
-  switch ((data >> 16) & 0xFFFF) {
-    case 0:
-      event.key = Key::volumeUp;
-      return event;
-    case 1:
-      event.key = Key::volumeDown;
-      return event;
-    case 2:
-      event.key = Key::brightnessUp;
-      return event;
-    case 3:
-      event.key = Key::brightnessDown;
-      return event;
-    case 7:
-      return event;
-    default:
-      return std::nullopt;
+  if (record.what != "input") return std::nullopt;
+  if (record["type"] == plainKeyDown) {
+    static const std::map<std::int64_t, Key> plain = {{144, Key::brightnessUp}, {145, Key::brightnessDown}};
+    const auto key = plain.find(record["keycode"].get<std::int64_t>());
+    if (key == plain.end()) return std::nullopt;
+    return KeyEvent{.key = key->second, .isPress = true, .isRepeat = record["autorepeat"] == true};
   }
+  if (record["type"] != systemDefined || record["subtype"] != mediaKeys) return std::nullopt;
+  static const std::map<std::int64_t, Key> media = {
+      {0, Key::volumeUp}, {1, Key::volumeDown}, {2, Key::brightnessUp}, {3, Key::brightnessDown}, {7, Key::mute}};
+  const auto data = record["data1"].get<std::int64_t>();
+  const auto key = media.find((data >> 16) & 0xFFFF);
+  if (key == media.end()) return std::nullopt;
+  return KeyEvent{.key = key->second, .isPress = ((data >> 8) & 0xFF) == 0x0A, .isRepeat = (data & 1) != 0};
 }
 
 // ---- What happens ----
@@ -159,22 +187,16 @@ bool World::concerns(std::string_view line) {
   const auto what = line.find("\"what\":\"");
   if (what == line.npos) return false;
   const std::string_view rest = line.substr(what + 8);
-  // What goes over the wire shows in the monitors' light.
-  return !rest.starts_with("call\",\"api\":\"IOAV");
+  // Of what goes over the wire, which shows in the monitors' light, only that a luminance came back.
+  return !rest.starts_with("call\",\"api\":\"IOAV") || rest.find("\"6e 88 02 00 10 ") != rest.npos;
 }
 
 void World::see(const Record& record) {
   follow();
   if (record.what == "do") return seeLine(record["line"]);
   if (record.isCall("AudioDeviceStart") || record.what == "preference") soundChangedAt_ = now();
-  if (record.isCall("NSURLSession.downloadTaskWithURL")) isInstalling_ = true;
-  if (record.what == "log" && record["text"].get_ref<const std::string&>().starts_with("Update install failed")) {
-    isInstalling_ = false;
-  }
-  if (record.what == "exit" && isInstalling_) {
-    wasCutShort_ = true;
-    isInstalling_ = false;
-  }
+  if (record.what == "preference") othersLevels_.erase(outputOf(record["key"]));
+  seeUpdate(record);
 }
 
 bool World::makesSense(const json& line) const {
@@ -199,6 +221,7 @@ void World::seeLine(const json& line) {
   seeDisplayLine(name, line);
   seeSoundLine(name, line);
   seeKeyLine(name, line);
+  seeUpdateLine(name, line);
 }
 
 void World::seeDisplayLine(const std::string& name, const json& line) {
@@ -222,8 +245,7 @@ void World::seeSoundLine(const std::string& name, const json& line) {
     roughUntil_ = line["audio"] == "rough" ? Time::max() : std::min(roughUntil_, now() + soundSettles);
   }
   if (name == "temper" && line.contains("threads")) isBusy_ = line["threads"] == "rough";
-  // A level that another program writes is found at the next key or choice.
-  if (name == "preference") levelWrittenAt_ = now();
+  if (name == "preference") othersLevels_.insert(outputOf(line["key"]));
   // The program is told of new rates, channels and streams of what it routes, and of nothing else.
   if (name == "output" && line["id"] == defaultOutput_) {
     static const std::set<std::string> told = {"do", "id", "rate", "channels", "inputs", "frames", "default", "race"};
@@ -255,6 +277,43 @@ void World::seeKeyLine(const std::string& name, const json& line) {
   if (name == "wake" || name == "menu" || name == "click" || name == "disable-tap") tapCheckedAt_ = now();
 }
 
+void World::seeUpdateLine(const std::string& name, const json& line) {
+  // A request waits for the next thing that comes no longer than the program wants it to.
+  const auto timeOf = [&line](Duration patience) {
+    const auto seconds = [patience](const json& object, const char* member) {
+      const std::chrono::duration<double> time(object.value(member, 0.0));
+      return time < patience ? std::chrono::duration_cast<Duration>(time) : patience;
+    };
+    const json drip = line.value("drip", json::object());
+    return seconds(line, "delay") + drip.value("pieces", 1) * seconds(drip, "pause");
+  };
+  if (name == "image") imageTime_ = std::max(imageTime_, timeOf(60s));
+  if (name != "feed") return;
+  feed_ = line;
+  feedTime_ = timeOf(15s);
+  // It comes too late for this check, or not.
+  if (updating_ == Updating::checks && mac.scheduler.uptime() < updatesUntil_) found_.clear();
+}
+
+void World::seeUpdate(const Record& record) {
+  if (record.isCall("NSURLSession.dataTaskWithRequest")) {
+    nowUpdates(Updating::checks, feedTime_ + mainThreadHears);
+    found_ = titleAfterCheck();
+  }
+  if (record.isCall("NSURLSession.downloadTaskWithURL")) nowUpdates(Updating::installs, imageTime_ + installTime);
+  // Whether that succeeds or not.
+  if (record.isCall("remove_all") && isOfInstall(record["path"])) nowUpdates(Updating::hasInstalled, mainThreadHears);
+  if (record.isCall("posix_spawn") && record["executable"] == "/bin/sh" && record["status"] == 0)
+    nowUpdates(Updating::launches, 0s);
+  if (record.what == "alert" && record["message"] == "Could not install the update") nowUpdates(Updating::no, 0s);
+}
+
+void World::nowUpdates(Updating updating, Duration atMost) {
+  updating_ = updating;
+  updatesSince_ = now();
+  updatesUntil_ = mac.scheduler.uptime() + atMost;
+}
+
 // What has changed without a record of its own.
 void World::follow() {
   if (std::exchange(sleeps_, false)) {
@@ -284,18 +343,14 @@ void World::began() {
   isAtRest_ = false;
   disturbedAt_ = std::max(disturbedAt_, now());
   soundDisturbedAt_ = std::max(soundDisturbedAt_, now());
-  if (!isRunning_) {
-    if (isInstalling_) wasCutShort_ = true;
-    isInstalling_ = false;
-    return;
-  }
+  nowUpdates(Updating::no, 0s);
+  if (!isRunning_) return;
   launchedAt_ = now();
+  othersLevels_.clear();
   displaysRefreshed_ = {.from = now(), .until = std::max(displaysRefreshed_.until, now())};
   soundRefreshedAt_ = now();
-  isInstalling_ = false;
   tapCheckedAt_ = now();
   hasLibraries_ = std::ranges::none_of(libraryCalls, [this](const char* call) { return toFail_.contains(call); });
-  hasPopUps_ = hasLibraries_;
 }
 
 // What misbehaved when the step began may have done so up to its end.
@@ -421,7 +476,7 @@ Expected World::controlsVolume() const {
 }
 
 std::optional<float> World::storedGain(const OutputDevice& device) const {
-  if (levelWrittenAt_ >= Time{0} || !device.settings().uid) return std::nullopt;
+  if (!device.settings().uid || othersLevels_.contains(*device.settings().uid)) return std::nullopt;
   const auto& preferences = mac.part<simulator::Preferences>();
   const std::string uid = *device.settings().uid;
   const json* const muted = preferences.value("muted." + uid);
@@ -446,6 +501,48 @@ Expected World::seesKeys() const {
     return tapCheckedAt_ > trustChangedAt_ && now() >= tapCheckedAt_ + trustPoll ? Expected::yes : Expected::unknown;
   }
   return Expected::yes;
+}
+
+// ---- Updates ----
+
+bool World::isInstalling() const { return updating_ == Updating::installs && mac.scheduler.uptime() < updatesUntil_; }
+
+std::string World::updateTitle() const {
+  if (!isRunning_) return "";
+  if (updating_ == Updating::launches || isInstalling()) return installingUpdate;
+  if (mac.scheduler.uptime() < updatesUntil_) return "";
+  if (updating_ != Updating::checks) return checkForUpdates;
+  // Nor can it be told whether an install came as far as to a record of it.
+  return failsSince(updateCalls, updatesSince_) ? "" : found_;
+}
+
+// As far as the published releases are simple.
+std::string World::titleAfterCheck() const {
+  const json& line = feed_;
+  json version = mac.process.program().version;  // what is published at first
+  if (!line.is_null()) {
+    const bool isError = line.contains("error") && !line["error"].is_null();
+    if (isError || line.value("status", 200) != 200 || line.value("releases", nothing) == json::array()) {
+      return checkForUpdates;
+    }
+    if (line.contains("body")) return json::accept(line["body"].get<std::string>()) ? "" : checkForUpdates;
+    static const std::set<std::string> simple = {"do", "race", "releases", "status", "error", "delay", "drip"};
+    const auto items = line.items();
+    const bool isSimple =
+        std::all_of(items.begin(), items.end(), [](const auto& each) { return simple.contains(each.key()); });
+    if (!isSimple || !line.contains("releases") || line["releases"].size() != 1) return "";
+    const json& release = line["releases"][0];
+    for (const char* member : {"version", "date", "dmg_url", "notes"}) {
+      if (!release.is_object() || !release.contains(member) || !release[member].is_string()) return "";
+    }
+    if (!release.contains("size_bytes") || !release["size_bytes"].is_number_integer()) return "";
+    version = release["version"];
+  }
+  const json& info = mac.part<simulator::Applications>().runningInfo();
+  const auto offered = numbersIn(version);
+  const auto running = numbersIn(info.value("CFBundleShortVersionString", nothing));
+  if (!offered || !running) return "";
+  return *offered > *running ? "Update to " + version.get<std::string>() + "…" : checkForUpdates;
 }
 
 }  // namespace campaign

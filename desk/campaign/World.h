@@ -35,7 +35,11 @@ struct Record {
   [[nodiscard]] bool isCall(std::string_view api) const;
 };
 
-// A media key's event that was offered to the program.
+// Whether the path is that of a working directory of an install, or below it.
+bool isOfInstall(const nlohmann::json& path);
+
+// An event of one of the program's keys that was offered to it: of a media key, or of a plain brightness key, which
+// has no release.
 struct KeyEvent {
   enum class Key { volumeUp, volumeDown, brightnessUp, brightnessDown, mute };
   Key key;
@@ -69,6 +73,8 @@ class World {
   simulator::Mac& mac;
   [[nodiscard]] Time now() const;
   [[nodiscard]] bool isRunning() const { return isRunning_; }
+  // The Mac holds threads back now and then.
+  [[nodiscard]] bool isBusy() const { return isBusy_; }
   [[nodiscard]] Time launchedAt() const { return launchedAt_; }
   // The step was one that let everything come to rest, and nothing has happened since.
   [[nodiscard]] bool isAtRest() const { return isAtRest_; }
@@ -78,8 +84,8 @@ class World {
   [[nodiscard]] Time quietSince() const { return disturbedAt_; }
   // Whether calls failed on purpose since then, or may still.
   [[nodiscard]] bool failsSince(const std::set<std::string>& calls, Time since) const;
-  // The pop-up service could be loaded when the program started.
-  [[nodiscard]] bool hasPopUps() const { return hasPopUps_; }
+  // What the program loads once could be loaded when it started: the pop-up service and what displays take.
+  [[nodiscard]] bool hasLibraries() const { return hasLibraries_; }
 
   // ---- Displays ----
 
@@ -104,8 +110,8 @@ class World {
   [[nodiscard]] simulator::OutputDevice* output() const;
   // What other programs play to that output: the sum of their levels.
   [[nodiscard]] double signal(std::int64_t output) const;
-  // The stored level of that output: 1 at full volume. None: another program has written it since the program last
-  // looked, or the output does not say which it is.
+  // The stored level of that output: 1 at full volume. None: another program has written it since the program last did,
+  // or was launched, or the output does not say which it is.
   [[nodiscard]] std::optional<float> storedGain(const simulator::OutputDevice& output) const;
   // What a router needs of the output.
   static bool canBeRouted(const simulator::OutputSettings& settings);
@@ -128,16 +134,19 @@ class World {
 
   // ---- Updates ----
 
-  // A download has been asked for and the program has not said what became of it.
-  [[nodiscard]] bool isInstalling() const { return isInstalling_; }
-  // The program was ended, or a call of the installer failed, in the middle of an install.
-  [[nodiscard]] bool wasCutShort() const { return wasCutShort_; }
+  // A download has been asked for, and the program, which still runs, or has just ended, has not come to the last thing
+  // that an install does to files, which is to remove its working directory; for as long as that may take at most.
+  [[nodiscard]] bool isInstalling() const;
+  // What the item for updates must say; empty: it cannot be told.
+  [[nodiscard]] std::string updateTitle() const;
 
  private:
   void seeLine(const nlohmann::json& line);
   void seeDisplayLine(const std::string& name, const nlohmann::json& line);
   void seeSoundLine(const std::string& name, const nlohmann::json& line);
   void seeKeyLine(const std::string& name, const nlohmann::json& line);
+  void seeUpdateLine(const std::string& name, const nlohmann::json& line);
+  void seeUpdate(const Record& record);
   void follow();
   void followTrouble();
   void began();
@@ -151,7 +160,6 @@ class World {
   bool lineIsKnown_ = false;
   Time launchedAt_{0};
   Time disturbedAt_{0};
-  bool hasPopUps_ = true;
   bool hasLibraries_ = true;
   std::map<std::string, Time> failedAt_;  // calls that were to fail, and when they last were
   std::set<std::string> toFail_;
@@ -166,7 +174,7 @@ class World {
   Time soundDisturbedAt_{0};
   Time permissionChangedAt_{-1};
   Time outputChangedAt_{-1};
-  Time levelWrittenAt_{-1};  // by another program
+  std::set<std::string> othersLevels_;  // of these outputs another program has written the level last
   Time roughUntil_{0};
   bool isBusy_ = false;
   Time soundChangedAt_{0};  // by the program
@@ -178,8 +186,17 @@ class World {
   Time pointerMovedAt_{-1000000000};
   std::set<std::string> otherTaps_;
 
-  bool isInstalling_ = false;
-  bool wasCutShort_ = false;
+  enum class Updating { no, checks, installs, hasInstalled, launches };
+  void nowUpdates(Updating updating, Duration atMost);
+  [[nodiscard]] std::string titleAfterCheck() const;
+
+  Updating updating_ = Updating::no;
+  Time updatesSince_{0};
+  Time updatesUntil_{0};  // at most, on the uptime clock
+  std::string found_;     // what the item says after the check
+  nlohmann::json feed_;   // the line that says what is published; null: there was none
+  Duration feedTime_{0};  // that the host takes for it
+  Duration imageTime_{0};
 };
 
 // The calls whose failure can keep displays, sound, keys or updates from working.

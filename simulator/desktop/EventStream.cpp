@@ -168,8 +168,8 @@ void EventStream::offer(const InputEvent& input, const std::shared_ptr<Tap>& tap
   {
     auto record = machine_.trace.record("input");
     record.number("type", input.type);
-    if (input.data1) record.number("data1", *input.data1);
-    if (input.keycode) record.number("keycode", *input.keycode);
+    if (input.data1) record.number("subtype", input.subtype.value_or(0)).number("data1", *input.data1);
+    if (input.keycode) record.number("keycode", *input.keycode).flag("autorepeat", input.autorepeat);
     record.flag("swallowed", swallowed);
   }
   // A tap that hands out another event than the one it was given passes the new one's ownership on.

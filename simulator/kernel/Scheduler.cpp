@@ -95,6 +95,7 @@ std::string_view Scheduler::currentName() { return currentThread ? std::string_v
 
 void Scheduler::spawn(std::string name, std::function<void()> body) {
   const Lock lock(*this);
+  ++wakeUps_;
   threads_.push_back(std::make_unique<Thread>());
   Thread& thread = *threads_.back();
   thread.name = std::move(name);
@@ -186,6 +187,7 @@ void Scheduler::block() {
 void Scheduler::makeReady(Thread* thread) {
   const Lock lock(*this);
   if (thread->done || thread->state != Thread::State::blocked) return;
+  ++wakeUps_;
   if (clock_ == Clock::deterministic) {
     thread->cause = cause();
     thread->state = Thread::State::ready;

@@ -158,6 +158,8 @@ class Scheduler {
   [[nodiscard]] std::optional<Time> nextTimer(std::span<const TimerID> except) const;
   // Whatever happened so far, counted: timers that were due, threads that went on, and that time was let pass.
   [[nodiscard]] std::uint64_t happenings() const { return happenings_; }
+  // How often a thread of the program has begun, or has gone on after it was blocked.
+  [[nodiscard]] std::uint64_t wakeUps() const { return wakeUps_; }
 
   // ---- Driven from outside the program ----
 
@@ -209,6 +211,7 @@ class Scheduler {
   std::function<void()> threadsEnded_;
   std::function<void(Time until)> timeWillMove_;
   std::uint64_t happenings_ = 0;
+  std::uint64_t wakeUps_ = 0;
   Time now_{0};
   Duration slept_{0};
   std::atomic<Duration> wallClockForward_{Duration::zero()};

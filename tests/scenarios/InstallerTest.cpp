@@ -628,6 +628,8 @@ const std::string notHTTPS =
 const Failure failures[] = {
     {"WorkingDirectory", nothing, fail("create_directories", 13),
      "filesystem error: cannot create directories: Permission denied \\[.*/mnt\\]"},
+    {"MountPoint", nothing, fail("create_directories", 28, 2),
+     "filesystem error: cannot create directories: No space left on device \\[.*/mnt\\]"},
     {"Download", with("error", "The network connection was lost."), "", "The network connection was lost\\."},
     {"DownloadBreaksHalfWay", with("break-after", 1000), "", "The network connection was lost\\."},
     {"DownloadTimesOut", with("delay", 60), "", "The request timed out\\."},

@@ -15,12 +15,15 @@
 #include "desk/campaign/Invariant.h"
 #include "desk/campaign/Run.h"
 #include "simulator/audio/Audio.h"
+#include "simulator/desktop/EventStream.h"
 #include "simulator/displays/Displays.h"
 #include "simulator/foundation/Preferences.h"
 #include "simulator/foundation/RunLoop.h"
 #include "simulator/mac/Mac.h"
+#include "simulator/network/URLLoading.h"
 #include "simulator/software/Applications.h"
 #include "simulator/system/SystemRoot.h"
+#include "simulator/system/Volumes.h"
 #include "tests/support/Lines.h"
 
 using namespace lines;
@@ -28,6 +31,7 @@ using namespace std::chrono_literals;
 using campaign::Breach;
 using campaign::Run;
 using simulator::Audio;
+using simulator::Duration;
 using simulator::Mac;
 
 namespace {
@@ -41,6 +45,20 @@ std::vector<std::string> split(const std::string& text) {
 
 const std::string desk = displayAt(2) + output(11, {{"uid", "U"}, {"name", "Television"}, {"default", true}}) +
                          play("Music", 11, {{"tone", 0}, {"level", 0.25}}) + pointAt(2) + launch + settle + advance(20);
+
+const std::string imageURL = "https://releases.dalvane.example/Dalvane.dmg";
+
+// A release that is published.
+std::string published(const std::string& version, const nlohmann::json& more = nlohmann::json::object()) {
+  const nlohmann::json release = {
+      {"version", version}, {"date", "2026-01-01"}, {"dmg_url", imageURL}, {"size_bytes", 1}, {"notes", "New."}};
+  nlohmann::json members = {{"version", version}};
+  members.update(more);
+  return feed({{"releases", nlohmann::json::array({release})}}) + image(imageURL, members);
+}
+const std::string checkForUpdates = click("Check for Updates…");
+// The same, found and installed, and the new version launched.
+std::string updated(const std::string& version) { return published(version) + checkForUpdates + settle + advance(2); }
 
 // A desk that is held against one invariant.
 class OneInvariant {
@@ -127,6 +145,48 @@ TEST(Invariant, DisplaysComeBack) {
             "display 2 answers and has not been read");
 }
 
+// However long the step is in which it happens.
+TEST(Invariant, LastValueArrivesInTime) {
+  // The monitor does not answer, unknown to anybody else, until long after the key.
+  const auto fallAsleep = [](Duration time) {
+    return [time](Mac& mac) {
+      mac.scheduler.after(time, simulator::Waiting::work, [&mac] {
+        monitorOf(mac).setCurrent(56);
+        mac.trace.record("monitor").number("display", 2).number("brightness", 56);
+      });
+      mac.faults.fail("IOAVServiceWriteI2C", -1, 1, 1000);
+    };
+  };
+  EXPECT_EQ(saidOf("last-value-arrives", desk, fallAsleep(9s), key("brightnessUp") + advance(10)),
+            "display 2 was to be at 56 and got there after 9000 ms");
+  EXPECT_EQ(saidOf("last-value-arrives", desk, fallAsleep(400ms), key("brightnessUp") + advance(0.5)),
+            "display 2 was to be at 56 and got there after 400 ms");
+  EXPECT_EQ(saidOf("last-value-arrives", desk, fallAsleep(250ms), key("brightnessUp") + advance(0.5)), "");
+}
+
+// What a key shows before the program has heard of a new monitor went to the old one.
+TEST(Invariant, LastValueIsOfTheMonitorThatIsThere) {
+  for (std::uint64_t seed = 1; seed <= 30; ++seed) {
+    OneInvariant replaced("last-value-arrives", seed);
+    replaced.play(desk + race(key("brightnessDown")) + race(key("brightnessDown")) + race(displayGone(2)) +
+                  displayAt(2) + advance(0.5));
+    EXPECT_EQ(replaced.broken, std::nullopt) << seed;
+  }
+}
+
+TEST(Invariant, DisplaysComeBackInTime) {
+  // A key has the monitor read that did not answer to the wake.
+  const auto readLate = [](Mac& mac) {
+    mac.faults.fail("IOAVServiceReadI2C", -1, 1, 1000);
+    mac.scheduler.after(3s, simulator::Waiting::work, [&mac] {
+      mac.faults.mend("IOAVServiceReadI2C");
+      mac.part<simulator::EventStream>().send({.type = 10, .data1 = {}, .keycode = 144});
+    });
+  };
+  EXPECT_EQ(saidOf("displays-come-back", desk, readLate, wake + advance(10)),
+            "display 2 answers and has been read after 3070 ms");
+}
+
 TEST(Invariant, KeysArrive) {
   EXPECT_EQ(saidOf("keys-arrive", displayAt(2), failing("CGEventTapCreate"),
                    launch + advance(2) + key("brightnessUp") + advance(2)),
@@ -149,6 +209,22 @@ TEST(Invariant, FateOfKeys) {
             "the press of mute was taken, and there is nothing that it is for");
 }
 
+// Brightness keys also come as plain key-downs; what another subtype says of media keys is about something else.
+TEST(Invariant, KeysOfEveryKind) {
+  const std::string plain = event(10, {{"keycode", 144}}) + event(10, {{"keycode", 145}, {"autorepeat", true}});
+  const std::string other = event(14, {{"subtype", 7}, {"data1", 0x20A00}}) + event(10, {{"keycode", 143}});
+  for (const char* const name : {"nothing-is-swallowed", "fate-of-keys", "keys-arrive"}) {
+    OneInvariant keys(name);
+    keys.play(desk + plain + key("brightnessUp") + other + key("mute") + advance(2));
+    EXPECT_EQ(keys.broken, std::nullopt) << name;
+  }
+  const std::string late = launch + advance(2);
+  EXPECT_EQ(saidOf("fate-of-keys", displayAt(2) + pointAt(2), failing("IOAVServiceReadI2C"), late + plain),
+            "the press of brightnessUp was not taken");
+  EXPECT_EQ(saidOf("keys-arrive", displayAt(2), failing("CGEventTapCreate"), late + plain + advance(2)),
+            "2 key events did not come to the program");
+}
+
 TEST(Invariant, NothingIsSwallowed) {
   EXPECT_EQ(saidOf(
                 "nothing-is-swallowed", displayAt(2) + pointAt(2),
@@ -162,6 +238,17 @@ TEST(Invariant, LoudnessIsStored) {
                 "loudness-is-stored", desk + key("volumeDown") + advance(5),
                 [](Mac& mac) { mac.part<simulator::Preferences>().set("steps.U", 8); }, advance(5) + settle),
             "output 11 plays 0.20599365234375 instead of 0.03125");
+}
+
+// What another program writes is known to the program, and judged again, with its next key.
+TEST(Invariant, LoudnessIsStoredAfterAnotherProgramWroteIt) {
+  EXPECT_EQ(saidOf(
+                "loudness-is-stored", desk + preference("steps.U", 8) + key("volumeDown") + advance(5),
+                [](Mac& mac) { mac.part<simulator::Preferences>().set("steps.U", 16); }, advance(5) + settle),
+            "output 11 plays 0.02093505859375 instead of 0.25");
+  OneInvariant untold("loudness-is-stored");
+  untold.play(desk + preference("steps.U", 8) + advance(5) + settle);
+  EXPECT_EQ(untold.broken, std::nullopt);
 }
 
 // A new level is heard behind the rest of the cycle that was under way and the one with the ramp.
@@ -261,22 +348,107 @@ TEST(Invariant, PreferencesHold) {
             "steps.U is 3 instead of 15");
 }
 
-TEST(Invariant, NothingIsLeftBehind) {
-  const auto harm = [](Mac& mac) {
-    std::filesystem::create_directory(mac.part<simulator::SystemRoot>().temporaryDirectory() / "dalvane-update-1");
-  };
-  EXPECT_EQ(saidOf("nothing-is-left-behind", desk, harm, quit), "dalvane-update-1 is left in the temporary directory");
+namespace {
+
+void leaveSomething(Mac& mac) {
+  std::filesystem::create_directory(mac.part<simulator::SystemRoot>().temporaryDirectory() / "dalvane-update-1");
+}
+const std::string left = "dalvane-update-1 is left";
+
+}  // namespace
+
+TEST(Invariant, NothingIsLeftBehind) { EXPECT_EQ(saidOf("nothing-is-left-behind", desk, leaveSomething, quit), left); }
+
+TEST(Invariant, NothingIsLeftBehindByAnUpdate) {
+  EXPECT_EQ(saidOf("nothing-is-left-behind", desk + updated("9.0.1"), leaveSomething, quit), left);
 }
 
-TEST(Invariant, BundleIsWhole) {
-  const auto bundleOf = [](Mac& mac) { return mac.part<simulator::Applications>().bundle(); };
-  EXPECT_EQ(
-      saidOf(
-          "bundle-is-whole", desk, [&](Mac& mac) { std::ofstream(bundleOf(mac) / "Contents/more") << "x"; }, quit),
-      "the installed bundle is not whole");
-  EXPECT_EQ(saidOf(
-                "bundle-is-whole", desk, [&](Mac& mac) { std::filesystem::remove_all(bundleOf(mac)); }, quit),
+// What an install that was cut short has left is no excuse for anything else.
+TEST(Invariant, NothingIsLeftBehindByTheNextUpdate) {
+  const std::string cutShort = published("9.0.1") + checkForUpdates + advance(0.15) + quit + launch + advance(20);
+  EXPECT_EQ(saidOf("nothing-is-left-behind", desk + cutShort, leaveSomething, quit), left);
+  EXPECT_EQ(saidOf("nothing-is-left-behind", desk + cutShort + updated("9.0.2"), leaveSomething, quit), left);
+}
+
+// An address answers with so much, for longer than anybody waits.
+std::function<void(Mac&)> dripping(const std::string& address) {
+  return [address](Mac& mac) {
+    mac.part<simulator::URLLoading>().publish(
+        address, {.answer = {.status = 200, .body = std::string(1000, 'x'), .location = "", .breakAfter = {}},
+                  .route = {.error = {}, .pieces = 1000, .pause = 10s}});
+  };
+}
+const std::string feedURL = "https://releases.dalvane.example/dalvane-releases/releases/releases.json";
+
+// An install that never ends.
+TEST(Invariant, AnInstallEndsInItsTime) {
+  const std::string said = saidOf("nothing-is-left-behind", desk + published("9.0.1", {{"delay", 8}}),
+                                  dripping(imageURL), checkForUpdates + advance(16));
+  EXPECT_TRUE(said.starts_with("dalvane-update-")) << said;
+  // One that takes as long as its host does.
+  OneInvariant slow("nothing-is-left-behind");
+  slow.play(desk + published("9.0.1", {{"drip", {{"pieces", 4}, {"pause", 20}}}}) + checkForUpdates + advance(79));
+  EXPECT_EQ(slow.broken, std::nullopt);
+}
+
+// A call that fails excuses what its failure leaves, and nothing else.
+TEST(Invariant, NothingIsLeftBehindWhenCallsFail) {
+  const std::string install = published("9.0.1") + checkForUpdates + settle;
+  for (const char* call : {"hdiutil attach", "hdiutil detach", "ditto", "rename", "remove_all", "waitpid",
+                           "posix_spawn", "posix_spawnattr_init", "directory_iterator", "SecCodeCopySelf",
+                           "SecStaticCodeCheckValidity", "NSURLSession.downloadTaskWithURL"}) {
+    for (int nth = 1; nth <= 3; ++nth) {
+      EXPECT_EQ(saidOf("nothing-is-left-behind", desk + fail(call, 5, nth) + install, leaveSomething, quit), left)
+          << call << " " << nth;
+    }
+  }
+}
+
+// A folder cannot be removed while an image is attached in it, which is no excuse where nobody tried to detach that.
+TEST(Invariant, NoImageIsLeftAttached) {
+  const auto attachAgain = [](Mac& mac) {
+    const auto& root = mac.part<simulator::SystemRoot>();
+    const auto image = root.temporaryDirectory() / "image";
+    std::ofstream(image) << mac.part<simulator::Applications>().makeImage({});
+    for (const auto& entry : std::filesystem::directory_iterator(root.temporaryDirectory())) {
+      if (entry.is_directory()) simulator::Volumes(root.path()).attach(image, entry.path() / "mnt");
+    }
+  };
+  const std::string detached = desk + fail("ditto", 1) + published("9.0.1") + checkForUpdates + advance(0.55);
+  const std::string said = saidOf("nothing-is-left-behind", detached, attachAgain, settle);
+  EXPECT_TRUE(said.starts_with("dalvane-update-")) << said;
+}
+
+// A backup is all that is left of what was installed.
+TEST(Invariant, BundleIsWholeAfterAnUpdate) {
+  const auto moveAway = [](Mac& mac) {
+    const auto& bundle = mac.part<simulator::Applications>().bundle();
+    std::filesystem::rename(bundle, bundle.string() + ".bak");
+  };
+  EXPECT_EQ(saidOf("bundle-is-whole", desk + updated("9.0.1"), moveAway, quit), "nothing is installed");
+  // Cut short while the image is attached, so that the bundle has not been touched, and while the new one is copied.
+  const std::string inAttach = published("9.0.1") + checkForUpdates + advance(0.15) + quit + launch + advance(20);
+  EXPECT_EQ(saidOf("bundle-is-whole", desk + inAttach + updated("9.0.2"), moveAway, quit), "nothing is installed");
+  OneInvariant cutShort("bundle-is-whole");
+  cutShort.play(desk + published("9.0.1") + fail("ditto", 1) + checkForUpdates + advance(0.35) + quit);
+  EXPECT_EQ(cutShort.broken, std::nullopt);
+}
+
+// What cannot be put back lies beside its place until the next install does it; a call that fails elsewhere is no
+// excuse.
+TEST(Invariant, BundleIsWholeWhenCallsFail) {
+  const auto moveAway = [](Mac& mac) {
+    const auto& bundle = mac.part<simulator::Applications>().bundle();
+    std::filesystem::rename(bundle, bundle.string() + ".bak");
+  };
+  const std::string install = published("9.0.1") + checkForUpdates + settle;
+  EXPECT_EQ(saidOf("bundle-is-whole", desk + fail("ditto", 1) + install, moveAway, quit), "nothing is installed");
+  EXPECT_EQ(saidOf("bundle-is-whole", desk + fail("hdiutil detach", 1) + fail("ditto", 1) + install, moveAway, quit),
             "nothing is installed");
+  for (const std::string& fails : {fail("rename", 5, 3), fail("remove_all", 5)}) {
+    const std::string putBack = desk + fail("ditto", 1) + fails + install + updated("9.0.2");
+    EXPECT_EQ(saidOf("bundle-is-whole", putBack, moveAway, quit), "nothing is installed");
+  }
 }
 
 TEST(Invariant, NothingLeaks) {
@@ -292,20 +464,56 @@ TEST(Invariant, MainThreadIsQuick) {
 }
 
 TEST(Invariant, IdleMeansIdle) {
-  const auto harm = [](Mac& mac) {
-    for (int i = 0; i < 3600; ++i) {
-      mac.scheduler.after(std::chrono::seconds(100 + i), simulator::Waiting::background,
+  const auto once = [](Mac& mac) {
+    for (const std::chrono::seconds when : {100s, 200s, 300s}) {
+      mac.scheduler.after(when, simulator::Waiting::background,
                           [&mac] { mac.part<simulator::RunLoop>().post(&mac, simulator::commonModes, [] {}); });
     }
   };
-  const std::string said = saidOf("idle-means-idle", desk + advance(70), harm, advance(7200));
-  EXPECT_TRUE(said.starts_with("the main thread woke up 36")) << said;
+  EXPECT_EQ(saidOf("idle-means-idle", desk + advance(70), once, advance(7200)),
+            "the main thread woke up 3 times in 2 hours, instead of 2");
+  const auto elsewhere = [](Mac& mac) {
+    mac.scheduler.spawn("somebody", [&mac] {
+      for (;;) mac.scheduler.sleep(600s, simulator::Waiting::background);
+    });
+  };
+  EXPECT_EQ(saidOf("idle-means-idle", desk + advance(70), elsewhere, advance(7200)),
+            "threads woke up 12 times in 2 hours, instead of 4");
+  // Where the Accessibility permission is waited for, it is asked for every two seconds.
+  OneInvariant polls("idle-means-idle");
+  polls.play(accessibility(false) + desk + advance(70) + advance(36000));
+  EXPECT_EQ(polls.broken, std::nullopt);
 }
 
 TEST(Invariant, MenuShowsTheTruth) {
   EXPECT_EQ(saidOf(
                 "menu-shows-the-truth", desk, [](Mac& mac) { monitorOf(mac).setCurrent(3); }, menu(true) + settle),
             "the row of D shows 8 and its monitor is at 3");
+}
+
+TEST(Invariant, MenuShowsTheTruthAboutUpdates) {
+  const char* const name = "menu-shows-the-truth";
+  const std::string decline = line("answer", {{"dismiss", true}});
+  const std::string stuckInCheck = saidOf(name, desk + published("9.0.1"), dripping(feedURL),
+                                          leaveNextAlertOpen + checkForUpdates + advance(30) + decline + menu(true));
+  EXPECT_EQ(stuckInCheck, R"(the menu says "Checking for Updates…" instead of "Update to 9.0.1…")");
+  const std::string stuckInInstall = saidOf(name, desk + published("9.0.1", {{"tampered", true}}), dripping(imageURL),
+                                            checkForUpdates + advance(30) + menu(true));
+  EXPECT_EQ(stuckInInstall, R"(the menu says "Installing Update…" instead of "Check for Updates…")");
+  // An offer that there is not, and one that there is.
+  const auto publishNothing = [](Mac& mac) {
+    mac.part<simulator::URLLoading>().publish(
+        feedURL, {.answer = {.status = 200, .body = "[]", .location = "", .breakAfter = {}}, .route = {}});
+  };
+  const std::string check = leaveNextAlertOpen + checkForUpdates + settle + decline + advance(1) + menu(true) + settle;
+  EXPECT_EQ(saidOf(name, desk + published("9.0.1"), publishNothing, check),
+            R"(the menu says "Check for Updates…" instead of "Update to 9.0.1…")");
+  for (const std::string& nothingNew : {published("1.0.0"), published("0.9.7"), feed({{"status", 500}}),
+                                        feed({{"error", "lost"}}), feed({{"body", "[{"}})}) {
+    OneInvariant same(name);
+    same.play(desk + nothingNew + check);
+    EXPECT_EQ(same.broken, std::nullopt) << nothingNew;
+  }
 }
 
 // ---- What ends the process ----
