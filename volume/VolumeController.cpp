@@ -134,7 +134,9 @@ void VolumeController::defaultOutputChanged() {
     const AudioObjectID device = CoreAudio::defaultOutputDevice();
     if (device == decided_) return;
     becomeIdle();
+    if (device == kAudioObjectUnknown) decided_ = device;  // nothing that could be tried again
     chooseOutput(device);
+    decided_ = device;
   } catch (const std::exception& error) {
     if (output_) becomeIdle();  // nothing tells that it is still the default
     os_log_error(logger(), "%{public}s", error.what());
@@ -148,7 +150,6 @@ void VolumeController::becomeIdle() {
 }
 
 void VolumeController::chooseOutput(AudioObjectID device) {
-  decided_ = device;
   const std::string name = CoreAudio::name(device);
   if (CoreAudio::hasSystemVolumeControl(device)) {
     os_log_info(logger(), "%{public}s has its own volume control, staying idle", name.c_str());

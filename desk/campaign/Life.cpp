@@ -292,10 +292,11 @@ void Life::playSomething() {
   static constexpr double levels[] = {0.125, 0.25, 0.3};
   const char* process = oneOf(processes);
   const auto& model = oneOf(outputModels);
-  // Or writes a level of its own, in or out of range.
+  // Or writes a level of its own, in or out of range. In the middle of a key nobody could tell which of the two was
+  // last.
   if (oneIn(4)) {
     const std::string key = "steps.UID-" + std::to_string(model.id);
-    return mayRace("preference", {{"key", key}, {"value", oneIn(4) ? Json() : Json(upTo(20))}});
+    return say("preference", {{"key", key}, {"value", oneIn(4) ? Json() : Json(upTo(20))}});
   }
   if (oneIn(4) || !outputs_.contains(model.id)) return mayRace("play", {{"process", process}, {"stop", true}});
   mayRace("play", {{"process", process}, {"output", model.id}, {"tone", 0}, {"level", oneOf(levels)}});

@@ -305,7 +305,9 @@ void World::seeUpdate(const Record& record) {
   if (record.isCall("remove_all") && isOfInstall(record["path"])) nowUpdates(Updating::hasInstalled, mainThreadHears);
   if (record.isCall("posix_spawn") && record["executable"] == "/bin/sh" && record["status"] == 0)
     nowUpdates(Updating::launches, 0s);
-  if (record.what == "alert" && record["message"] == "Could not install the update") nowUpdates(Updating::no, 0s);
+  // Said late, behind other alerts, it is about an install before this one.
+  if (record.what == "alert" && record["message"] == "Could not install the update" && updating_ != Updating::installs)
+    nowUpdates(Updating::no, 0s);
 }
 
 void World::nowUpdates(Updating updating, Duration atMost) {
