@@ -31,6 +31,7 @@ class AudioRouter {
 
   // Takes everything down in reverse order; failures are logged. May be called more than once.
   void stop();
+  [[nodiscard]] bool isStopped() const { return !events_; }
 
   // The gain wanted from now on, 0 to 1; it is reached within one I/O cycle, by a ramp.
   void setGain(float gain);

@@ -220,7 +220,7 @@ void VolumeController::observeWake() {
 bool VolumeController::mayCapture() {
   const SystemAudioPermission::Status status = SystemAudioPermission::status();
   if (status == SystemAudioPermission::Status::authorized) return true;
-  output_.reset();
+  becomeIdle();
   if (status == SystemAudioPermission::Status::denied) {
     showPermissionAlert();
   } else {
@@ -259,18 +259,19 @@ void VolumeController::apply(long steps, bool muted, const Output& output) {
   defaults_.setInteger(steps, stepsKey(output.uid));
   defaults_.setBool(muted, mutedKey(output.uid));
   if (isFull(steps, muted)) return stopRouter();
-  if (router_) return router_->setGain(gain(steps, muted));
+  if (router_ && !router_->isStopped()) return router_->setGain(gain(steps, muted));
   try {
     // Without the permission, which can have been taken away, a tap is silent and the device too.
     if (mayCapture()) startRouter(gain(steps, muted), output);
   } catch (const std::exception& error) {
     os_log_error(logger(), "%{public}s", error.what());
-    output_.reset();
+    becomeIdle();
   }
 }
 
 void VolumeController::startRouter(float gain, const Output& output) {
-  watchDevice(output);  // first, so that no change is missed
+  stopRouter();         // one whose start failed
+  watchDevice(output);  // before it is made, so that no change is missed
   try {
     router_.emplace(output.device, gain, routersEvents(output.name));
   } catch (const std::exception& error) {
@@ -279,8 +280,10 @@ void VolumeController::startRouter(float gain, const Output& output) {
   }
 }
 
+// A router whose start failed stays, with its listeners. The device may have changed meanwhile, which can be why, and
+// they may be told of it later.
 AudioRouter::Events VolumeController::routersEvents(const std::string& name) {
-  const auto failed = whileRunning(&VolumeController::stopRouter);
+  const auto failed = whileRunning(&VolumeController::takeRouterDown);
   return {.startFailed =
               [failed, name = name](const AppError& error) {
                 failed();
@@ -288,6 +291,8 @@ AudioRouter::Events VolumeController::routersEvents(const std::string& name) {
               },
           .stopped = whileRunning(&VolumeController::refresh)};
 }
+
+void VolumeController::takeRouterDown() { router_->stop(); }
 
 void VolumeController::stopRouter() {
   routersListeners_.clear();

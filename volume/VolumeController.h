@@ -70,6 +70,7 @@ class VolumeController : public std::enable_shared_from_this<VolumeController> {
   void apply(long steps, bool muted, const Output& output);
   void startRouter(float gain, const Output& output);
   AudioRouter::Events routersEvents(const std::string& name);
+  void takeRouterDown();
   void stopRouter();
 
   const NS::UserDefaults defaults_ = NS::UserDefaults::standardUserDefaults();
@@ -80,7 +81,7 @@ class VolumeController : public std::enable_shared_from_this<VolumeController> {
   NS::Object wakeObserver_;
   std::optional<AudioObjectID> decided_;           // the device last chosen or left to the system
   std::optional<Output> output_;                   // absent: idle
-  std::optional<AudioRouter> router_;              // present while a gain is applied
+  std::optional<AudioRouter> router_;              // present while a gain is, or would be, applied
   std::deque<PropertyListener> routersListeners_;  // present while the router is
   bool permissionAlertShown_ = false;              // in this run
 };

@@ -151,6 +151,25 @@ TEST(RoughAudio, AStartThatIsRefusedLaterIsToldAsAnyOther) {
   }
 }
 
+// The device is told of its change after the start has failed of it.
+TEST(RoughAudio, AStartThatFailsOfAChangeIsMadeAnew) {
+  std::size_t failed = 0;
+  for (const json& change : {json{{"rate", 96000}}, json{{"channels", 4}}}) {
+    WITH_SEEDS(seed, 40) {
+      const Played played = playScenario(builtIn + screen + rough + preference("steps.HDMI-1", 15) + launch + settle +
+                                             output(10, change) + settle + music + settle + snapshot("15") + down +
+                                             settle + snapshot("14") + up + up + settle + snapshot("16"),
+                                         seed);
+      failed += failedStarts(played);
+      expectRouted(played, "15", 0.5F * gain(15));
+      expectRouted(played, "14", 0.5F * gain(14));
+      expectUnrouted(played, "16", 0.5F);
+      expectNothingLeft(played);
+    }
+  }
+  EXPECT_GT(failed, 0U);
+}
+
 // ---- Changes ----
 
 TEST(RoughAudio, AFormatThatChangesIsTakenUp) {

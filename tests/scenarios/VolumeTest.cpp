@@ -555,16 +555,24 @@ TEST(Volume, AStopOfTheRouterIsNeverMissed) {
   }
 }
 
-TEST(Volume, AStartThatFailsLeavesNoListener) {
-  // The first of them before the aggregate device is there, which has a listener of its own.
-  const std::pair<const char*, std::size_t> failures[] = {{"AudioHardwareCreateProcessTap", 5},
-                                                          {"AudioDeviceStart", 6}};
-  for (const auto& [call, listeners] : failures) {
-    const Played played = playScenario(playing + fail(call, -50) + down + settle + snapshot("failed"));
-    EXPECT_EQ(watched(played, "AudioObjectAddPropertyListenerBlock").size(), 2 + listeners) << call;
-    EXPECT_EQ(unwatchedBeforeSnapshot(played), listeners) << call;
-    expectNothingLeft(played);
-  }
+TEST(Volume, ARouterThatCannotBeMadeLeavesNoListener) {
+  const Played played =
+      playScenario(playing + fail("AudioHardwareCreateProcessTap", -50) + down + settle + snapshot("failed"));
+  // The aggregate device, which would have one of its own, is not there yet.
+  EXPECT_EQ(watched(played, "AudioObjectAddPropertyListenerBlock").size(), 2 + 5U);
+  EXPECT_EQ(unwatchedBeforeSnapshot(played), 5U);
+  expectNothingLeft(played);
+}
+
+// A device that changes meanwhile can be why, and tells of it later.
+TEST(Volume, ARouterThatCannotBeStartedWatchesItsDevice) {
+  const std::string failed = playing + fail("AudioDeviceStart", -50) + down + settle;
+  EXPECT_EQ(unwatchedBeforeSnapshot(playScenario(failed + snapshot("failed"))), 1U);
+  EXPECT_EQ(unwatchedBeforeSnapshot(playScenario(failed + up + settle + snapshot("full"))), 6U);
+  const Played again = playScenario(failed + down + settle + snapshot("again"));
+  EXPECT_EQ(watched(again, "AudioObjectAddPropertyListenerBlock").size(), 2 + 6U + 6);
+  EXPECT_EQ(unwatchedBeforeSnapshot(again), 6U);
+  expectNothingLeft(again);
 }
 
 TEST(Volume, ADeviceThatVanishesWhileTheRouterRuns) {
@@ -949,6 +957,20 @@ TEST(Volume, ADefaultOutputThatCannotBeReadLeavesTheKeys) {
       expectRouted(played, "screen", 0.5F * gain(15));
       expectNothingLeft(played);
     }
+  }
+}
+
+// Where a key found that sound may not be tapped any more, nothing is decided on.
+TEST(Volume, AnOutputThatWasGivenUpIsChosenAgain) {
+  // When the program looks, the default is the same as before.
+  const std::string thereAndBack = during("AudioObjectGetPropertyData", defaultOutput(10)) + defaultOutput(11);
+  WITH_SEEDS(seed, 5) {
+    const Played played = playScenario(
+        playing + output(11, {{"uid", "HDMI-2"}, {"name", "Beamer"}}) + capture({{"permission", "denied"}}) + down +
+            settle + capture({{"permission", "authorized"}}) + thereAndBack + settle + snapshot("back"),
+        seed);
+    EXPECT_EQ(countOf(played, controlling), 2U);
+    expectRouted(played, "back", 0.5F * gain(15));
   }
 }
 

@@ -294,13 +294,20 @@ TEST(Invariant, AMicrophoneIsNeverOpenForLong) {
     auto& audio = mac.part<Audio>();
     audio.listeners.clear(audio.output(11)->id);
   };
-  EXPECT_EQ(saidOf("nothing-is-tapped", before, deafen, race(output(11, {{"inputs", 2}})) + advance(4) + settle),
-            "a microphone is open");
   for (std::uint64_t seed = 1; seed <= 12; ++seed) {
     OneInvariant late("nothing-is-tapped", seed);
     late.play(before + race(output(11, {{"channels", 4}, {"inputs", 2}})) + settle + advance(4));
     EXPECT_EQ(late.broken, std::nullopt) << seed;
   }
+  bool isNoticed = false;
+  for (std::uint64_t seed = 1; seed <= 12; ++seed) {
+    OneInvariant deaf("nothing-is-tapped", seed);
+    deaf.play(before);
+    deafen(deaf.mac());
+    deaf.play(race(output(11, {{"inputs", 2}})) + advance(4) + settle);
+    isNoticed = isNoticed || deaf.broken == "a microphone is open";
+  }
+  EXPECT_TRUE(isNoticed);
 }
 
 TEST(Invariant, AMicrophoneIsNotOpenForLongOnABusyMac) {
@@ -389,6 +396,17 @@ TEST(Invariant, AnInstallEndsInItsTime) {
   OneInvariant slow("nothing-is-left-behind");
   slow.play(desk + published("9.0.1", {{"drip", {{"pieces", 4}, {"pause", 20}}}}) + checkForUpdates + advance(79));
   EXPECT_EQ(slow.broken, std::nullopt);
+}
+
+// While one offer is open, the same release is installed from another; that this failed is said when the second install
+// has begun, and is not its end.
+TEST(Invariant, ALateReportEndsNoOtherInstall) {
+  const std::string twoOffers = leaveNextAlertOpen + checkForUpdates + settle + click("Update to 9.0.1…") + settle;
+  const std::string firstFails = fail("ditto", 1) + leaveNextAlertOpen + answer("Install and Relaunch") + advance(2);
+  const std::string again = image(imageURL, {{"version", "9.0.1"}, {"delay", 8}}) + answer("Install and Relaunch");
+  OneInvariant late("nothing-is-left-behind");
+  late.play(desk + published("9.0.1") + twoOffers + firstFails + again + advance(7));
+  EXPECT_EQ(late.broken, std::nullopt);
 }
 
 // A call that fails excuses what its failure leaves, and nothing else.
