@@ -201,8 +201,9 @@ void World::see(const Record& record) {
 
 bool World::makesSense(const json& line) const {
   if (line["do"] != "display" || !line.contains("id")) return true;
-  const bool isThere = mac.part<Displays>().find(line["id"].get<std::uint32_t>()) != nullptr;
-  return isThere != line.contains("name");
+  const Display* const display = mac.part<Displays>().find(line["id"].get<std::uint32_t>());
+  if (!display || !line.contains("name")) return display || line.contains("name");
+  return !display->monitor == line.value("monitor", json()).is_null();  // all of it anew
 }
 
 void World::seeLine(const json& line) {
@@ -230,7 +231,10 @@ void World::seeDisplayLine(const std::string& name, const json& line) {
   if (name == "sleep") sleeps_ = true;
   if (name == "monitor") troubledAt_[line["display"].get<std::uint32_t>()] = now();
   if (name == "display" && (line.contains("name") || line.contains("gone"))) {
-    troubledAt_.erase(line["id"].get<std::uint32_t>());
+    const auto id = line["id"].get<std::uint32_t>();
+    troubledAt_.erase(id);
+    // Another monitor, on the same link.
+    if (line.contains("name") && mac.part<Displays>().find(id)) troubledAt_[id] = now();
   }
 }
 
@@ -244,7 +248,9 @@ void World::seeSoundLine(const std::string& name, const json& line) {
     // What has begun on it goes on for a while.
     roughUntil_ = line["audio"] == "rough" ? Time::max() : std::min(roughUntil_, now() + soundSettles);
   }
-  if (name == "temper" && line.contains("threads")) isBusy_ = line["threads"] == "rough";
+  if (name == "temper" && line.contains("threads")) {
+    busyUntil_ = line["threads"] == "rough" ? Time::max() : std::min(busyUntil_, now() + hearsLate);
+  }
   if (name == "preference") othersLevels_.insert(outputOf(line["key"]));
   // The program is told of new rates, channels and streams of what it routes, and of nothing else.
   if (name == "output" && line["id"] == defaultOutput_) {
@@ -457,11 +463,11 @@ Time World::soundMovedAt() const { return std::max(soundDisturbedAt_, soundChang
 
 bool World::isUnsettled() const { return now() < std::min(roughUntil_, soundMovedAt() + soundSettles); }
 
-bool World::isBeingTold() const { return isUnsettled() || (isBusy_ && now() < soundMovedAt() + hearsLate); }
+bool World::isBeingTold() const { return isUnsettled() || (isBusy() && now() < soundMovedAt() + hearsLate); }
 
 int World::lateCycles(const OutputDevice& device) const {
   const Duration each = cycle(device.settings());
-  return isBusy_ ? static_cast<int>((heldBack + each - Duration(1)) / each) : 0;
+  return isBusy() ? static_cast<int>((heldBack + each - Duration(1)) / each) : 0;
 }
 
 Expected World::controlsVolume() const {

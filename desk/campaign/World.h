@@ -74,7 +74,7 @@ class World {
   [[nodiscard]] Time now() const;
   [[nodiscard]] bool isRunning() const { return isRunning_; }
   // The Mac holds threads back now and then.
-  [[nodiscard]] bool isBusy() const { return isBusy_; }
+  [[nodiscard]] bool isBusy() const { return now() < busyUntil_; }
   [[nodiscard]] Time launchedAt() const { return launchedAt_; }
   // The step was one that let everything come to rest, and nothing has happened since.
   [[nodiscard]] bool isAtRest() const { return isAtRest_; }
@@ -176,7 +176,7 @@ class World {
   Time outputChangedAt_{-1};
   std::set<std::string> othersLevels_;  // of these outputs another program has written the level last
   Time roughUntil_{0};
-  bool isBusy_ = false;
+  Time busyUntil_{0};
   Time soundChangedAt_{0};  // by the program
   bool mayCapture_ = true;  // when the program last looked
 

@@ -281,6 +281,17 @@ TEST(Invariant, NeverSilent) {
   EXPECT_EQ(muted.broken, std::nullopt);
 }
 
+// A thread that was held back still is when the Mac is no longer busy.
+TEST(Invariant, WhatABusyMacHeldBackComesLate) {
+  const std::string changed = desk + temper({{"threads", "rough"}}) + key("volumeDown") + advance(4) +
+                              output(11, {{"channels", 6}, {"frames", 64}});
+  for (std::uint64_t seed = 1; seed <= 40; ++seed) {
+    OneInvariant late("never-silent", seed);
+    late.play(changed + advance(0.005) + temper({{"threads", "smooth"}}) + settle + advance(1));
+    EXPECT_EQ(late.broken, std::nullopt) << seed;
+  }
+}
+
 TEST(Invariant, NothingIsTapped) {
   EXPECT_EQ(saidOf("nothing-is-tapped", desk + key("volumeDown") + settle, failing("AudioHardwareDestroyProcessTap"),
                    key("volumeUp") + advance(5) + settle),
@@ -507,6 +518,20 @@ TEST(Invariant, MenuShowsTheTruth) {
   EXPECT_EQ(saidOf(
                 "menu-shows-the-truth", desk, [](Mac& mac) { monitorOf(mac).setCurrent(3); }, menu(true) + settle),
             "the row of D shows 8 and its monitor is at 3");
+}
+
+// What cannot be done where it stands tells of no monitor.
+TEST(Invariant, ADisplayThatIsThereWithoutAMonitorGetsNone) {
+  OneInvariant plugged("displays-come-back");
+  plugged.play(desk + displayAt(3, {{"monitor", nullptr}}) + settle + advance(5) + displayAt(3) + settle + advance(5));
+  EXPECT_EQ(plugged.broken, std::nullopt);
+}
+
+// Its rows are made when it opens: nobody tells them of another monitor on the same link.
+TEST(Invariant, MenuShowsTheMonitorThatItFound) {
+  OneInvariant menuIsOpen("menu-shows-the-truth");
+  menuIsOpen.play(desk + menu(true) + settle + displayAt(2, {{"monitor", {{"current", 3}, {"maximum", 100}}}}) + settle);
+  EXPECT_EQ(menuIsOpen.broken, std::nullopt);
 }
 
 TEST(Invariant, MenuShowsTheTruthAboutUpdates) {
