@@ -29,7 +29,8 @@ class AudioRouter {
   // played, is not waited for.
   AudioRouter(AudioObjectID device, float gain, Events events);
 
-  // Takes everything down in reverse order; failures are logged. May be called more than once.
+  // Takes everything down in reverse order, as the end of the router does; failures are logged. May be called more than
+  // once.
   void stop();
   [[nodiscard]] bool isStopped() const { return !events_; }
 

@@ -296,6 +296,5 @@ void VolumeController::takeRouterDown() { router_->stop(); }
 
 void VolumeController::stopRouter() {
   routersListeners_.clear();
-  if (router_) router_->stop();
   router_.reset();
 }

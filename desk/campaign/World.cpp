@@ -244,12 +244,13 @@ void World::seeSoundLine(const std::string& name, const json& line) {
   if (disturbing.contains(name)) soundDisturbedAt_ = std::max(soundDisturbedAt_, now());
   if (name == "wake" || name == "restart-audio") soundRefreshedAt_ = now();
   if (name == "capture") permissionChangedAt_ = now();
-  if (name == "temper" && line.contains("audio")) {
-    // What has begun on it goes on for a while.
-    roughUntil_ = line["audio"] == "rough" ? Time::max() : std::min(roughUntil_, now() + soundSettles);
-  }
-  if (name == "temper" && line.contains("threads")) {
-    busyUntil_ = line["threads"] == "rough" ? Time::max() : std::min(busyUntil_, now() + hearsLate);
+  if (name == "temper") {
+    // What has begun on a rough machine goes on for a while.
+    const auto follow = [&](const char* part, Time& until, Duration settles) {
+      if (line.contains(part)) until = line[part] == "rough" ? Time::max() : std::min(until, now() + settles);
+    };
+    follow("audio", roughUntil_, soundSettles);
+    follow("threads", busyUntil_, hearsLate);
   }
   if (name == "preference") othersLevels_.insert(outputOf(line["key"]));
   // The program is told of new rates, channels and streams of what it routes, and of nothing else.
