@@ -226,6 +226,24 @@ nlohmann::json jsonOf(CFTypeRef object) {
 
 // ---- The calls ----
 
+const std::vector<CFIndex>& __CFString::boundaries() const {
+  std::call_once(found_, [this] {
+    std::u32string character;
+    CFIndex units = 0;
+    for (std::size_t at = 0; at < text.size();) {
+      const auto [code, more] = simulator::codePointAt(text, at);
+      if (!simulator::continues(character, code)) {
+        boundaries_.push_back(units);
+        character.clear();
+      }
+      character += code;
+      units += more;
+    }
+    boundaries_.push_back(units);
+  });
+  return boundaries_;
+}
+
 struct __CFArrayCallBacks {};
 struct __CFDictionaryKeyCallBacks {};
 struct __CFDictionaryValueCallBacks {};
@@ -308,23 +326,12 @@ CFIndex CFStringGetBytes(CFStringRef theString, CFRange range, CFStringEncoding 
 
 CFRange CFStringGetRangeOfComposedCharactersAtIndex(CFStringRef theString, CFIndex theIndex) {
   constexpr const char* call = "CFStringGetRangeOfComposedCharactersAtIndex";
-  const std::string& text = simulator::textOf(theString, call);
-  CFRange range = CFRangeMake(0, 0);
-  std::u32string character;
-  for (std::size_t at = 0; at < text.size();) {
-    const auto [code, units] = simulator::codePointAt(text, at);
-    if (!simulator::continues(character, code)) {
-      if (theIndex < range.location + range.length) return range;
-      range = CFRangeMake(range.location + range.length, 0);
-      character.clear();
-    }
-    character += code;
-    range.length += units;
-  }
-  if (theIndex < 0 || theIndex >= range.location + range.length) {
+  const std::vector<CFIndex>& boundaries = simulator::live<__CFString>(theString, call).boundaries();
+  const auto end = std::ranges::upper_bound(boundaries, theIndex);
+  if (theIndex < 0 || end == boundaries.end()) {
     simulator::fatal(std::string(call) + ": the index is out of bounds");
   }
-  return range;
+  return CFRangeMake(end[-1], *end - end[-1]);
 }
 
 // ---- Numbers ----

@@ -4,6 +4,7 @@
 #include <CoreFoundation/CoreFoundation.h>
 
 #include <cstdint>
+#include <mutex>
 #include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <string_view>
@@ -16,7 +17,13 @@
 struct __CFString : simulator::Object {
   explicit __CFString(std::string utf8) : text(std::move(utf8)) {}
   std::string_view kind() const override { return "CFString"; }
+  // Where each of its composed characters begins, and its end, in units of UTF-16.
+  const std::vector<CFIndex>& boundaries() const;
   const std::string text;
+
+ private:
+  mutable std::once_flag found_;
+  mutable std::vector<CFIndex> boundaries_;
 };
 
 struct __CFNumber : simulator::Object {
