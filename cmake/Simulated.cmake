@@ -20,6 +20,7 @@ endif()
 list(GET INTER_FONT 0 INTER_FONT)
 cmake_path(GET INTER_FONT PARENT_PATH INTER_FONT)
 
+add_link_options(-fuse-ld=lld)
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})
 # The simulated system's files, laid out as they lie on a Mac.
 set(SIMULATED_SYSTEM ${CMAKE_BINARY_DIR}/system)
@@ -28,10 +29,10 @@ add_library(simulated_settings INTERFACE)
 target_link_libraries(simulated_settings INTERFACE dalvane_settings nlohmann_json::nlohmann_json)
 target_include_directories(simulated_settings INTERFACE ${CMAKE_SOURCE_DIR}/simulator/include)
 
-# What nearly every file of the machine includes is read once, for the kernel, in the sanitizers' builds alone. The others
-# show when a file includes less than it uses.
+# What nearly every file of the machine includes is read once, for the kernel. A debug build shows when a file includes
+# less than it uses.
 function(read_once target)
-  if(NOT CMAKE_CXX_FLAGS MATCHES "fsanitize")
+  if(CMAKE_BUILD_TYPE STREQUAL "Debug")
     return()
   endif()
   if(target STREQUAL "simulator_kernel")
@@ -73,7 +74,7 @@ function(add_system_tool name directory)
     OUTPUT_NAME ${name} RUNTIME_OUTPUT_DIRECTORY ${SIMULATED_SYSTEM}${directory})
   add_dependencies(simulated_system system_${name})
 endfunction()
-set(VOLUMES simulator/system/DiskImage.cpp simulator/system/FileContent.cpp simulator/system/Volumes.cpp)
+set(VOLUMES "$<FILTER:$<TARGET_OBJECTS:simulator_system>,INCLUDE,/(DiskImage|FileContent|Volumes)[.]cpp>")
 add_system_tool(hdiutil /usr/bin ${VOLUMES})
 add_system_tool(ditto /usr/bin ${VOLUMES})
 target_link_libraries(system_hdiutil PRIVATE ZLIB::ZLIB)

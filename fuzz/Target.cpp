@@ -50,8 +50,6 @@ const Target* Target::find(std::string_view name) {
   return target;
 }
 
-const Target* Target::only() { return first && !first->next_ ? first : nullptr; }
-
 void require(bool holds, const char* what) {
   if (holds) return;
   std::fprintf(stderr, "fuzzing: it does not hold that %s\n", what);

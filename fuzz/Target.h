@@ -12,9 +12,8 @@ class Target {
 
   // Each target is one object that lives as long as the process.
   Target(const char* name, Function function);
-  // The one of that name, or the only one; null when there is none.
+  // The one of that name; null when there is none.
   static const Target* find(std::string_view name);
-  static const Target* only();
 
   void run(std::string_view input) const { function_(input); }
 
