@@ -72,6 +72,6 @@ constexpr std::uint64_t seedsOf(std::uint64_t count) {
 }
 
 // Plays with several seeds; what does not hold for one of them is reported with its seed.
-#define WITH_SEEDS(seed, count)                                  \
+#define WITH_SEEDS(seed, count)                                \
   for (std::uint64_t seed = 1; seed <= seedsOf(count); ++seed) \
     if (const ::testing::ScopedTrace trace_(__FILE__, __LINE__, "seed " + std::to_string(seed)); true)
