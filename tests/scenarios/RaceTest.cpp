@@ -191,7 +191,7 @@ std::string busyDesk(std::uint64_t seed) {
 
 // Whatever happens in the middle of whatever else: nothing breaks, nothing is left, and every monitor obeys afterwards.
 TEST(Race, AnythingMayHappenInTheMiddleOfAnything) {
-  WITH_SEEDS(seed, 60) {
+  WITH_SEEDS(seed, seedsInTime(60)) {
     const Played played = playScenario(busyDesk(seed), seed);
     EXPECT_EQ(played.status, 0) << played.error;
     ASSERT_EQ(played.of("snapshot").size(), 1U);

@@ -567,7 +567,7 @@ void expectLook(const json& record, const SoundModel::Look& expected) {
 
 TEST(Random, EveryPressThatIsTakenReachesItsMonitor) {
   std::size_t checked = 0;
-  WITH_SEEDS(seed, 200) {
+  WITH_SEEDS(seed, seedsInTime(200)) {
     Generator generator(seed, false);
     const std::string scenario = generator.scenario();
     const Played played = playScenario(scenario, seed);
@@ -597,11 +597,11 @@ TEST(Random, EveryPressThatIsTakenReachesItsMonitor) {
     }
     if (HasFailure()) return;
   }
-  EXPECT_GT(checked, 50U);
+  EXPECT_GT(checked, seedsInTime(50));
 }
 
 TEST(Random, NothingThatFailsStopsTheProgram) {
-  WITH_SEEDS(seed, 200) {
+  WITH_SEEDS(seed, seedsInTime(200)) {
     const std::string scenario = Generator(seed, true).scenario();
     SCOPED_TRACE(scenario);
     const Played played = playScenario(scenario, seed);
@@ -616,7 +616,7 @@ TEST(Random, NothingThatFailsStopsTheProgram) {
 TEST(Random, TheSoundIsAsItShouldBe) {
   std::size_t routed = 0;
   std::size_t pressed = 0;
-  WITH_SEEDS(seed, 300) {
+  WITH_SEEDS(seed, seedsInTime(300)) {
     SoundModel model(seed);
     const std::string scenario = model.scenario();
     SCOPED_TRACE(scenario);
@@ -639,14 +639,14 @@ TEST(Random, TheSoundIsAsItShouldBe) {
     pressed += model.popUps.size();
     if (HasFailure()) return;
   }
-  EXPECT_GT(routed, 1000U);
-  EXPECT_GT(pressed, 1000U);
+  EXPECT_GT(routed, seedsInTime(1000));
+  EXPECT_GT(pressed, seedsInTime(1000));
 }
 
 // Whatever has happened how fast: once the Mac has woken and all is quiet, what is heard follows from what there is.
 TEST(Random, AfterAWakeTheSoundIsWhatIsStored) {
   std::size_t routed = 0;
-  WITH_SEEDS(seed, 200) {
+  WITH_SEEDS(seed, seedsInTime(200)) {
     const std::string scenario = Generator(seed, false).scenario() + capture({{"permission", "authorized"}}) +
                                  line("answer", {{"button", "OK"}}) + wake + settle + snapshot("end");
     SCOPED_TRACE(scenario);
@@ -668,5 +668,5 @@ TEST(Random, AfterAWakeTheSoundIsWhatIsStored) {
     routed += routers;
     if (HasFailure()) return;
   }
-  EXPECT_GT(routed, 10U);
+  EXPECT_GT(routed, seedsInTime(10));
 }
