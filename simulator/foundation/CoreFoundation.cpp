@@ -224,8 +224,6 @@ nlohmann::json jsonOf(CFTypeRef object) {
 
 }  // namespace simulator
 
-// ---- The calls ----
-
 const std::vector<CFIndex>& __CFString::boundaries() const {
   std::call_once(found_, [this] {
     std::u32string character;
@@ -243,6 +241,8 @@ const std::vector<CFIndex>& __CFString::boundaries() const {
   });
   return boundaries_;
 }
+
+// ---- The calls ----
 
 struct __CFArrayCallBacks {};
 struct __CFDictionaryKeyCallBacks {};
