@@ -213,15 +213,26 @@ TEST(Campaign, AProgramThatIsBrokenByItselfIsNotMadeToFail) {
   EXPECT_EQ(said.errors, "without a failure too this is broken: keeps-going\n");
 }
 
-TEST(Campaign, AFailureThatBreaksSomethingIsReportedAsALifeIs) {
-  const Scratch scratch;
+namespace {
+
+// A program that calls one function of the platform that often, and ends. When a call fails, it is broken.
+simulator::Program programThatStandsNoFailure(int calls) {
   simulator::Program program = dalvaneProgram();
-  // It stands no failure of a call.
-  program.main = []() -> int {
+  program.main = [calls] {
     std::uint32_t count = 0;
-    if (CGGetOnlineDisplayList(0, nullptr, &count) != kCGErrorSuccess) std::abort();
+    for (int i = 0; i < calls; ++i) {
+      if (CGGetOnlineDisplayList(0, nullptr, &count) != kCGErrorSuccess) std::abort();
+    }
     return 0;
   };
+  return program;
+}
+
+}  // namespace
+
+TEST(Campaign, AFailureThatBreaksSomethingIsReportedAsALifeIs) {
+  const Scratch scratch;
+  const simulator::Program program = programThatStandsNoFailure(1);
   const Said said = failuresOf(program, scratch.folder);
   EXPECT_EQ(said.status, 1) << said.errors;
   const auto has = [&](const std::string& text) { return said.out.find(text) != said.out.npos; };
@@ -241,14 +252,7 @@ TEST(Campaign, AFailureThatBreaksSomethingIsReportedAsALifeIs) {
 
 TEST(Campaign, TheSameFailureIsReportedInFullOnce) {
   const Scratch scratch;
-  simulator::Program program = dalvaneProgram();
-  program.main = []() -> int {
-    std::uint32_t count = 0;
-    for (int i = 0; i < 2; ++i) {
-      if (CGGetOnlineDisplayList(0, nullptr, &count) != kCGErrorSuccess) std::abort();
-    }
-    return 0;
-  };
+  const simulator::Program program = programThatStandsNoFailure(2);
   const Said said = failuresOf(program, scratch.folder, false);
   EXPECT_EQ(said.status, 1) << said.errors;
   const auto first = said.out.find("When these fail: CGGetOnlineDisplayList (1) with -1\nBROKEN: keeps-going\n");
