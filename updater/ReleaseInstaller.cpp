@@ -177,8 +177,14 @@ CF::Ref<SecRequirementRef> ownRequirement() {
   return requirement;
 }
 
-// Throws unless `application` is validly signed and satisfies `requirement`.
-void requireSigned(const fs::path& application, SecRequirementRef requirement) {
+// What the Security framework answers about an application, and at which step it went wrong; null: nowhere.
+struct Finding {
+  const char* failure;
+  OSStatus status;
+};
+
+// Whether `application` is validly signed and satisfies `requirement`.
+Finding examine(const fs::path& application, SecRequirementRef requirement) {
   const std::string path = application.string();
   const CF::Ref<CFURLRef> url = CF::adopt(CFURLCreateFromFileSystemRepresentation(
       kCFAllocatorDefault, reinterpret_cast<const UInt8*>(path.data()), static_cast<CFIndex>(path.size()), true));
@@ -186,20 +192,29 @@ void requireSigned(const fs::path& application, SecRequirementRef requirement) {
   SecStaticCodeRef candidate = nullptr;
   OSStatus status = SecStaticCodeCreateWithPath(url.get(), kSecCSDefaultFlags, &candidate);
   const CF::Ref<SecStaticCodeRef> update = CF::adopt(candidate);
-  if (status != errSecSuccess || !update) fail("Reading the update's signature failed", status);
+  if (status != errSecSuccess || !update) return {"Reading the update's signature failed", status};
 
   status = SecStaticCodeCheckValidity(update.get(), kSecCSCheckAllArchitectures | kSecCSStrictValidate, requirement);
-  if (status != errSecSuccess) fail("The downloaded update is not signed by Tessbrook", status);
+  return {status == errSecSuccess ? nullptr : "The downloaded update is not signed by Tessbrook", status};
 }
 
-// Whether `application` is a copy of ours in which nothing is missing or changed.
+void requireSigned(const fs::path& application, SecRequirementRef requirement) {
+  const auto [failure, status] = examine(application, requirement);
+  if (failure) fail(failure, status);
+}
+
+// Whether a status tells something of the code, and not that it could not be looked at.
+bool isVerdict(OSStatus status) {
+  return status >= errSecCSUnimplemented && status <= errSecCSRemoteSignerFailed &&
+         status != errSecCSSignatureNotVerifiable && status != errSecCSInternalError;
+}
+
+// Whether `application` is a copy of ours in which nothing is missing or changed. Throws when that cannot be found out:
+// what is not whole is removed.
 bool isWhole(const fs::path& application, SecRequirementRef requirement) {
-  try {
-    requireSigned(application, requirement);
-    return true;
-  } catch (const AppError&) {
-    return false;
-  }
+  const auto [failure, status] = examine(application, requirement);
+  if (failure && !isVerdict(status)) fail("Reading this app's signature failed", status);
+  return !failure;
 }
 
 bool isThere(const fs::path& path) { return fs::exists(fs::symlink_status(path)); }

@@ -5,6 +5,7 @@
 // ---- Statuses ----
 
 VALUE(errSecSuccess, 0);
+VALUE(errSecCSUnimplemented, -67072);
 VALUE(errSecCSInvalidFlags, -67070);
 VALUE(errSecCSObjectRequired, -67069);
 VALUE(errSecCSStaticCodeNotFound, -67068);
@@ -15,6 +16,7 @@ VALUE(errSecCSResourcesInvalid, -67055);
 VALUE(errSecCSBadResource, -67054);
 VALUE(errSecCSReqInvalid, -67052);
 VALUE(errSecCSReqFailed, -67050);
+VALUE(errSecCSInternalError, -67048);
 VALUE(errSecCSSignatureInvalid, -67045);
 VALUE(errSecCSInfoPlistFailed, -67030);
 VALUE(errSecCSNoMainExecutable, -67029);
@@ -24,6 +26,7 @@ VALUE(errSecCSResourceNotSupported, -67016);
 VALUE(errSecCSRegularFile, -67015);
 VALUE(errSecCSUnsealedAppRoot, -67014);
 VALUE(errSecCSInvalidSymlink, -67003);
+VALUE(errSecCSRemoteSignerFailed, -66990);
 
 // ---- Code ----
 

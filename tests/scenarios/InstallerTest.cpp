@@ -1,4 +1,5 @@
 // Installing an update: that it ends in the new version, or, whatever goes wrong, in the old one.
+#include <Security/Security.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -474,9 +475,10 @@ TEST_P(LeftBehindTest, IsBackInItsPlaceWhenTheNextCopyFails) {
   EXPECT_TRUE(seat.shutDown());
 }
 
-// Whatever fails in the next install, and then in the one after it.
+// Whatever fails in the next install, and then in the one after it. A copy that cannot be looked at may be whole.
 TEST_P(LeftBehindTest, IsNeverLost) {
-  for (const char* const call : {"rename", "remove_all"}) {
+  for (const char* const call : {"rename", "remove_all", "CFURLCreateFromFileSystemRepresentation",
+                                 "SecStaticCodeCreateWithPath", "SecStaticCodeCheckValidity"}) {
     for (int nth = 1; nth <= 6; ++nth) {
       Seat seat;
       std::string kept;
@@ -487,6 +489,47 @@ TEST_P(LeftBehindTest, IsNeverLost) {
       }
       EXPECT_TRUE(seat.shutDown());
     }
+  }
+}
+
+// What is wrong with the installed copy lets the backup take its place again. What only tells that nobody could look
+// at it ends the install before anything is changed.
+TEST(Installer, ACopyThatCannotBeLookedAtStaysWhereItIs) {
+  constexpr struct {
+    int status;
+    bool isVerdict;
+  } cases[] = {{-2070, false},
+               {errSecCSUnimplemented - 1, false},
+               {errSecCSUnimplemented, true},
+               {errSecCSSignatureNotVerifiable, false},
+               {errSecCSInternalError, false},
+               {errSecCSBadResource, true},
+               {errSecCSRemoteSignerFailed, true},
+               {errSecCSRemoteSignerFailed + 1, false}};
+  for (const auto& [status, isVerdict] : cases) {
+    Seat seat;
+    seat.publishUpdate();
+    seat.play(bundle({{"version", "1.3.9"}, {"backup", true}}) + launch + settle);
+    seat.takeRecords();
+    seat.play(fail("SecStaticCodeCheckValidity", status, 2) + checkAndInstall);
+    const auto records = seat.takeRecords();
+    auto changes = changesIn(records);
+    ASSERT_GE(changes.size(), 2U);
+    changes.erase(changes.begin());  // the download
+    changes.pop_back();              // the working directory
+    if (isVerdict) {
+      EXPECT_EQ(changes,
+                (std::vector<std::string>{"- " + place, bak + " -> " + place, place + " -> " + bak, "- " + bak}))
+          << status;
+      EXPECT_EQ(seat.snapshot()["bundle"], newVersion) << status;
+    } else {
+      EXPECT_TRUE(changes.empty()) << status;
+      EXPECT_EQ(errorsIn(records),
+                std::vector<std::string>{"Update install failed: Reading this app's signature failed (" +
+                                         std::to_string(status) + ")"});
+      EXPECT_EQ(seat.snapshot()["bundle"], json::parse(R"({"version":"1.3.9","backup":true})")) << status;
+    }
+    EXPECT_TRUE(seat.shutDown());
   }
 }
 

@@ -9,6 +9,7 @@ extern "C" {
 
 enum : OSStatus {
   errSecSuccess = 0,
+  errSecCSUnimplemented = -67072,
   errSecCSInvalidFlags = -67070,
   errSecCSObjectRequired = -67069,
   errSecCSStaticCodeNotFound = -67068,
@@ -19,6 +20,7 @@ enum : OSStatus {
   errSecCSBadResource = -67054,
   errSecCSReqInvalid = -67052,
   errSecCSReqFailed = -67050,
+  errSecCSInternalError = -67048,
   errSecCSSignatureInvalid = -67045,
   errSecCSInfoPlistFailed = -67030,
   errSecCSNoMainExecutable = -67029,
@@ -28,6 +30,7 @@ enum : OSStatus {
   errSecCSRegularFile = -67015,
   errSecCSUnsealedAppRoot = -67014,
   errSecCSInvalidSymlink = -67003,
+  errSecCSRemoteSignerFailed = -66990,
 };
 
 typedef struct __SecCode* SecCodeRef;
