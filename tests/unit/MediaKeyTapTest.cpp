@@ -49,28 +49,41 @@ TEST(MediaKeyTap, IsNotStartedWithoutThePermission) {
   const Played played = runAsProgram(accessibility(false), [] {
     MediaKeyTap tap(takesNothing(), ignore);
     EXPECT_FALSE(tap.start());
-    EXPECT_FALSE(tap.isDead());
+    EXPECT_TRUE(tap.switchOn());
   });
   EXPECT_TRUE(played.of("leak").empty());
 }
 
-TEST(MediaKeyTap, IsDeadOnceThePermissionWasTakenAway) {
+TEST(MediaKeyTap, IsSwitchedOnBeforeTheNoticeHasCome) {
+  const Played played = runAsProgram("", [] {
+    MediaKeyTap tap(takesNothing(), ignore);
+    tap.start();
+    EXPECT_TRUE(tap.switchOn());  // it is on
+    simulator::Call::unguarded().part<simulator::EventStream>().disableTaps(kCGEventTapDisabledByTimeout);
+    EXPECT_TRUE(tap.switchOn());
+    EXPECT_TRUE(tap.switchOn());
+    tap.stop();
+  });
+  EXPECT_EQ(played.calls("CGEventTapEnable").size(), 1U);
+}
+
+TEST(MediaKeyTap, StaysOffOnceThePermissionWasTakenAway) {
   runAsProgram("", [] {
     auto& events = simulator::Call::unguarded().part<simulator::EventStream>();
     MediaKeyTap tap(takesNothing(), ignore);
-    EXPECT_FALSE(tap.isDead());
+    EXPECT_TRUE(tap.switchOn());
     tap.start();
-    EXPECT_FALSE(tap.isDead());
+    EXPECT_TRUE(tap.switchOn());
     events.permissionLost();
-    EXPECT_TRUE(tap.isDead());
+    EXPECT_FALSE(tap.switchOn());
     // Switching it on again does not help.
     events.disableTaps(kCGEventTapDisabledByTimeout);
     runOnce();
-    EXPECT_TRUE(tap.isDead());
+    EXPECT_FALSE(tap.switchOn());
     tap.stop();
-    EXPECT_FALSE(tap.isDead());
+    EXPECT_TRUE(tap.switchOn());
     tap.start();
-    EXPECT_FALSE(tap.isDead());
+    EXPECT_TRUE(tap.switchOn());
     tap.stop();
   });
 }
@@ -124,11 +137,10 @@ TEST(MediaKeyTap, TellsThatItWasSwitchedOffAfterItIsOnAgain) {
     int told = 0;
     MediaKeyTap tap(takesNothing(), [&] {
       ++told;
-      EXPECT_FALSE(tap.isDead());
+      EXPECT_TRUE(tap.switchOn());
     });
     tap.start();
     machine.part<simulator::EventStream>().disableTaps(kCGEventTapDisabledByUserInput);
-    EXPECT_TRUE(tap.isDead());
     runOnce();
     EXPECT_EQ(told, 1);
     tap.stop();
