@@ -232,11 +232,13 @@ std::vector<DDCChannel::IdentifiedChannel> DDCChannel::externalChannels(const IO
       IORegistryEntryCreateIterator(root.get(), kIOServicePlane, kIORegistryIterateRecursively, &created);
   if (status != KERN_SUCCESS) throw AppError("Iterating the I/O Registry failed (" + std::to_string(status) + ")");
   const IO::Object iterator(created);
+  std::vector<IdentifiedChannel> furthest;
   for (int i = 0; i < walks; ++i) {
     auto channels = walk(iterator.get(), api, queues);
     // A change of the registry ends a walk as its last entry does.
     if (IOIteratorIsValid(iterator.get())) return channels;
+    if (channels.size() >= furthest.size()) furthest = std::move(channels);
     IOIteratorReset(iterator.get());
   }
-  throw AppError("The I/O Registry changed during each of " + std::to_string(walks) + " walks");
+  return furthest;
 }
