@@ -69,7 +69,7 @@ std::optional<std::optional<Release>> expected(const json& document) {
     if (size.is_number_unsigned() && size.get<std::uint64_t>() > INT64_MAX) return std::nullopt;
     release.sizeBytes = size.get<std::int64_t>();
     release.dmgURL = NS::URL::URLWithString(address, true);
-    if (!release.dmgURL) return std::nullopt;
+    if (address.empty() || !release.dmgURL) return std::nullopt;
     if (!newest) newest = release;
   }
   return newest;

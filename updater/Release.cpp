@@ -124,7 +124,8 @@ class FeedHandler {
         break;
       case dmgURL:
         release_.dmgURL = NS::URL::URLWithString(text, true);
-        if (!release_.dmgURL) throw json::other_error::create(501, "invalid URL string", nullptr);
+        // An empty text is an address relative to another one.
+        if (text.empty() || !release_.dmgURL) throw json::other_error::create(501, "invalid URL string", nullptr);
         break;
       case notes:
         release_.notes = std::move(text);
