@@ -256,7 +256,8 @@ void AppDelegate::toggleStartAtLogin() {
     if (service.status() == NS::AppServiceStatus::RequiresApproval) NS::AppService::openSystemSettingsLoginItems();
   };
   if (changed) return openSettings();
-  presentAlert(weak_from_this(), NS::Alert::alertWithError(error), [openSettings](long) { openSettings(); });
+  presentAlert(
+      weak_from_this(), [error] { return NS::Alert::alertWithError(error); }, [openSettings](long) { openSettings(); });
 }
 
 void AppDelegate::refreshUpdateItem() {
@@ -285,18 +286,30 @@ void AppDelegate::updateItemClicked() {
   updater_->check();
 }
 
+// One question at a time: one that still waits for its turn is about what was found last.
 void AppDelegate::confirmInstall(const Release& release) {
-  const std::string version = "You have version " + updater_->currentVersion() + ".";
-  const NS::Alert alert = makeAlert("Dalvane " + textForAlert(release.version) + " is available",
-                                    release.notes.empty() ? version : textForAlert(release.notes) + "\n\n" + version);
-  alert.addButtonWithTitle("Install and Relaunch");
-  alert.addButtonWithTitle("Later");
+  if (std::exchange(releaseToConfirm_, release)) return;
   // What the user has seen is installed, whatever the updater finds or looks for while the alert is open.
-  presentAlert(weak_from_this(), alert, [this, release = release](long button) {
+  const auto shown = std::make_shared<Release>();
+  const auto make = [this, shown] {
+    *shown = *releaseToConfirm_;
+    return makeInstallQuestion(*shown);
+  };
+  presentAlert(weak_from_this(), make, [this, shown](long button) {
+    releaseToConfirm_.reset();
     if (button != NS::AlertFirstButtonReturn) return;
     pendingReport_ = PendingReport::install;
-    updater_->install(release);
+    updater_->install(*shown);
   });
+}
+
+NS::Alert AppDelegate::makeInstallQuestion(const Release& release) const {
+  const std::string version = "You have version " + updater_->currentVersion() + ".";
+  NS::Alert alert = makeAlert("Dalvane " + textForAlert(release.version) + " is available",
+                              release.notes.empty() ? version : textForAlert(release.notes) + "\n\n" + version);
+  alert.addButtonWithTitle("Install and Relaunch");
+  alert.addButtonWithTitle("Later");
+  return alert;
 }
 
 void AppDelegate::updaterChanged() {
@@ -321,5 +334,5 @@ void AppDelegate::updaterChanged() {
 
 void AppDelegate::report(const std::string& message, const std::string& informative) {
   pendingReport_.reset();
-  presentAlert(weak_from_this(), makeAlert(message, textForAlert(informative)));
+  presentAlert(weak_from_this(), [message, informative] { return makeAlert(message, textForAlert(informative)); });
 }

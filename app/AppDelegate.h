@@ -12,6 +12,7 @@
 #include "app/SliderMenuItemView.h"
 #include "brightness/BrightnessController.h"
 #include "osd/NativeOSD.h"
+#include "platform/Alert.h"
 #include "platform/Application.h"
 #include "platform/Menu.h"
 #include "platform/NotificationCenter.h"
@@ -45,6 +46,7 @@ class AppDelegate : public NS::ApplicationDelegate,
   void refreshUpdateItem();
   void updateItemClicked();
   void confirmInstall(const Release& release);
+  [[nodiscard]] NS::Alert makeInstallQuestion(const Release& release) const;
   void updaterChanged();
   // Tells the user what was waited for; nothing more is waited for then.
   void report(const std::string& message, const std::string& informative);
@@ -70,6 +72,7 @@ class AppDelegate : public NS::ApplicationDelegate,
   std::shared_ptr<BrightnessController> brightnessController_;
   std::shared_ptr<Updater> updater_;
   std::optional<PendingReport> pendingReport_;
+  std::optional<Release> releaseToConfirm_;  // while a question waits for its turn or its answer
   std::unique_ptr<MediaKeyTap> keyTap_;
   CF::Ref<CFRunLoopTimerRef> accessibilityTimer_;  // while the permission is polled for
   NS::Object wakeObserver_;

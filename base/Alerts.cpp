@@ -50,11 +50,13 @@ void whenNoAlertIsOpen(std::function<void()> work) {
   CFRunLoopWakeUp(CFRunLoopGetMain());
 }
 
-void presentAlert(std::weak_ptr<const void> owner, const NS::Alert& alert, std::function<void(long button)> answered) {
-  whenNoAlertIsOpen([owner = std::move(owner), alert, answered = std::move(answered)] {
-    if (owner.expired()) return;
+void presentAlert(std::weak_ptr<const void> owner, std::function<std::optional<NS::Alert>()> make,
+                  std::function<void(long button)> answered) {
+  whenNoAlertIsOpen([owner = std::move(owner), make = std::move(make), answered = std::move(answered)] {
+    const auto alert = owner.expired() ? std::nullopt : make();
+    if (!alert) return;
     NS::Application::sharedApplication().activate();
-    const long button = alert.runModal();
+    const long button = alert->runModal();
     const auto alive = owner.lock();
     if (alive && answered) answered(button);
   });

@@ -3,6 +3,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "platform/Alert.h"
@@ -14,10 +15,11 @@
 // An alert with these texts. It has the default button unless others are added.
 [[nodiscard]] NS::Alert makeAlert(const std::string& message, const std::string& informative);
 
-// Brings the application to the front and shows `alert`, as soon as no other alert and no menu is open; returns at
-// once. `answered` gets the code of the button that was pressed. Nothing is shown when `owner` is gone by then, and
-// nobody told when it goes while the alert is open, so that `answered` may refer to the owner.
-void presentAlert(std::weak_ptr<const void> owner, const NS::Alert& alert,
+// Brings the application to the front and shows an alert, as soon as no other alert and no menu is open; returns at
+// once. `make` is asked for it when its turn has come; none: nothing is to be told any more. `answered` gets the code
+// of the button that was pressed. Nothing is shown when `owner` is gone by then, and nobody told when it goes while the
+// alert is open, so that both may refer to the owner.
+void presentAlert(std::weak_ptr<const void> owner, std::function<std::optional<NS::Alert>()> make,
                   std::function<void(long button)> answered = {});
 
 // Does `work` on the main run loop as soon as no alert and no menu is open, after what has been waiting for that

@@ -242,10 +242,14 @@ void VolumeController::requestPermission() {
 
 void VolumeController::showPermissionAlert() {
   if (std::exchange(permissionAlertShown_, true)) return;
-  presentAlert(weak_from_this(),
-               makeAlert("Dalvane needs System Audio Recording",
-                         "Allow Dalvane in System Settings > Privacy & Security > Screen & System Audio Recording, "
-                         "then quit and reopen it."));
+  presentAlert(weak_from_this(), [this]() -> std::optional<NS::Alert> {
+    // The permission can have been given while another alert was open.
+    permissionAlertShown_ = !output_;
+    if (output_) return std::nullopt;
+    return makeAlert("Dalvane needs System Audio Recording",
+                     "Allow Dalvane in System Settings > Privacy & Security > Screen & System Audio Recording, "
+                     "then quit and reopen it.");
+  });
 }
 
 // A level that somebody else wrote is taken as it is, whatever it is.

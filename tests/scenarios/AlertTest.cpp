@@ -274,6 +274,34 @@ TEST(InstallQuestion, InstallsWhatWasShownWhateverWasFoundSince) {
   }
 }
 
+TEST(InstallQuestion, IsAskedOnceHoweverOftenItIsAskedFor) {
+  for (const std::string button : {"Install and Relaunch", "Later"}) {
+    WITH_SEEDS(seed, seeds) {
+      // The check ends while the menu is open, so that the question waits; the item then asks for it once more.
+      Seat seat(seed);
+      seat.play(running + published14 + launch + answer(button) + check + menu(true) + advance(2) +
+                click("Update to 1.4.0…") + settle);
+      EXPECT_EQ(conversation(seat.takeRecords()), Texts{"Dalvane 1.4.0 is available"});
+      EXPECT_EQ(seat.snapshot()["bundle"]["version"], button == "Later" ? "1.3.9" : "1.4.0");
+      // Put off, it can be asked for again.
+      seat.play(leaveNextAlertOpen + (button == "Later" ? click("Update to 1.4.0…") : check) + settle);
+      EXPECT_EQ(openAlert(seat), button == "Later" ? "Dalvane 1.4.0 is available" : "Dalvane is up to date");
+    }
+  }
+}
+
+TEST(InstallQuestion, IsAboutWhatIsOfferedWhenItsTurnComes) {
+  WITH_SEEDS(seed, seeds) {
+    // While the menu is open the check by itself, ten seconds after the launch, finds another release.
+    Seat seat(seed);
+    seat.play(running + published14 + launch + check + menu(true) + advance(2) + published15 + advance(10));
+    seat.takeRecords();
+    seat.play(click("Update to 1.5.0…") + settle);
+    EXPECT_EQ(conversation(seat.takeRecords()), Texts{"Dalvane 1.5.0 is available"});
+    EXPECT_EQ(seat.snapshot()["bundle"]["version"], "1.5.0");
+  }
+}
+
 TEST(InstallQuestion, IsNotAnsweredTwice) {
   WITH_SEEDS(seed, seeds) {
     Seat seat(seed);

@@ -199,6 +199,19 @@ TEST(AudioPermission, GrantedButTheDeviceCannotBeRead) {
   }
 }
 
+TEST(AudioPermission, IsNotMissedAnyMoreWhenTheAlertsTurnComes) {
+  const std::string behindAMenu = screen + launch + settle + menu(true) + permission("denied") + wake + settle;
+  // Given while the alert waits, it is told of when it is missed again; as often as once.
+  const Played given = playScenario(behindAMenu + permission("authorized") + wake + settle + menu(false) + settle +
+                                    snapshot("s") + advance(1) + permission("denied") + wake + settle + wake + settle);
+  expectAlerts(given, 1);
+  EXPECT_GT(given.of("alert")[0]["t"], given.of("snapshot")[0]["t"]);
+  expectNothingLeft(given);
+  // Not given, it is told of once, however often it was missed.
+  const Played missing = playScenario(behindAMenu + wake + settle + menu(false) + settle + wake + settle);
+  expectAlerts(missing, 1);
+}
+
 TEST(AudioPermission, QuittingWhileTheUserIsAsked) {
   WITH_SEEDS(seed, 10) {
     const Played played = playScenario(

@@ -31,7 +31,7 @@ TEST(Alerts, TellWhichButtonWasPressed) {
   for (const std::string button : {"Yes", "No"}) {
     std::vector<long> pressed;
     const auto owner = std::make_shared<int>();
-    Seat seat(application([&] { presentAlert(owner, question(), [&](long code) { pressed.push_back(code); }); }), 1);
+    Seat seat(application([&] { presentAlert(owner, question, [&](long code) { pressed.push_back(code); }); }), 1);
     seat.play(answer(button) + launch + settle);
     EXPECT_EQ(pressed, std::vector<long>{NS::AlertFirstButtonReturn + (button == "Yes" ? 0 : 1)});
     EXPECT_EQ(alertsIn(seat.takeRecords()), Events{"Question: Text"});
@@ -42,7 +42,7 @@ TEST(Alerts, TellWhichButtonWasPressed) {
 TEST(Alerts, AreNotShownForAnOwnerThatIsGone) {
   auto owner = std::make_shared<int>();
   Seat seat(application([&] {
-              presentAlert(owner, question(), [](long) { ADD_FAILURE() << "nobody is there to be told"; });
+              presentAlert(owner, question, [](long) { ADD_FAILURE() << "nobody is there to be told"; });
               EXPECT_EQ(owner.use_count(), 1);
               owner.reset();
             }),
@@ -56,9 +56,9 @@ TEST(Alerts, AreNotShownForAnOwnerThatIsGone) {
 
 TEST(Alerts, TellNobodyWhenTheOwnerWentMeanwhile) {
   auto owner = std::make_shared<int>();
-  Seat seat(application(
-                [&] { presentAlert(owner, question(), [](long) { ADD_FAILURE() << "nobody is there to be told"; }); }),
-            1);
+  Seat seat(
+      application([&] { presentAlert(owner, question, [](long) { ADD_FAILURE() << "nobody is there to be told"; }); }),
+      1);
   seat.play(leaveNextAlertOpen + launch + settle);
   EXPECT_EQ(owner.use_count(), 1);
   owner.reset();
@@ -75,10 +75,10 @@ TEST(Alerts, TakeTurnsWithWhatWaitsForThem) {
                 const auto note = [&events](const std::string& event) {
                   return [&events, event](long) { events.push_back(event); };
                 };
-                presentAlert(owner, question(), note("one"));
+                presentAlert(owner, question, note("one"));
                 whenNoAlertIsOpen([&events] { events.emplace_back("between"); });
-                presentAlert(owner, question(), note("two"));
-                presentAlert(owner, question());
+                presentAlert(owner, question, note("two"));
+                presentAlert(owner, question);
               }),
               seed);
     seat.play(leaveNextAlertOpen + launch + settle);
