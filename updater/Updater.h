@@ -42,8 +42,8 @@ class Updater : public std::enable_shared_from_this<Updater> {
   // Called after every change of the state.
   void setOnChange(std::function<void()> onChange) { onChange_ = std::move(onChange); }
 
-  // Checks 10 seconds from now, slept through or not, and then every six hours in which the Mac was awake. A check that
-  // is due while a menu or an alert is open waits until it is closed.
+  // Checks 10 seconds from now, slept through or not, and then every six hours in which the Mac was awake. Of the
+  // latter one that is due while a menu or an alert is open waits until it is closed.
   void start();
   // Ends the periodic check, not a first check that is still to come. What is under way ends without consequence. Safe
   // to call more than once.
