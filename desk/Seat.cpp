@@ -13,6 +13,7 @@
 #include <nlohmann/json.hpp>
 #include <numbers>
 #include <optional>
+#include <set>
 #include <span>
 #include <string_view>
 #include <utility>
@@ -324,12 +325,12 @@ class Seat {
       if (what == "advance" && line.value("seconds", 0.0) > longestAdvance) {
         return {400, "no more than a day can pass at once"};
       }
-      isHurrying_ = what == "advance" || what == "settle" || what == "sleep";
+      if (what == "advance" || what == "settle" || what == "sleep") hurry(true);
       begun_ = Begun{.line = written(line), .after = sinceLine_, .record = {}};
       machine_.scheduler.setCause(line_ + 1);
       scenario_.perform(begun_->line);
       tellOfLine();
-      isHurrying_ = false;
+      hurry(false);
       score_.follow(line);
       if (what == "capture") askedAt_.reset();
       isChanged_ = true;
@@ -343,7 +344,7 @@ class Seat {
 
   // A line that made no sense has not happened.
   Answer refused(const std::string& reason) {
-    isHurrying_ = false;
+    hurry(false);
     begun_.reset();
     return {400, reason};
   }
@@ -403,7 +404,7 @@ class Seat {
     for (auto& speaker : speakers) {
       const auto number = speaker["id"].get<std::int64_t>();
       if (speaker["default"] == true) default_ = number;
-      listenTo(number);
+      if (listened_.insert(number).second) listenTo(number);
       // The level is of the moment, and comes with the pulse.
       speaker.erase("level");
     }
@@ -464,7 +465,7 @@ class Seat {
     beat["clock"] = isLive_ ? (isAsked() ? "held" : "live") : "paused";
     if (std::exchange(cycles_, 0) == 0 && runs()) scope_.clear();
     auto& levels = beat["levels"] = ordered_json::array();
-    for (const auto& [number, isListenedTo] : listened_) {
+    for (const std::int64_t number : listened_) {
       simulator::OutputDevice* const output = audio.output(number);
       if (!output) continue;
       const double level = std::min<double>(output->speaker.level(), 10);
@@ -478,11 +479,22 @@ class Seat {
   // ---- Sound ----
 
   void listenTo(std::int64_t number) {
-    if (!listened_.emplace(number, true).second) return;
     machine_.part<simulator::Audio>().listen(
         number, [this, number](std::span<const float> samples, std::size_t channels, double rate) {
-          if (default_ == number && !isHurrying_) hear(number, samples, channels, rate);
+          if (default_ == number) hear(number, samples, channels, rate);
         });
+  }
+
+  // While time passes faster than it can be listened to nobody listens: then cycles like the last are left out.
+  void hurry(bool hurries) {
+    if (std::exchange(isHurrying_, hurries) == hurries) return;
+    for (const std::int64_t number : listened_) {
+      if (hurries) {
+        machine_.part<simulator::Audio>().listen(number, {});
+      } else {
+        listenTo(number);
+      }
+    }
   }
 
   void hear(std::int64_t number, std::span<const float> samples, std::size_t channels, double rate) {
@@ -530,11 +542,11 @@ class Seat {
   RealClock::time_point stated_;
   RealClock::time_point pulsed_;
 
-  std::map<std::int64_t, bool> listened_;
+  std::set<std::int64_t> listened_;
   std::optional<std::int64_t> default_;
   bool isHeard_ = false;
-  bool isHurrying_ = false;  // time passes faster than it can be listened to
-  std::size_t cycles_ = 0;   // since the last pulse
+  bool isHurrying_ = false;
+  std::size_t cycles_ = 0;  // since the last pulse
 
   simulator::Mac machine_;
   simulator::Scenario scenario_;
