@@ -135,12 +135,12 @@ void AppDelegate::waitForAccessibility() {
   CFRunLoopAddTimer(CFRunLoopGetMain(), accessibilityTimer_.get(), kCFRunLoopCommonModes);
 }
 
-// The system does not tell that the permission was taken away, and a tap that lost it cannot be switched on again.
+// The system does not tell that the permission was taken away, and leaves a tap that lost it dead for good.
 void AppDelegate::checkKeyTap() {
   assertMainThread();
   if (accessibilityTimer_) return;  // there is no tap, and the permission is polled for
   const bool isTrusted = AXIsProcessTrusted();
-  if (isTrusted && keyTap_->switchOn()) return;
+  if (isTrusted && !keyTap_->isDead()) return;
   keyTap_->stop();
   if (isTrusted) {
     startKeyTap();

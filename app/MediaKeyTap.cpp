@@ -76,11 +76,7 @@ void MediaKeyTap::stop() {
   port_ = {};
 }
 
-bool MediaKeyTap::switchOn() const {
-  if (!port_ || CGEventTapIsEnabled(port_.get())) return true;
-  CGEventTapEnable(port_.get(), true);
-  return CGEventTapIsEnabled(port_.get());
-}
+bool MediaKeyTap::isDead() const { return port_ && !CGEventTapIsEnabled(port_.get()); }
 
 CGEventRef MediaKeyTap::mediaKeyTapCallback(CGEventTapProxy, CGEventType type, CGEventRef event, void* userInfo) {
   if (!userInfo) return event;

@@ -45,9 +45,9 @@ class MediaKeyTap {
   bool start();
   // Removes the tap, if it is installed.
   void stop();
-  // Switches the tap on, if it is installed and off. False when it stays off, as one does that has lost the permission,
-  // also when that is given back.
-  [[nodiscard]] bool switchOn() const;
+  // Whether the tap is installed and receives nothing, as when the permission was taken away: it stays so when the
+  // permission is given back.
+  [[nodiscard]] bool isDead() const;
 
  private:
   static CGEventRef mediaKeyTapCallback(CGEventTapProxy proxy, CGEventType type, CGEventRef event, void* userInfo);

@@ -102,22 +102,6 @@ TEST(KeyTap, StaysWhatItIsAtWakesAndWhenTheMenuOpens) {
   EXPECT_EQ(played.swallowed(), (Swallowed{true, true}));
 }
 
-// Whoever looks before the notice of it has come finds a tap that is off, and has not lost the permission.
-TEST(KeyTap, StaysWhatItIsWhenItIsLookedAtBeforeTheNotice) {
-  const std::string timeout = disableTap("timeout");
-  for (const std::string& look : {menu(true) + menu(false), wake}) {
-    WITH_SEEDS(seed, 10) {
-      const Played played = playEvents(
-          fail("CGEventTapCreate", 1) + during("AXIsProcessTrusted", timeout) + look + settle + key("brightnessUp"),
-          seed);
-      EXPECT_EQ(played.calls("CGEventTapCreate").size(), 1U);
-      EXPECT_EQ(played.calls("CFMachPortInvalidate").size(), 1U);  // at the end
-      EXPECT_EQ(played.calls("CGEventTapEnable").size(), 2U);      // at the look, and at the notice
-      EXPECT_EQ(played.swallowed(), (Swallowed{false, true, true}));
-    }
-  }
-}
-
 TEST(KeyTap, WorksWhileTheMenuIsOpen) {
   const Played played = playEvents(menu(true) + key("brightnessUp") + settle + menu(false));
   EXPECT_EQ(played.lights(2), (std::vector<int>{56}));
