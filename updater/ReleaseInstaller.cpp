@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstddef>
 #include <string>
@@ -203,10 +204,12 @@ void requireSigned(const fs::path& application, SecRequirementRef requirement) {
   if (failure) fail(failure, status);
 }
 
-// Whether a status tells something of the code, and not that it could not be looked at.
+// Whether a status tells that the code is not as it was signed, and not that it could not be looked at. Those of failed
+// system calls are positive.
 bool isVerdict(OSStatus status) {
-  return status >= errSecCSUnimplemented && status <= errSecCSRemoteSignerFailed &&
-         status != errSecCSSignatureNotVerifiable && status != errSecCSInternalError;
+  constexpr std::array failures = {errSecIO, errSecAllocate, errSecInternalComponent, errSecCSSignatureNotVerifiable,
+                                   errSecCSInternalError};
+  return status < errSecSuccess && std::ranges::find(failures, status) == failures.end();
 }
 
 // Whether `application` is a copy of ours in which nothing is missing or changed. Throws when that cannot be found out:

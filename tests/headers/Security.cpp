@@ -5,7 +5,9 @@
 // ---- Statuses ----
 
 VALUE(errSecSuccess, 0);
-VALUE(errSecCSUnimplemented, -67072);
+VALUE(errSecIO, -36);
+VALUE(errSecAllocate, -108);
+VALUE(errSecInternalComponent, -2070);
 VALUE(errSecCSInvalidFlags, -67070);
 VALUE(errSecCSObjectRequired, -67069);
 VALUE(errSecCSStaticCodeNotFound, -67068);
@@ -26,7 +28,6 @@ VALUE(errSecCSResourceNotSupported, -67016);
 VALUE(errSecCSRegularFile, -67015);
 VALUE(errSecCSUnsealedAppRoot, -67014);
 VALUE(errSecCSInvalidSymlink, -67003);
-VALUE(errSecCSRemoteSignerFailed, -66990);
 
 // ---- Code ----
 

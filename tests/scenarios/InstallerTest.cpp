@@ -498,14 +498,14 @@ TEST(Installer, ACopyThatCannotBeLookedAtStaysWhereItIs) {
   constexpr struct {
     int status;
     bool isVerdict;
-  } cases[] = {{-2070, false},
-               {errSecCSUnimplemented - 1, false},
-               {errSecCSUnimplemented, true},
+  } cases[] = {{100000 + EACCES, false},
+               {errSecIO, false},
+               {errSecAllocate, false},
+               {errSecInternalComponent, false},
                {errSecCSSignatureNotVerifiable, false},
                {errSecCSInternalError, false},
-               {errSecCSBadResource, true},
-               {errSecCSRemoteSignerFailed, true},
-               {errSecCSRemoteSignerFailed + 1, false}};
+               {-1, true},
+               {errSecCSBadResource, true}};
   for (const auto& [status, isVerdict] : cases) {
     Seat seat;
     seat.publishUpdate();

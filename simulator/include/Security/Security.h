@@ -9,7 +9,9 @@ extern "C" {
 
 enum : OSStatus {
   errSecSuccess = 0,
-  errSecCSUnimplemented = -67072,
+  errSecIO = -36,
+  errSecAllocate = -108,
+  errSecInternalComponent = -2070,
   errSecCSInvalidFlags = -67070,
   errSecCSObjectRequired = -67069,
   errSecCSStaticCodeNotFound = -67068,
@@ -30,7 +32,6 @@ enum : OSStatus {
   errSecCSRegularFile = -67015,
   errSecCSUnsealedAppRoot = -67014,
   errSecCSInvalidSymlink = -67003,
-  errSecCSRemoteSignerFailed = -66990,
 };
 
 typedef struct __SecCode* SecCodeRef;
