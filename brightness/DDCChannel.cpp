@@ -240,5 +240,6 @@ std::vector<DDCChannel::IdentifiedChannel> DDCChannel::externalChannels(const IO
     if (channels.size() >= furthest.size()) furthest = std::move(channels);
     IOIteratorReset(iterator.get());
   }
+  if (furthest.empty()) throw AppError("The I/O Registry changed during each of " + std::to_string(walks) + " walks");
   return furthest;
 }

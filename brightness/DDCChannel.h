@@ -82,8 +82,8 @@ class DDCChannel : public std::enable_shared_from_this<DDCChannel> {
   using Queues = std::map<DisplayIdentity, Queue>;
   // Walks the I/O Registry: a channel for each external AV service that follows a framebuffer, in walking order, with
   // that framebuffer's identity. Channels take the queue that `queues` has for their identity; new ones are added to
-  // it. Throws an AppError when the registry cannot be walked. Of one that keeps changing the walk counts that has
-  // found the most.
+  // it. Of a registry that keeps changing the walk counts that has found the most. Throws an AppError when none has
+  // found anything, and when the registry cannot be walked.
   static std::vector<IdentifiedChannel> externalChannels(const IOAVServiceAPI& api, Queues& queues);
 
  private:

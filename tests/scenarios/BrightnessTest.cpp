@@ -769,11 +769,21 @@ TEST(Brightness, TakesWhatTheBestWalkFoundWhenTheRegistryNeverRests) {
       playScenario(twoDisplays + registry({leftFramebuffer, proxy()}) + during("IOIteratorNext", both, 3) +
                    fail("IOIteratorIsValid", 1, 1, 5) + launch + settle + brighter + settle);
   EXPECT_EQ(replaced.lights(2), (Lights{56}));
-  // The fifth walk counts, as one that nothing changed meanwhile.
-  const Played fifth =
-      playScenario(twoDisplays + fail("IOIteratorIsValid", 1, 1, 4) + launch + settle + brighter + settle);
-  EXPECT_EQ(fifth.calls("IOAVServiceCreateWithService").size(), 5U);
+  // The fifth walk counts alone when nothing changed meanwhile, though those before it found more.
+  const Played fifth = playScenario(twoDisplays + registry({leftFramebuffer, proxyOf(2), proxyOf(2)}) +
+                                    fail("IOIteratorIsValid", 1, 1, 4) + during("IOIteratorIsValid", both, 4) + launch +
+                                    settle + brighter + settle);
+  EXPECT_EQ(fifth.calls("IOAVServiceCreateWithService").size(), 9U);
   EXPECT_EQ(fifth.lights(2), (Lights{56}));
+}
+
+TEST(Brightness, KeepsTheDisplaysWhenNoWalkFindsAny) {
+  const std::string same = registry({leftFramebuffer, proxyOf(2)});
+  const Played played =
+      playScenario(launched + during("IOIteratorNext", same, 1, 99) + wake + settle + brighter + settle);
+  EXPECT_EQ(logs(played).back(), "error BrightnessController: The I/O Registry changed during each of 5 walks");
+  EXPECT_EQ(played.lights(2), (Lights{56}));
+  EXPECT_EQ(played.status, 0);
 }
 
 TEST(Brightness, ForgetsTheDisplaysWhenTheirListCannotBeHad) {
