@@ -286,20 +286,25 @@ void AppDelegate::updateItemClicked() {
   updater_->check();
 }
 
-// One question at a time: one that still waits for its turn is about what was found last.
+// One question at a time, about what is offered when its turn comes. What is asked for while it is open comes after it.
 void AppDelegate::confirmInstall(const Release& release) {
   if (std::exchange(releaseToConfirm_, release)) return;
   // What the user has seen is installed, whatever the updater finds or looks for while the alert is open.
   const auto shown = std::make_shared<Release>();
   const auto make = [this, shown] {
+    const auto* available = std::get_if<Updater::Available>(&updater_->state());
+    if (available) releaseToConfirm_ = available->release;
     *shown = *releaseToConfirm_;
     return makeInstallQuestion(*shown);
   };
   presentAlert(weak_from_this(), make, [this, shown](long button) {
-    releaseToConfirm_.reset();
-    if (button != NS::AlertFirstButtonReturn) return;
-    pendingReport_ = PendingReport::install;
-    updater_->install(*shown);
+    const Release asked = *std::exchange(releaseToConfirm_, std::nullopt);
+    if (button == NS::AlertFirstButtonReturn) {
+      pendingReport_ = PendingReport::install;
+      updater_->install(*shown);
+    } else if (asked.version != shown->version) {
+      confirmInstall(asked);
+    }
   });
 }
 

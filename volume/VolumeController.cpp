@@ -243,7 +243,7 @@ void VolumeController::requestPermission() {
 void VolumeController::showPermissionAlert() {
   if (std::exchange(permissionAlertShown_, true)) return;
   presentAlert(weak_from_this(), [this]() -> std::optional<NS::Alert> {
-    // The permission can have been given while another alert was open.
+    // The permission can have been given, and found, while another alert was open.
     permissionAlertShown_ = !output_;
     if (output_) return std::nullopt;
     return makeAlert("Dalvane needs System Audio Recording",

@@ -291,14 +291,32 @@ TEST(InstallQuestion, IsAskedOnceHoweverOftenItIsAskedFor) {
 }
 
 TEST(InstallQuestion, IsAboutWhatIsOfferedWhenItsTurnComes) {
-  WITH_SEEDS(seed, seeds) {
-    // While the menu is open the check by itself, ten seconds after the launch, finds another release.
-    Seat seat(seed);
-    seat.play(running + published14 + launch + check + menu(true) + advance(2) + published15 + advance(10));
-    seat.takeRecords();
-    seat.play(click("Update to 1.5.0…") + settle);
-    EXPECT_EQ(conversation(seat.takeRecords()), Texts{"Dalvane 1.5.0 is available"});
-    EXPECT_EQ(seat.snapshot()["bundle"]["version"], "1.5.0");
+  for (const std::string& turn : {menu(false), click("Update to 1.5.0…")}) {
+    WITH_SEEDS(seed, seeds) {
+      // While the menu is open the check by itself, ten seconds after the launch, finds another release.
+      Seat seat(seed);
+      seat.play(running + published14 + launch + check + menu(true) + advance(2) + published15 + advance(10));
+      seat.takeRecords();
+      seat.play(turn + settle);
+      EXPECT_EQ(conversation(seat.takeRecords()), Texts{"Dalvane 1.5.0 is available"});
+      EXPECT_EQ(seat.snapshot()["bundle"]["version"], "1.5.0");
+    }
+  }
+}
+
+TEST(InstallQuestion, WhatIsAskedForMeanwhileComesAfterIt) {
+  const std::string choices[] = {published15 + advance(10) + click("Update to 1.5.0…"),
+                                 unreachable + advance(10) + published15 + check};
+  for (const std::string& choice : choices) {
+    WITH_SEEDS(seed, seeds) {
+      Seat seat(seed);
+      seat.play(asked + choice + settle);
+      EXPECT_EQ(openAlert(seat), "Dalvane 1.4.0 is available");
+      seat.play(leaveNextAlertOpen + answer("Later") + settle);
+      EXPECT_EQ(openAlert(seat), "Dalvane 1.5.0 is available");
+      seat.play(leaveNextAlertOpen + answer("Later") + settle);
+      EXPECT_EQ(openAlert(seat), "");
+    }
   }
 }
 
