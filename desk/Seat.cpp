@@ -325,7 +325,7 @@ class Seat {
       if (what == "advance" && line.value("seconds", 0.0) > longestAdvance) {
         return {400, "no more than a day can pass at once"};
       }
-      if (what == "advance" || what == "settle" || what == "sleep") hurry(true);
+      hurry(what == "advance" || what == "settle" || what == "sleep");
       begun_ = Begun{.line = written(line), .after = sinceLine_, .record = {}};
       machine_.scheduler.setCause(line_ + 1);
       scenario_.perform(begun_->line);
@@ -487,7 +487,6 @@ class Seat {
 
   // While time passes faster than it can be listened to nobody listens: then cycles like the last are left out.
   void hurry(bool hurries) {
-    if (std::exchange(isHurrying_, hurries) == hurries) return;
     for (const std::int64_t number : listened_) {
       if (hurries) {
         machine_.part<simulator::Audio>().listen(number, {});
@@ -545,7 +544,6 @@ class Seat {
   std::set<std::int64_t> listened_;
   std::optional<std::int64_t> default_;
   bool isHeard_ = false;
-  bool isHurrying_ = false;
   std::size_t cycles_ = 0;  // since the last pulse
 
   simulator::Mac machine_;

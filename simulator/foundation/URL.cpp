@@ -250,9 +250,9 @@ namespace NS {
 URL URL::URLWithString(const std::string& text, bool encodingInvalidCharacters) {
   static_cast<void>(simulator::requireUTF8(text, "NSURL.URLWithString"));
   // By RFC 3986 nothing at all is a reference, to the document that it stands in.
-  const bool isReference = text.empty() || (!encodingInvalidCharacters && simulator::isURL(text));
-  const std::optional<std::string> url = isReference                 ? std::optional(text)
+  const std::optional<std::string> url = text.empty()                ? std::optional(text)
                                          : encodingInvalidCharacters ? simulator::encodedURL(text)
+                                         : simulator::isURL(text)    ? std::optional(text)
                                                                      : std::nullopt;
   return URL(CF::adopt(static_cast<CFTypeRef>(url ? new __CFURL(*url) : nullptr)));
 }

@@ -344,7 +344,9 @@ test('several tabs show one machine, and one that stands still harms nobody', as
   await second.close();
 });
 
-test('the sound can be listened to', async ({ page }) => {
+test('the sound can be listened to', async ({ page, port }) => {
+  // Also after nobody could.
+  assert.equal((await act(port, { do: 'advance', seconds: 60 })).status, 200);
   await page.click('[data-listen=after]');
   await page.until('document.querySelector("[data-listen=after]").getAttribute("aria-pressed") === "true"', 'the choice');
   // What comes is samples of both sides. A busy computer may miss a cycle, as a Mac would.
