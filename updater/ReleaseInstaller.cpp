@@ -207,8 +207,8 @@ void requireSigned(const fs::path& application, SecRequirementRef requirement) {
 // Whether a status tells that the code is not as it was signed, and not that it could not be looked at. Those of failed
 // system calls are positive.
 bool isVerdict(OSStatus status) {
-  constexpr std::array failures = {errSecIO, errSecAllocate, errSecInternalComponent, errSecCSSignatureNotVerifiable,
-                                   errSecCSInternalError};
+  constexpr std::array<OSStatus, 5> failures = {errSecIO, errSecAllocate, errSecInternalComponent,
+                                                errSecCSSignatureNotVerifiable, errSecCSInternalError};
   return status < errSecSuccess && std::ranges::find(failures, status) == failures.end();
 }
 

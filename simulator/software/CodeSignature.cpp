@@ -309,7 +309,8 @@ CodeStatus CodeSigners::find(const fs::path& bundle) {
   std::error_code ignored;
   if (!fs::exists(bundle, ignored)) return errSecCSStaticCodeNotFound;
   if (!fs::is_directory(bundle, ignored)) return errSecSuccess;  // a file can be code, if unsigned
-  return fs::exists(Layout(bundle).infoPlist, ignored) ? errSecSuccess : errSecCSBadBundleFormat;
+  if (!fs::exists(Layout(bundle).infoPlist, ignored)) return errSecCSBadBundleFormat;
+  return errSecSuccess;
 }
 
 CodeStatus CodeSigners::check(const fs::path& bundle, CheckDepth depth,

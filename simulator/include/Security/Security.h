@@ -12,6 +12,9 @@ enum : OSStatus {
   errSecIO = -36,
   errSecAllocate = -108,
   errSecInternalComponent = -2070,
+};
+
+enum : OSStatus {
   errSecCSInvalidFlags = -67070,
   errSecCSObjectRequired = -67069,
   errSecCSStaticCodeNotFound = -67068,
