@@ -339,5 +339,7 @@ void AppDelegate::updaterChanged() {
 
 void AppDelegate::report(const std::string& message, const std::string& informative) {
   pendingReport_.reset();
-  presentAlert(weak_from_this(), [message, informative] { return makeAlert(message, textForAlert(informative)); });
+  presentAlert(weak_from_this(), [message = message, informative = informative] {
+    return makeAlert(message, textForAlert(informative));
+  });
 }
