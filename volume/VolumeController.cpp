@@ -296,7 +296,9 @@ AudioRouter::Events VolumeController::routersEvents(const std::string& name) {
           .stopped = whileRunning(&VolumeController::refresh)};
 }
 
-void VolumeController::takeRouterDown() { router_->stop(); }
+void VolumeController::takeRouterDown() {
+  if (router_) router_->stop();
+}
 
 void VolumeController::stopRouter() {
   routersListeners_.clear();
